@@ -1,0 +1,126 @@
+/* SNMPv1 message layers and the trap codec.
+ *
+ * The envelope (SEQUENCE { version, community, PDU }) and the variable
+ * binding (SEQUENCE { name, value }) sit on the BER primitives of asn1.h and
+ * share their conventions: positions in, next position or NULL out, room
+ * counters lowered by what was consumed.  Envelope diagnostics go to
+ * standard error as "snmp_auth.c: ..." with bit SNMP_TRACE_AUTH set, binding
+ * diagnostics as "snmp.c: ..." with SNMP_TRACE_VARBIND.
+ *
+ * The trap codec turns one SNMPv1 Trap message into the fixed-size record
+ * snmp_trap_infoEMS plus a caller-owned array of SnmpVarBindEMS, and back.
+ * Neither direction allocates. */
+#ifndef EVENTS_SNMP_H
+#define EVENTS_SNMP_H
+
+#include <stdint.h>
+
+#include "asn1.h"
+#include "events_export.h"
+
+EVENTS_BEGIN_DECLS
+
+/* A sub-identifier, as the envelope and binding layers name it. */
+typedef uint32_t oid;
+
+/* Trap-PDU type octet. */
+#define SNMP_TRAP_PDU 0xA4
+
+/* Capacities of the fixed records. */
+#define SNMP_COMMUNITY_MAX 128
+#define SNMP_OID_MAX 128
+#define SNMP_STRING_MAX 512
+
+/* One SNMPv1 trap.  Before decoding, clen, elen and maxvars hold the
+ * capacities (clen at most 127, leaving room for the terminator). */
+typedef struct {
+  unsigned char community[SNMP_COMMUNITY_MAX]; /* zero-terminated by the decoder */
+  int32_t clen;                                /* community octets */
+  ObjectIdEMS enterprise[SNMP_OID_MAX];
+  int32_t elen;                                /* sub-identifiers in enterprise */
+  uint32_t agent;    /* agent address; its octets lie in memory in wire order */
+  uint32_t time;     /* time-stamp, hundredths of a second */
+  uint32_t gen;      /* generic-trap number, 0 to 6 */
+  uint32_t specific; /* specific-trap number */
+  int32_t vars;      /* bindings held in the caller's array */
+  int32_t maxvars;   /* capacity of that array */
+  int32_t status;    /* application's word; the codec leaves it alone */
+  uint32_t target;   /* application's word; the codec leaves it alone */
+} snmp_trap_infoEMS;
+
+/* One variable binding.  val_len is 4 for integer types, octets for
+ * strings (not terminated) and sub-identifiers for identifiers. */
+typedef struct {
+  ObjectIdEMS oid[SNMP_OID_MAX];
+  uint32_t oid_length;
+  unsigned char type; /* BER type octet of the value */
+  union {
+    int32_t integer;
+    unsigned char string[SNMP_STRING_MAX];
+    ObjectIdEMS objid[SNMP_OID_MAX];
+  } val;
+  uint32_t val_len;
+} SnmpVarBindEMS;
+typedef SnmpVarBindEMS EMSsnmpVarBind;
+
+struct event_infoEMS_s;
+
+/* Message envelope.
+ * auth_parse reads version and community and returns the PDU's position;
+ * *length becomes the message's contents length.  *slen is the capacity of
+ * `sid` on input and the community length on output.
+ * REQUIRES: sid holds *slen + 1 octets (the community is zero-terminated).
+ * auth_build writes the envelope for a PDU of `messagelen` octets that the
+ * caller places at the returned position.
+ * REQUIRES: a community under 128 octets and a version under 128. */
+EVENTS_EXPORT unsigned char *auth_parse(unsigned char *data, int *length, unsigned char *sid,
+                                        int *slen, int32_t *version);
+EVENTS_EXPORT unsigned char *auth_build(unsigned char *data, int *length,
+                                        const unsigned char *sid, int *slen,
+                                        int32_t *version, int messagelen);
+
+/* Variable bindings.
+ * parse_var_op reads one binding's name into var_name (up to 128
+ * sub-identifiers, whatever *var_name_len says) and points *var_val at the
+ * value's type octet; the value is left for the caller to decode.
+ * REQUIRES: var_name holds 128 sub-identifiers.
+ * build_var_op writes one binding; values of INTEGER, ASN_UNSIGNED_INTEGER,
+ * IpAddress, Counter, Gauge and TimeTicks are read as an int32_t at var_val,
+ * OCTET STRING as var_val_len octets, OBJECT IDENTIFIER as var_val_len
+ * sub-identifiers; NULL has no value.  Opaque and other types are refused. */
+EVENTS_EXPORT unsigned char *parse_var_op(unsigned char *data, oid *var_name,
+                                          int *var_name_len, unsigned char *var_val_type,
+                                          int *var_val_len, unsigned char **var_val,
+                                          int *listlength);
+EVENTS_EXPORT unsigned char *build_var_op(unsigned char *data, const oid *var_name,
+                                          const int *var_name_len, unsigned char var_val_type,
+                                          int var_val_len, const unsigned char *var_val,
+                                          int *listlength);
+
+/* Trap codec.
+ * snmpBuildTrapEMS encodes sti and its first sti->vars bindings as one
+ * SNMPv1 Trap message (version 0) at out_data.  On input *out_length is the
+ * room at out_data; returns 0 with *out_length set to the message length,
+ * or -2 (out_data then holds scratch).  PDUs above 8,192 octets cannot be
+ * built.  `ei` is not used.
+ *
+ * snmp_parse_trap decodes the message buf[0..len) into sti and vars.
+ * REQUIRES: sti->clen, sti->elen and sti->maxvars hold the capacities.
+ * Returns 0, or -1 after reporting the failure on standard error and the
+ * trace log.  At most maxvars bindings are decoded; a binding naming the
+ * notification-address variable moves its address into sti->agent and is
+ * not counted.  `ei` is not used. */
+EVENTS_EXPORT int snmpBuildTrapEMS(unsigned char *out_data, int *out_length,
+                                   snmp_trap_infoEMS *sti, struct event_infoEMS_s *ei,
+                                   EMSsnmpVarBind *vars);
+EVENTS_EXPORT int snmp_parse_trap(unsigned char *buf, int len, snmp_trap_infoEMS *sti,
+                                  struct event_infoEMS_s *ei, EMSsnmpVarBind *vars);
+
+/* Returns 1 if the identifier begins with the notification-address
+ * variable 1.3.6.1.4.1.99.12.45.2.1.0, else 0 (also for NULL).
+ * REQUIRES: a non-null identifier has at least 12 sub-identifiers. */
+EVENTS_EXPORT int isVaultraNotificationAddress(const ObjectIdEMS *enterprise);
+
+EVENTS_END_DECLS
+
+#endif

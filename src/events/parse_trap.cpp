@@ -1,0 +1,130 @@
+// Trap decoder: one SNMPv1 Trap message to snmp_trap_infoEMS and a
+// caller-owned array of bindings.
+
+#include <algorithm>
+#include <cstring>
+
+#include "log_trace.h"
+#include "snmp.h"
+
+namespace {
+
+constexpr int kIntSize = 4;
+// Room each binding value is decoded with; never more than the message holds.
+constexpr int kValueRoom = 1028;
+
+// The notification-address variable.  A trap forwarded on behalf of another
+// agent carries that agent's address in it.
+constexpr ObjectIdEMS kNotificationAddress[] = {1, 3, 6, 1, 4, 1, 99, 12, 45, 2, 1, 0};
+
+int parse_failed(const char *text) {
+  logger(1, "snmp_parse_trap", "%s", text);
+  if (tracelogfp) log_trace("snmp_parse_trap", "%s", text);
+  return -1;
+}
+
+// Decodes the value at `value` (of `room` octets) into the binding by its
+// type.  Returns the failure text, or NULL on success.
+const char *decode_value(unsigned char *value, int room, SnmpVarBindEMS *binding) {
+  switch (binding->type) {
+    case ASN_INTEGER:
+    case ASN_IPADDRESS:
+    case ASN_COUNTER:
+    case ASN_GAUGE:
+    case ASN_TIMETICKS:
+      binding->val_len = kIntSize;
+      return asnParseInt09(value, &room, &binding->val.integer, kIntSize)
+                 ? nullptr
+                 : "varbind int parse error";
+    case ASN_OCTET_STR:
+    case ASN_OPAQUE: {
+      int capacity = SNMP_STRING_MAX;
+      if (!asnParseString09(value, &room, binding->val.string, &capacity))
+        return "varbind string parse error";
+      binding->val_len = static_cast<uint32_t>(capacity);
+      return nullptr;
+    }
+    case ASN_NULL:
+      return nullptr;
+    case ASN_OBJECT_ID: {
+      int capacity = SNMP_OID_MAX;
+      if (!asnParseObjid09(value, &room, binding->val.objid, &capacity))
+        return "varbind objid parse error";
+      binding->val_len = static_cast<uint32_t>(capacity);
+      return nullptr;
+    }
+    default:
+      return "invalid type";
+  }
+}
+
+}  // namespace
+
+extern "C" EVENTS_EXPORT int isVaultraNotificationAddress(const ObjectIdEMS *enterprise) {
+  if (enterprise == nullptr) return 0;
+  return memcmp(enterprise, kNotificationAddress, sizeof kNotificationAddress) == 0;
+}
+
+/// Decodes the message buf[0..len); returns 0 or -1.
+extern "C" EVENTS_EXPORT int snmp_parse_trap(unsigned char *buf, int len, snmp_trap_infoEMS *sti,
+                                             struct event_infoEMS_s *, EMSsnmpVarBind *vars) {
+  unsigned char *const end = buf + std::max(len, 0);
+  int length = len;
+  int32_t version;
+  sti->clen = std::min(sti->clen, SNMP_COMMUNITY_MAX - 1);
+  unsigned char *p = auth_parse(buf, &length, sti->community, &sti->clen, &version);
+  if (p == nullptr) return parse_failed("version/comm name parse error");
+  if (version != 0) {
+    logger(1, "snmp_parse_trap", "invalid version");
+    if (tracelogfp) log_trace("snmp_parse_trap", "invalid version");
+  }
+
+  unsigned char type;
+  if ((p = asnParseHeader09(p, &length, &type)) == nullptr) return parse_failed("type parse error");
+  if (type != SNMP_TRAP_PDU) return parse_failed("packet is not a snmp trap");
+  sti->elen = std::min(sti->elen, SNMP_OID_MAX);
+  if ((p = asnParseObjid09(p, &length, sti->enterprise, &sti->elen)) == nullptr)
+    return parse_failed("enterprise parse error");
+  if ((p = asnParseIntOrIpaddr09(p, &length, reinterpret_cast<int32_t *>(&sti->agent),
+                                 kIntSize)) == nullptr)
+    return parse_failed("agent-addr parse error");
+  if ((p = asnParseInt09(p, &length, reinterpret_cast<int32_t *>(&sti->gen), kIntSize)) ==
+      nullptr)
+    return parse_failed("generic-trap parse error");
+  if ((p = asnParseInt09(p, &length, reinterpret_cast<int32_t *>(&sti->specific), kIntSize)) ==
+      nullptr)
+    return parse_failed("specific-trap parse error");
+  if ((p = asnParseInt09(p, &length, reinterpret_cast<int32_t *>(&sti->time), kIntSize)) ==
+      nullptr)
+    return parse_failed("time-stamp parse error");
+  if ((p = asnParseHeader09(p, &length, &type)) == nullptr)
+    return parse_failed("varbind sequence parse error");
+  if (type != ASN_SEQUENCE) return parse_failed("seq type parse error");
+
+  int count = 0;
+  int entry = 0;
+  bool notification_seen = false;
+  while (length >= 1 && count < sti->maxvars) {
+    SnmpVarBindEMS *binding = &vars[entry];
+    int name_length = SNMP_OID_MAX;
+    int value_length = 0;
+    unsigned char *value = nullptr;
+    p = parse_var_op(p, binding->oid, &name_length, &binding->type, &value_length, &value, &length);
+    if (p == nullptr) return parse_failed("varbind parse error");
+    binding->oid_length = static_cast<uint32_t>(name_length);
+    binding->val_len = static_cast<uint32_t>(value_length);
+    const char *failure =
+        decode_value(value, std::min<int>(kValueRoom, static_cast<int>(end - value)), binding);
+    if (failure != nullptr) return parse_failed(failure);
+    ++count;
+    bool is_string = binding->type == ASN_OCTET_STR || binding->type == ASN_OPAQUE;
+    if (is_string && isVaultraNotificationAddress(binding->oid)) {
+      memcpy(&sti->agent, binding->val.string + 1, sizeof sti->agent);
+      notification_seen = true;
+    } else {
+      ++entry;
+    }
+  }
+  sti->vars = notification_seen ? count - 1 : count;
+  return 0;
+}

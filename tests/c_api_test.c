@@ -1,0 +1,57 @@
+/* Every public header compiles as C11, and the library links from C.
+ * Exits non-zero on the first failed check. */
+#include <stdio.h>
+#include <string.h>
+
+#include "asn1.h"
+#include "event.h"
+#include "log_trace.h"
+#include "snmp.h"
+
+_Static_assert(sizeof(trap_headerEMS) == 24, "transmission header is 24 octets");
+_Static_assert(sizeof(snmp_trap_infoEMS) == 680, "trap record layout");
+_Static_assert(sizeof(SnmpVarBindEMS) == 1036, "binding record layout");
+_Static_assert(sizeof(event_infoEMS) == 32, "connection record layout");
+
+#define CHECK(cond)                                              \
+  do {                                                           \
+    if (!(cond)) {                                               \
+      fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond); \
+      return 1;                                                  \
+    }                                                            \
+  } while (0)
+
+int main(void) {
+  snmp_trap_infoEMS trap;
+  EMSsnmpVarBind vars[1];
+  unsigned char message[256];
+  int length = sizeof message;
+  static const ObjectIdEMS enterprise[] = {1, 3, 6, 1, 4, 1, 49999, 6, 3, 1};
+
+  memset(&trap, 0, sizeof trap);
+  memcpy(trap.community, "public", 6);
+  trap.clen = 6;
+  memcpy(trap.enterprise, enterprise, sizeof enterprise);
+  trap.elen = 10;
+  trap.agent = 0x7F000001;
+  trap.gen = 6;
+  trap.specific = 1;
+  trap.vars = 1;
+  memcpy(vars[0].oid, enterprise, sizeof enterprise);
+  vars[0].oid_length = 10;
+  vars[0].type = ASN_INTEGER;
+  vars[0].val.integer = -5;
+  vars[0].val_len = 4;
+  CHECK(snmpBuildTrapEMS(message, &length, &trap, NULL, vars) == 0);
+
+  memset(&trap, 0, sizeof trap);
+  trap.clen = 127;
+  trap.elen = 128;
+  trap.maxvars = 1;
+  CHECK(snmp_parse_trap(message, length, &trap, NULL, vars) == 0);
+  CHECK(strcmp((char *)trap.community, "public") == 0);
+  CHECK(trap.elen == 10 && trap.enterprise[6] == 49999);
+  CHECK(trap.vars == 1 && vars[0].val.integer == -5);
+  CHECK(tracelogfp == NULL && snmptracemaskEMS == 0);
+  return 0;
+}
