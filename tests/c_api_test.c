@@ -5,6 +5,7 @@
 
 #include "asn1.h"
 #include "event.h"
+#include "kz_platform.h"
 #include "log_trace.h"
 #include "snmp.h"
 
