@@ -36,6 +36,10 @@ typedef struct {
   uint32_t target;
 } trap_headerEMS;
 
+/* The same layout on 32-bit and 64-bit hosts; the header is a wire format. */
+EVENTS_STATIC_ASSERT(sizeof(event_infoEMS) == 32, "event_infoEMS layout");
+EVENTS_STATIC_ASSERT(sizeof(trap_headerEMS) == 24, "trap_headerEMS is 24 octets");
+
 EVENTS_END_DECLS
 
 #endif

@@ -17,4 +17,11 @@
 #define EVENTS_END_DECLS
 #endif
 
+/* Compile-time check of a record layout, in C11 and C++ alike. */
+#ifdef __cplusplus
+#define EVENTS_STATIC_ASSERT(cond, message) static_assert(cond, message)
+#else
+#define EVENTS_STATIC_ASSERT(cond, message) _Static_assert(cond, message)
+#endif
+
 #endif

@@ -63,6 +63,10 @@ typedef struct {
 } SnmpVarBindEMS;
 typedef SnmpVarBindEMS EMSsnmpVarBind;
 
+/* The same layout on 32-bit and 64-bit hosts. */
+EVENTS_STATIC_ASSERT(sizeof(snmp_trap_infoEMS) == 680, "snmp_trap_infoEMS layout");
+EVENTS_STATIC_ASSERT(sizeof(SnmpVarBindEMS) == 1036, "SnmpVarBindEMS layout");
+
 struct event_infoEMS_s;
 
 /* Message envelope.

@@ -9,10 +9,6 @@
 #include "log_trace.h"
 #include "snmp.h"
 
-_Static_assert(sizeof(trap_headerEMS) == 24, "transmission header is 24 octets");
-_Static_assert(sizeof(snmp_trap_infoEMS) == 680, "trap record layout");
-_Static_assert(sizeof(SnmpVarBindEMS) == 1036, "binding record layout");
-_Static_assert(sizeof(event_infoEMS) == 32, "connection record layout");
 
 #define CHECK(cond)                                              \
   do {                                                           \

@@ -28,13 +28,15 @@ constexpr char kLengthMismatch[] = "Decode:  ASN length and PDU length don't mat
 unsigned char oid_scratch[ASN_MAX_OID_LEN];
 
 // Reports a decode failure on both channels and returns NULL.
-unsigned char *fail(const char *routine, const char *echo_text, const char *trace_text) {
+[[gnu::cold]] unsigned char *fail(const char *routine, const char *echo_text, const char *trace_text) {
   events::echo_diagnostic(SNMP_TRACE_ASN1, "asn1.c", echo_text);
   if (tracelogfp) log_trace(routine, "%s", trace_text);
   return nullptr;
 }
 
-unsigned char *fail(const char *routine, const char *text) { return fail(routine, text, text); }
+[[gnu::cold]] unsigned char *fail(const char *routine, const char *text) {
+  return fail(routine, text, text);
+}
 
 enum class LengthStatus { kOk, kBadForm, kTruncated };
 
@@ -42,7 +44,7 @@ enum class LengthStatus { kOk, kBadForm, kTruncated };
 // the length and the number of length octets.  A bad form (indefinite or
 // more than four octets) is reported as asnParseLength09's own failure; a
 // truncated long form is left to the caller to report.
-LengthStatus read_length(const unsigned char *data, int64_t avail, uint32_t *length,
+[[gnu::always_inline]] inline LengthStatus read_length(const unsigned char *data, int64_t avail, uint32_t *length,
                          int *octets) {
   if (avail < 1) return LengthStatus::kTruncated;
   unsigned char first = data[0];
@@ -80,7 +82,7 @@ struct Element {
 // Reads the type and length octets at `data` within `room` octets.
 // Returns kOk, kBadForm (already reported) or kTruncated (no type octet, or
 // length octets beyond the room).
-LengthStatus read_element(const unsigned char *data, int room, Element *element) {
+[[gnu::always_inline]] inline LengthStatus read_element(const unsigned char *data, int room, Element *element) {
   if (room < 1) return LengthStatus::kTruncated;
   element->type = data[0];
   int length_octets = 0;
@@ -382,8 +384,13 @@ extern "C" EVENTS_EXPORT unsigned char *asnParseObjid09(unsigned char *data, int
   const unsigned char *end = contents + length;
   ObjectIdEMS *out = objid + 1;
   while (contents < end) {
-    uint64_t value = 0;
-    unsigned char octet;
+    unsigned char octet = *contents++;
+    // Most arcs are below 128 and take one octet.
+    if (octet < 0x80) {
+      *out++ = octet;
+      continue;
+    }
+    uint64_t value = octet & 0x7F;
     do {
       if (contents == end) return fail("asnParseObjid09", kLengthMismatch);
       octet = *contents++;
