@@ -59,7 +59,7 @@ typedef struct {
 /* Opening and closing.  open_trace_log appends to `tracefile` (created if
  * absent) or, for "-", writes to standard output.  Returns 0, also when the
  * log is already open (the path is then ignored); -1 if the file cannot be
- * opened.  close_trace_log is harmless when the log is closed. */
+ * opened (or is NULL).  close_trace_log is harmless when the log is closed. */
 EVENTS_EXPORT int open_trace_log(const char *tracefile);
 EVENTS_EXPORT void close_trace_log(void);
 

@@ -50,6 +50,7 @@ TEST(TraceLog, SecondOpenKeepsTheFirstStream) {
 
 TEST(TraceLog, UnopenableFileAndClosedLogWriteNothing) {
   EXPECT_EQ(open_trace_log("/nonexistent-dir/trace.log"), -1);
+  EXPECT_EQ(open_trace_log(nullptr), -1);
   EXPECT_EQ(tracelogfp, nullptr);
   testsupport::CapturedStream out(1);
   log_trace("x", "nothing");

@@ -54,6 +54,7 @@ extern "C" EVENTS_EXPORT int open_trace_log(const char *tracefile) {
     dumpFp = tracelogfp;
     return 0;
   }
+  if (tracefile == nullptr) return -1;
   SignalBlock block;
   FILE *stream = strcoll(tracefile, "-") == 0 ? stdout : fopen(tracefile, "a");
   if (stream == nullptr) return -1;
