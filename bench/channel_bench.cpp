@@ -76,6 +76,6 @@ void BM_PlainCallsFloor(benchmark::State &state) {
 
 }  // namespace
 
-BENCHMARK(BM_SendEventRecvEvent);
-BENCHMARK(BM_PlainCallsFloor);
+BENCHMARK(BM_SendEventRecvEvent)->UseRealTime();
+BENCHMARK(BM_PlainCallsFloor)->UseRealTime();
 BENCHMARK_MAIN();
