@@ -200,3 +200,39 @@ TEST(SetSockBufSize, RaisesSmallBuffersAndKeepsLargeOnes) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(OpenEvent, ReportsProgressOnThePlatformLog) {
+  TempDir dir;
+  std::string path = dir.file("hub.sock");
+  StreamListener hub = StreamListener::unix_socket(path);
+  setenv("KZ_LOG", dir.file("platform.log").c_str(), 1);
+  event_infoEMS ei{};
+  ASSERT_GE(open_event(&ei, 1, path.c_str(), 2), 0);
+  close_event(&ei);
+  unsetenv("KZ_LOG");
+  const char *expected[] = {
+      "Beginning of open_event() call.",
+      "send the application wakeup event open_event().",
+      "Beginning of send_event()",
+      "Values of vars[0] 1 vars[1] <none> vars[2] Related Application connected to hubd. "
+      "vars [3]  vars[4]  .",
+      "call send_trap from send_event().",
+      "Beginning of  send_trap().",
+      "calling send() SNMP packet from send_trap().",
+      "send_trap() completed.",
+      "end of open_event().",
+      "send application disconnect event from close_event().",
+      "Beginning of send_event()",
+  };
+  std::string log = read_file(dir.file("platform.log"));
+  size_t at = 0;
+  for (const char *line : expected) {
+    at = log.find(std::string("events.cat[1,0] 84 2: ") + line + "\n", at);
+    ASSERT_NE(at, std::string::npos) << line << "\nin\n" << log;
+  }
+  EXPECT_NE(log.find(" end of close_event().\n", at), std::string::npos);
+}
+
+}  // namespace

@@ -61,24 +61,26 @@ struct Options {
   long count = -1;
 };
 
-[[noreturn]] void usage_error(const char *fmt, ...) {
-  va_list args;
-  va_start(args, fmt);
+// Reports on standard error and ends with `status`; bad usage (2) also
+// shows the usage text.
+[[noreturn]] void quit(int status, const char *fmt, va_list args) {
   fputs("hubevent: ", stderr);
   vfprintf(stderr, fmt, args);
-  va_end(args);
-  fprintf(stderr, "\n%s", kUsage);
-  exit(2);
+  fputc('\n', stderr);
+  if (status == 2) fputs(kUsage, stderr);
+  exit(status);
 }
 
-[[noreturn]] void failure(const char *fmt, ...) {
+[[noreturn]] __attribute__((format(printf, 1, 2))) void usage_error(const char *fmt, ...) {
   va_list args;
   va_start(args, fmt);
-  fputs("hubevent: ", stderr);
-  vfprintf(stderr, fmt, args);
-  va_end(args);
-  fputc('\n', stderr);
-  exit(1);
+  quit(2, fmt, args);
+}
+
+[[noreturn]] __attribute__((format(printf, 1, 2))) void failure(const char *fmt, ...) {
+  va_list args;
+  va_start(args, fmt);
+  quit(1, fmt, args);
 }
 
 long number(const char *text, const char *what, long low, long high) {
