@@ -40,9 +40,14 @@ TEST(OpenEvent, RefusesBadSourcesTransportsAndPeersWithoutTouchingTheRecord) {
     const char *name;
     int trans;
   } refused[] = {
-      {0, path.c_str(), 2},  {28, path.c_str(), 2}, {-3, path.c_str(), 2},
-      {1, path.c_str(), 0},  {1, path.c_str(), 4},  {1, path.c_str(), 7},
-      {1, nullptr, 2},       {1, absent.c_str(), 2},
+      {0, path.c_str(), 2},
+      {28, path.c_str(), 2},
+      {-3, path.c_str(), 2},
+      {1, path.c_str(), 0},
+      {1, path.c_str(), 4},
+      {1, path.c_str(), 7},
+      {1, nullptr, 2},
+      {1, absent.c_str(), 2},
       {1, dir.path().c_str(), 2},  // exists, but is no socket
       {1, nobody.c_str(), 3},
   };
@@ -77,10 +82,8 @@ TEST(OpenEvent, HeaderlessTransportFindsItsPortInTheName) {
     std::string name;
     StreamListener *expected;
   } cases[] = {
-      {host + "+x/17001", &numbered},
-      {host + "+anything/zxhubd-client", &client_service},
-      {host + "+x/zxhubd-trap", &trap_service},
-      {host, &trap_service},
+      {host + "+x/17001", &numbered},           {host + "+anything/zxhubd-client", &client_service},
+      {host + "+x/zxhubd-trap", &trap_service}, {host, &trap_service},
       {host + "+no-slash", &trap_service},
   };
   for (Case &c : cases) {
@@ -160,7 +163,8 @@ TEST(OpenEvent, AnnouncesAndTakesLeaveByApplication) {
       ASSERT_EQ(trap.info.vars, 5);
       EXPECT_EQ(trap.vars[0].val.integer, c.source);
       EXPECT_EQ(trap.text(1), "<none>");
-      std::string verb = c.events[i] == EVENT_CONNECTED ? " connected to hubd." : " disconnecting from hubd.";
+      std::string verb =
+          c.events[i] == EVENT_CONNECTED ? " connected to hubd." : " disconnecting from hubd.";
       EXPECT_EQ(trap.text(2), getApplName(c.source) + verb);
       EXPECT_EQ(trap.text(3), "");
     }
@@ -169,7 +173,8 @@ TEST(OpenEvent, AnnouncesAndTakesLeaveByApplication) {
 
 TEST(GetApplName, NamesAssignedNumbersAndSharesOneDefault) {
   std::string fallback = getApplName(1);
-  for (int source : {4, 5, 7, 14, 19, 20, 22, 25, 0, 28, 1000}) EXPECT_EQ(getApplName(source), fallback);
+  for (int source : {4, 5, 7, 14, 19, 20, 22, 25, 0, 28, 1000})
+    EXPECT_EQ(getApplName(source), fallback);
   for (int source : {2, 3, 6, 8, 9, 10, 11, 12, 13, 15, 16, 17, 18, 21, 23, 24, 26, 27})
     EXPECT_NE(getApplName(source), fallback) << source;
   EXPECT_STREQ(getApplName(0x10000 + 24), getApplName(24)) << "only the low 16 bits count";

@@ -59,7 +59,7 @@ TEST(DevHub, RelaysEventsFromEveryTransport) {
     std::string name;
     bool headed;  // the hub knows the sender's header
   } cases[] = {
-      {1, setup.host, false}, {2, path, true}, {3, setup.host, true},
+      {1, setup.host, false}, {2, path, true},      {3, setup.host, true},
       {5, "", true},          {6, raw_name, false},
   };
   for (const Case &c : cases) {
@@ -104,9 +104,27 @@ TEST(DevHub, HubeventListensToTrapsFromSnmptrapAndHubevent) {
   EXPECT_NE(listen.wait_for_line("agent       10.1.2.3", 5s), "");
   EXPECT_NE(listen.wait_for_line("1.3.6.1.4.1.49999.6.3.1.1.3.0 = STRING \"gateway7\"", 5s), "");
 
-  ASSERT_EQ(run_command({HUBEVENT_PATH, "send", "-t", "tcp", "-n", setup.host, "-s", "3", "trap",
-                         "1.3.6.1.4.1.49999.9", "6", "33", "1.3.6.1.2.1.1.5.0", "s", "router",
-                         "1.3.6.1.2.1.1.3.0", "t", "4294967295", "1.3.6.1.2.1.1.2.0", "o", "1.3.6.1.4.1.49999"}),
+  ASSERT_EQ(run_command({HUBEVENT_PATH,
+                         "send",
+                         "-t",
+                         "tcp",
+                         "-n",
+                         setup.host,
+                         "-s",
+                         "3",
+                         "trap",
+                         "1.3.6.1.4.1.49999.9",
+                         "6",
+                         "33",
+                         "1.3.6.1.2.1.1.5.0",
+                         "s",
+                         "router",
+                         "1.3.6.1.2.1.1.3.0",
+                         "t",
+                         "4294967295",
+                         "1.3.6.1.2.1.1.2.0",
+                         "o",
+                         "1.3.6.1.4.1.49999"}),
             0);
   EXPECT_NE(listen.wait_for_line("enterprise  1.3.6.1.4.1.49999.9", 5s), "");
   EXPECT_NE(listen.wait_for_line("specific    33", 5s), "");
@@ -128,7 +146,9 @@ TEST(DevHub, CommandLineExitStatuses) {
   } cases[] = {
       {{"send", "-t", "unix", "-n", path, "event", "50790438", "hello"}, 0},
       {{"send", "-t", "2", "-n", path, "--host", "gw", "--object", "o", "event", "7", "x"}, 0},
-      {{"send", "-t", "unix", "-n", path, "trap", "1.3.6.1.4.1.9", "6", "1", "1.3.6.1.2.1.1.1.0", "x", "0a0b"}, 0},
+      {{"send", "-t", "unix", "-n", path, "trap", "1.3.6.1.4.1.9", "6", "1", "1.3.6.1.2.1.1.1.0",
+        "x", "0a0b"},
+       0},
       {{"send", "-t", "unix", "-n", absent, "event", "1", "x"}, 1},
       {{"send", "-t", "tcp", "-n", "127.0.0.1+x", "event", "1", "x"}, 1},
       {{}, 2},

@@ -147,7 +147,8 @@ TEST(SendEvent, HostIsTheFirstWordAndTextsAreCut) {
       {"h", long_text.c_str(), "h", long_text.substr(0, 512)},
   };
   for (const Case &c : cases) {
-    Trap trap = round_trip([&](event_infoEMS *ei) { return send_event(ei, 7, c.host, c.descr, nullptr, "db"); });
+    Trap trap = round_trip(
+        [&](event_infoEMS *ei) { return send_event(ei, 7, c.host, c.descr, nullptr, "db"); });
     ASSERT_EQ(trap.info.vars, 5);
     EXPECT_EQ(trap.text(1), c.host_sent);
     EXPECT_EQ(trap.text(2), c.descr_sent);
@@ -170,7 +171,8 @@ TEST(SendEvent, WiderVariantsSendTheirBindingsInOrder) {
   });
   ASSERT_EQ(ex.info.vars, 8);
   Trap wide = round_trip([](event_infoEMS *ei) {
-    return send_event_ex_ex(ei, 9, "h", "d", "a", "b", "sel", "10.0.0.1", "spec", "10.0.0.0", nullptr);
+    return send_event_ex_ex(ei, 9, "h", "d", "a", "b", "sel", "10.0.0.1", "spec", "10.0.0.0",
+                            nullptr);
   });
   ASSERT_EQ(wide.info.vars, 10);
   const char *texts[] = {"h", "d", "a", "b", "sel", "10.0.0.1", "spec", "10.0.0.0", ""};
@@ -198,7 +200,9 @@ TEST(SendTrap, RefusesWhatCannotBeEncoded) {
   trap.clen = 6;
   trap.elen = 200;  // beyond the record's arrays
   EXPECT_EQ(send_trap(&pair.ei, &trap, &var), -1);
-  EXPECT_EQ(send_hex_buffer(&pair.ei, sample_message().data(), static_cast<int>(sample_message().size())), 0);
+  EXPECT_EQ(
+      send_hex_buffer(&pair.ei, sample_message().data(), static_cast<int>(sample_message().size())),
+      0);
   EXPECT_EQ(split_frames(pair.read_peer()).size(), 1u) << "only the hex buffer went out";
 }
 
@@ -226,17 +230,28 @@ TEST(RecvTrap, FramesStreamsAndRefusesWhatDoesNotFit) {
   StreamCase cases[] = {
       {"two framed traps", 2, header_bytes(n) + trap + header_bytes(n) + trap, {n, n, 0}},
       {"largest message", 3, header_bytes(8192) + body8192, {8192, 0}},
-      {"oversize is skipped", 2, header_bytes(8193) + body8193 + header_bytes(n) + trap, {-6, n, 0}},
-      {"undersize is skipped", 2, header_bytes(19) + filler(19) + header_bytes(n) + trap, {-6, n, 0}},
+      {"oversize is skipped",
+       2,
+       header_bytes(8193) + body8193 + header_bytes(n) + trap,
+       {-6, n, 0}},
+      {"undersize is skipped",
+       2,
+       header_bytes(19) + filler(19) + header_bytes(n) + trap,
+       {-6, n, 0}},
       {"empty and negative", 2, header_bytes(0) + header_bytes(-4), {-6, -6, 0}},
       {"ends inside header", 2, filler(10), {0}},
       {"ends inside message", 2, header_bytes(n) + Bytes(trap.begin(), trap.begin() + 10), {0}},
       {"raw short form", 6, trap + trap, {n, n, 0}},
-      {"raw one length octet", 6, long_trap + Bytes{0x30, 0x81, 0x80} + filler(128),
+      {"raw one length octet",
+       6,
+       long_trap + Bytes{0x30, 0x81, 0x80} + filler(128),
        {static_cast<int>(long_trap.size()), 131, 0}},
       {"raw two length octets", 6, Bytes{0x30, 0x82, 0x01, 0x00} + body256, {260, 0}},
       {"raw largest", 6, Bytes{0x30, 0x82, 0x1F, 0xFC} + filler(8188), {8192, 0}},
-      {"raw oversize is skipped", 6, Bytes{0x30, 0x82, 0x1F, 0xFD} + filler(8189) + trap, {-6, n, 0}},
+      {"raw oversize is skipped",
+       6,
+       Bytes{0x30, 0x82, 0x1F, 0xFD} + filler(8189) + trap,
+       {-6, n, 0}},
       {"raw not a sequence", 6, Bytes{0xA4, 0x05} + trap, {-5, n, 0}},
       {"raw three length octets", 6, Bytes{0x30, 0x83, 0x00, 0x01, 0x00}, {-1}},
       {"raw indefinite length", 6, Bytes{0x30, 0x80} + trap, {-1, n, 0}},
@@ -253,7 +268,8 @@ TEST(RecvTrap, FramesStreamsAndRefusesWhatDoesNotFit) {
       unsigned char *packet = nullptr;
       trap_headerEMS *header = nullptr;
       int result = 0;
-      with_diagnostics(0, [&] { result = recv_trap(pair.ei.sd, &packet, c.trans, nullptr, nullptr, &header); });
+      with_diagnostics(
+          0, [&] { result = recv_trap(pair.ei.sd, &packet, c.trans, nullptr, nullptr, &header); });
       ASSERT_EQ(result, expected);
       EXPECT_EQ(packet, recv_packetEMS);
       EXPECT_EQ(header, recv_headerEMS);
@@ -273,12 +289,16 @@ TEST(RecvTrap, RefusedMessagesAreReported) {
   pair.close_peer();
   unsigned char *packet;
   trap_headerEMS *header;
-  Diagnostics first = with_diagnostics(0, [&] { recv_trap(pair.ei.sd, &packet, 6, nullptr, nullptr, &header); });
-  EXPECT_NE(first.trace_log.find("could not identify TCP message as a trap, initial hex character = 0xa4"),
+  Diagnostics first =
+      with_diagnostics(0, [&] { recv_trap(pair.ei.sd, &packet, 6, nullptr, nullptr, &header); });
+  EXPECT_NE(first.trace_log.find(
+                "could not identify TCP message as a trap, initial hex character = 0xa4"),
             std::string::npos);
-  Diagnostics second = with_diagnostics(0, [&] { recv_trap(pair.ei.sd, &packet, 6, nullptr, nullptr, &header); });
+  Diagnostics second =
+      with_diagnostics(0, [&] { recv_trap(pair.ei.sd, &packet, 6, nullptr, nullptr, &header); });
   EXPECT_NE(second.trace_log.find("not supported"), std::string::npos);
-  Diagnostics end = with_diagnostics(0, [&] { recv_trap(pair.ei.sd, &packet, 6, nullptr, nullptr, &header); });
+  Diagnostics end =
+      with_diagnostics(0, [&] { recv_trap(pair.ei.sd, &packet, 6, nullptr, nullptr, &header); });
   EXPECT_NE(end.standard_error.find("Error receiving tcp traps"), std::string::npos);
 }
 
@@ -288,10 +308,17 @@ TEST(GetPduLen, ReadsShortAndLongForms) {
     int result;
     int32_t length;
   } cases[] = {
-      {{0x00}, 0, 0},         {{0x7F}, 0, 127},           {{0x81, 0x00}, 1, 1},
-      {{0x82, 0x00}, 1, 2},   {{0x84, 0x00}, 1, 4},       {{0x81, 0xC8}, 0, 200},
-      {{0x82, 0x01, 0x00}, 0, 256}, {{0x84, 0x01, 0x02, 0x03, 0x04}, 0, 0x01020304},
-      {{0x80}, -1, -9},       {{0x85, 0x01}, -1, -9},     {{0xFF}, -1, -9},
+      {{0x00}, 0, 0},
+      {{0x7F}, 0, 127},
+      {{0x81, 0x00}, 1, 1},
+      {{0x82, 0x00}, 1, 2},
+      {{0x84, 0x00}, 1, 4},
+      {{0x81, 0xC8}, 0, 200},
+      {{0x82, 0x01, 0x00}, 0, 256},
+      {{0x84, 0x01, 0x02, 0x03, 0x04}, 0, 0x01020304},
+      {{0x80}, -1, -9},
+      {{0x85, 0x01}, -1, -9},
+      {{0xFF}, -1, -9},
   };
   for (Case &c : cases) {
     int32_t length = -9;
@@ -326,7 +353,8 @@ TEST(RecvTrap, SignalWhileWaitingLosesNothing) {
       {"inside the message", 3, header_bytes(n) + trap, 24 + 5, "EINTR for SNMP packet"},
       {"inside a headerless message", 6, trap, 7, nullptr},
   };
-  struct sigaction action {}, previous{};
+  struct sigaction action {
+  }, previous{};
   action.sa_handler = write_rest;  // no SA_RESTART: the wait sees EINTR
   sigaction(SIGALRM, &action, &previous);
   for (const Case &c : cases) {
@@ -344,12 +372,12 @@ TEST(RecvTrap, SignalWhileWaitingLosesNothing) {
     received.info.elen = 128;
     received.info.maxvars = 10;
     int result = 0;
-    Diagnostics d = with_diagnostics(0, [&] {
-      result = recv_event(&receiver, &received.info, received.vars);
-    });
+    Diagnostics d =
+        with_diagnostics(0, [&] { result = recv_event(&receiver, &received.info, received.vars); });
     EXPECT_EQ(result, n);
     EXPECT_EQ(received.info.specific, 17u);
-    if (c.logged != nullptr) EXPECT_NE(d.standard_error.find(c.logged), std::string::npos) << d.standard_error;
+    if (c.logged != nullptr)
+      EXPECT_NE(d.standard_error.find(c.logged), std::string::npos) << d.standard_error;
   }
   sigaction(SIGALRM, &previous, nullptr);
 }
@@ -366,7 +394,8 @@ TEST(RecvTrap, DatagramsFromSnmptrapAndTheirLimits) {
   local.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   for (size_t length : {19u, 9000u}) {
     Bytes datagram = filler(length);
-    sendto(sender, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr *>(&local), sizeof local);
+    sendto(sender, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr *>(&local),
+           sizeof local);
     unsigned char *packet;
     trap_headerEMS *header;
     int result = 0;
@@ -417,7 +446,8 @@ TEST(RecvTrap, HookReadsForTransport4) {
     unsigned char *packet;
     trap_headerEMS *header;
     int result = 0;
-    with_diagnostics(0, [&] { result = recv_trap(pair.ei.sd, &packet, 4, nullptr, nullptr, &header); });
+    with_diagnostics(
+        0, [&] { result = recv_trap(pair.ei.sd, &packet, 4, nullptr, nullptr, &header); });
     EXPECT_EQ(result, c.expected) << c.result << " " << c.length;
     if (c.expected > 0) {
       EXPECT_EQ(header->src, 1u);

@@ -130,8 +130,7 @@ int listen_unix(const std::string &path) {
       fail("another hub is listening on %s", path.c_str());
     unlink(path.c_str());
   }
-  if (bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
-      listen(fd, 16) != 0)
+  if (bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 || listen(fd, 16) != 0)
     fail("cannot listen on %s: %s", path.c_str(), strerror(errno));
   created_socket = path;
   set_nonblocking(fd);
@@ -145,8 +144,8 @@ std::string describe_trap(const std::vector<unsigned char> &message) {
   trap.clen = 127;
   trap.elen = 128;
   trap.maxvars = 1;
-  if (snmp_parse_trap(const_cast<unsigned char *>(message.data()),
-                      static_cast<int>(message.size()), &trap, nullptr, vars) != 0)
+  if (snmp_parse_trap(const_cast<unsigned char *>(message.data()), static_cast<int>(message.size()),
+                      &trap, nullptr, vars) != 0)
     return "";
   std::string text = "enterprise ";
   for (int i = 0; i < trap.elen; ++i) text += (i ? "." : "") + std::to_string(trap.enterprise[i]);
@@ -245,10 +244,9 @@ void accept_client(Hub &hub, int listener, Kind kind) {
   int fd = accept(listener, nullptr, nullptr);
   if (fd < 0) return;
   set_nonblocking(fd);
-  const char *prefix = kind == Kind::Framed ? (hub.endpoints[listener].kind == Kind::UnixListener
-                                                   ? "unix"
-                                                   : "tcp")
-                                            : "raw-tcp";
+  const char *prefix = kind == Kind::Framed
+                           ? (hub.endpoints[listener].kind == Kind::UnixListener ? "unix" : "tcp")
+                           : "raw-tcp";
   std::string name = std::string(prefix) + "#" + std::to_string(fd);
   hub.endpoints[fd] = Endpoint{kind, name, {}, {}};
   if (hub.verbose) printf("accepted %s\n", name.c_str());
@@ -258,8 +256,8 @@ void read_datagram(Hub &hub, int fd) {
   std::vector<unsigned char> message(EVENT_MAX_MESSAGE + 1);
   sockaddr_in from{};
   socklen_t size = sizeof from;
-  ssize_t n = recvfrom(fd, message.data(), message.size(), 0,
-                       reinterpret_cast<sockaddr *>(&from), &size);
+  ssize_t n =
+      recvfrom(fd, message.data(), message.size(), 0, reinterpret_cast<sockaddr *>(&from), &size);
   if (n <= 0) return;
   char name[64];
   snprintf(name, sizeof name, "udp %s:%u", inet_ntoa(from.sin_addr), ntohs(from.sin_port));
@@ -331,23 +329,39 @@ void serve(Hub &hub) {
 }  // namespace
 
 int main(int argc, char **argv) {
-  static const option options[] = {
-      {"unix", required_argument, nullptr, 'u'}, {"tcp", required_argument, nullptr, 't'},
-      {"raw-tcp", required_argument, nullptr, 'r'}, {"udp", required_argument, nullptr, 'd'},
-      {"verbose", no_argument, nullptr, 'v'},    {"help", no_argument, nullptr, 'h'},
-      {nullptr, 0, nullptr, 0}};
+  static const option options[] = {{"unix", required_argument, nullptr, 'u'},
+                                   {"tcp", required_argument, nullptr, 't'},
+                                   {"raw-tcp", required_argument, nullptr, 'r'},
+                                   {"udp", required_argument, nullptr, 'd'},
+                                   {"verbose", no_argument, nullptr, 'v'},
+                                   {"help", no_argument, nullptr, 'h'},
+                                   {nullptr, 0, nullptr, 0}};
   Hub hub;
   std::vector<std::pair<Kind, std::string>> listeners;
   int option;
   while ((option = getopt_long(argc, argv, "u:t:r:d:vh", options, nullptr)) != -1) {
     switch (option) {
-      case 'u': listeners.emplace_back(Kind::UnixListener, optarg); break;
-      case 't': listeners.emplace_back(Kind::TcpListener, optarg); break;
-      case 'r': listeners.emplace_back(Kind::RawListener, optarg); break;
-      case 'd': listeners.emplace_back(Kind::Udp, optarg); break;
-      case 'v': hub.verbose = true; break;
-      case 'h': usage(stdout); return 0;
-      default: usage(stderr); return 2;
+      case 'u':
+        listeners.emplace_back(Kind::UnixListener, optarg);
+        break;
+      case 't':
+        listeners.emplace_back(Kind::TcpListener, optarg);
+        break;
+      case 'r':
+        listeners.emplace_back(Kind::RawListener, optarg);
+        break;
+      case 'd':
+        listeners.emplace_back(Kind::Udp, optarg);
+        break;
+      case 'v':
+        hub.verbose = true;
+        break;
+      case 'h':
+        usage(stdout);
+        return 0;
+      default:
+        usage(stderr);
+        return 2;
     }
   }
   if (optind != argc || listeners.empty()) {
@@ -361,8 +375,12 @@ int main(int argc, char **argv) {
         if (!created_socket.empty()) fail("only one --unix socket");
         fd = listen_unix(spec);
         break;
-      case Kind::Udp: fd = listen_inet(spec, SOCK_DGRAM); break;
-      default: fd = listen_inet(spec, SOCK_STREAM); break;
+      case Kind::Udp:
+        fd = listen_inet(spec, SOCK_DGRAM);
+        break;
+      default:
+        fd = listen_inet(spec, SOCK_STREAM);
+        break;
     }
     hub.endpoints[fd] = Endpoint{kind, spec, {}, {}};
     if (hub.verbose) printf("listening on %s\n", spec.c_str());

@@ -15,8 +15,8 @@
 #include <unistd.h>
 
 #include <cctype>
-#include <climits>
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -112,8 +112,10 @@ bool parse_oid(const char *text, ObjectIdEMS *arcs, uint32_t *length) {
     if (arc > UINT32_MAX) return false;
     arcs[(*length)++] = static_cast<ObjectIdEMS>(arc);
     text = end;
-    if (*text == '.') ++text;
-    else if (*text != '\0') return false;
+    if (*text == '.')
+      ++text;
+    else if (*text != '\0')
+      return false;
   }
   return *length >= 2;
 }
@@ -146,7 +148,8 @@ void parse_binding(const char *name, const char *type, const char *value, SnmpVa
     case 's':
       b->type = ASN_OCTET_STR;
       b->val_len = static_cast<uint32_t>(strlen(value));
-      if (b->val_len > SNMP_STRING_MAX) usage_error("string longer than %d octets", SNMP_STRING_MAX);
+      if (b->val_len > SNMP_STRING_MAX)
+        usage_error("string longer than %d octets", SNMP_STRING_MAX);
       memcpy(b->val.string, value, b->val_len);
       return;
     case 'x': {
@@ -158,14 +161,16 @@ void parse_binding(const char *name, const char *type, const char *value, SnmpVa
         usage_error("bad hex string '%s'", value);
       for (size_t i = 0; i < digits.size(); i += 2) {
         std::string pair = digits.substr(i, 2);
-        b->val.string[i / 2] = static_cast<unsigned char>(number(("0x" + pair).c_str(), "hex string", 0, 255));
+        b->val.string[i / 2] =
+            static_cast<unsigned char>(number(("0x" + pair).c_str(), "hex string", 0, 255));
       }
       b->val_len = static_cast<uint32_t>(digits.size() / 2);
       return;
     }
     case 'o':
       b->type = ASN_OBJECT_ID;
-      if (!parse_oid(value, b->val.objid, &b->val_len)) usage_error("bad object identifier '%s'", value);
+      if (!parse_oid(value, b->val.objid, &b->val_len))
+        usage_error("bad object identifier '%s'", value);
       return;
     case 'n':
       b->type = ASN_NULL;
@@ -181,7 +186,8 @@ event_infoEMS connect_hub(const Options &options) {
   ei.target = options.target;
   const char *name = options.name.empty() ? nullptr : options.name.c_str();
   if (open_event(&ei, options.source, name, options.trans) < 0)
-    failure("cannot connect by transport %d to %s", options.trans, name ? name : "the default daemon");
+    failure("cannot connect by transport %d to %s", options.trans,
+            name ? name : "the default daemon");
   return ei;
 }
 
@@ -237,38 +243,55 @@ int send_trap_command(const Options &options, int argc, char **argv) {
 void print_value(const SnmpVarBindEMS &b) {
   const auto *octets = reinterpret_cast<const unsigned char *>(&b.val.integer);
   switch (b.type) {
-    case ASN_INTEGER: printf("INTEGER %d", b.val.integer); break;
-    case ASN_COUNTER: printf("Counter %u", static_cast<uint32_t>(b.val.integer)); break;
-    case ASN_GAUGE: printf("Gauge %u", static_cast<uint32_t>(b.val.integer)); break;
-    case ASN_TIMETICKS: printf("TimeTicks %u", static_cast<uint32_t>(b.val.integer)); break;
-    case ASN_IPADDRESS: printf("IpAddress %u.%u.%u.%u", octets[0], octets[1], octets[2], octets[3]); break;
-    case ASN_NULL: printf("NULL"); break;
+    case ASN_INTEGER:
+      printf("INTEGER %d", b.val.integer);
+      break;
+    case ASN_COUNTER:
+      printf("Counter %u", static_cast<uint32_t>(b.val.integer));
+      break;
+    case ASN_GAUGE:
+      printf("Gauge %u", static_cast<uint32_t>(b.val.integer));
+      break;
+    case ASN_TIMETICKS:
+      printf("TimeTicks %u", static_cast<uint32_t>(b.val.integer));
+      break;
+    case ASN_IPADDRESS:
+      printf("IpAddress %u.%u.%u.%u", octets[0], octets[1], octets[2], octets[3]);
+      break;
+    case ASN_NULL:
+      printf("NULL");
+      break;
     case ASN_OBJECT_ID:
       printf("OID ");
-      for (uint32_t i = 0; i < b.val_len && i < SNMP_OID_MAX; ++i) printf(i ? ".%u" : "%u", b.val.objid[i]);
+      for (uint32_t i = 0; i < b.val_len && i < SNMP_OID_MAX; ++i)
+        printf(i ? ".%u" : "%u", b.val.objid[i]);
       break;
     default:
       printf(b.type == ASN_OCTET_STR ? "STRING \"" : "OCTETS(0x%02x) \"", b.type);
       for (uint32_t i = 0; i < b.val_len && i < SNMP_STRING_MAX; ++i) {
         unsigned char c = b.val.string[i];
-        if (c == '"' || c == '\\') printf("\\%c", c);
-        else if (c >= 32 && c < 127) putchar(c);
-        else printf("\\x%02x", c);
+        if (c == '"' || c == '\\')
+          printf("\\%c", c);
+        else if (c >= 32 && c < 127)
+          putchar(c);
+        else
+          printf("\\x%02x", c);
       }
       putchar('"');
       break;
   }
 }
 
-void print_trap(long index, int length, const trap_headerEMS &header,
-                const snmp_trap_infoEMS &trap, const SnmpVarBindEMS *vars) {
+void print_trap(long index, int length, const trap_headerEMS &header, const snmp_trap_infoEMS &trap,
+                const SnmpVarBindEMS *vars) {
   const auto *agent = reinterpret_cast<const unsigned char *>(&trap.agent);
   printf("trap %ld: %d octets from source %u, pid %d, status %d, target %u\n", index, length,
          header.src, header.pid, header.status, header.target);
   printf("  community   %s\n  enterprise  ", reinterpret_cast<const char *>(trap.community));
   for (int i = 0; i < trap.elen; ++i) printf(i ? ".%u" : "%u", trap.enterprise[i]);
   printf("\n  agent       %u.%u.%u.%u\n", agent[0], agent[1], agent[2], agent[3]);
-  printf("  generic     %u\n  specific    %u\n  time        %u\n", trap.gen, trap.specific, trap.time);
+  printf("  generic     %u\n  specific    %u\n  time        %u\n", trap.gen, trap.specific,
+         trap.time);
   for (int i = 0; i < trap.vars; ++i) {
     printf("  ");
     for (uint32_t a = 0; a < vars[i].oid_length; ++a) printf(a ? ".%u" : "%u", vars[i].oid[a]);
@@ -335,20 +358,41 @@ int listen_command(const Options &options, int argc) {
 }  // namespace
 
 int main(int argc, char **argv) {
-  enum { kStatus = 256, kTarget, kHost, kData, kDb, kObject, kIp, kTrapSpecific, kNetAddr,
-         kNetMask, kCommunity, kAgent, kTime, kCount };
+  enum {
+    kStatus = 256,
+    kTarget,
+    kHost,
+    kData,
+    kDb,
+    kObject,
+    kIp,
+    kTrapSpecific,
+    kNetAddr,
+    kNetMask,
+    kCommunity,
+    kAgent,
+    kTime,
+    kCount
+  };
   static const option options_table[] = {
-      {"transport", required_argument, nullptr, 't'}, {"name", required_argument, nullptr, 'n'},
-      {"source", required_argument, nullptr, 's'},    {"status", required_argument, nullptr, kStatus},
-      {"target", required_argument, nullptr, kTarget}, {"host", required_argument, nullptr, kHost},
-      {"data", required_argument, nullptr, kData},    {"db", required_argument, nullptr, kDb},
-      {"object", required_argument, nullptr, kObject}, {"ip", required_argument, nullptr, kIp},
+      {"transport", required_argument, nullptr, 't'},
+      {"name", required_argument, nullptr, 'n'},
+      {"source", required_argument, nullptr, 's'},
+      {"status", required_argument, nullptr, kStatus},
+      {"target", required_argument, nullptr, kTarget},
+      {"host", required_argument, nullptr, kHost},
+      {"data", required_argument, nullptr, kData},
+      {"db", required_argument, nullptr, kDb},
+      {"object", required_argument, nullptr, kObject},
+      {"ip", required_argument, nullptr, kIp},
       {"trap-specific", required_argument, nullptr, kTrapSpecific},
       {"net-addr", required_argument, nullptr, kNetAddr},
       {"net-mask", required_argument, nullptr, kNetMask},
       {"community", required_argument, nullptr, kCommunity},
-      {"agent", required_argument, nullptr, kAgent}, {"time", required_argument, nullptr, kTime},
-      {"count", required_argument, nullptr, kCount},   {"help", no_argument, nullptr, 'h'},
+      {"agent", required_argument, nullptr, kAgent},
+      {"time", required_argument, nullptr, kTime},
+      {"count", required_argument, nullptr, kCount},
+      {"help", no_argument, nullptr, 'h'},
       {nullptr, 0, nullptr, 0}};
   if (argc < 2) usage_error("a command is required");
   if (strcmp(argv[1], "-h") == 0 || strcmp(argv[1], "--help") == 0) {
@@ -367,23 +411,46 @@ int main(int argc, char **argv) {
       continue;
     }
     switch (option) {
-      case 't': options.trans = transport(optarg); break;
-      case 'n': options.name = optarg; break;
-      case 's': options.source = static_cast<int>(number(optarg, "source", 1, 27)); break;
-      case kStatus: options.status = static_cast<int32_t>(number(optarg, "status", INT32_MIN, INT32_MAX)); break;
-      case kTarget: options.target = static_cast<uint32_t>(number(optarg, "target", 0, UINT32_MAX)); break;
-      case kCommunity: options.community = optarg; break;
-      case kAgent: options.agent = optarg; break;
-      case kTime: options.time = static_cast<uint32_t>(number(optarg, "time", 0, UINT32_MAX)); break;
-      case kCount: options.count = number(optarg, "count", 1, LONG_MAX); break;
-      case 'h': fputs(kUsage, stdout); return 0;
-      default: usage_error("bad option");
+      case 't':
+        options.trans = transport(optarg);
+        break;
+      case 'n':
+        options.name = optarg;
+        break;
+      case 's':
+        options.source = static_cast<int>(number(optarg, "source", 1, 27));
+        break;
+      case kStatus:
+        options.status = static_cast<int32_t>(number(optarg, "status", INT32_MIN, INT32_MAX));
+        break;
+      case kTarget:
+        options.target = static_cast<uint32_t>(number(optarg, "target", 0, UINT32_MAX));
+        break;
+      case kCommunity:
+        options.community = optarg;
+        break;
+      case kAgent:
+        options.agent = optarg;
+        break;
+      case kTime:
+        options.time = static_cast<uint32_t>(number(optarg, "time", 0, UINT32_MAX));
+        break;
+      case kCount:
+        options.count = number(optarg, "count", 1, LONG_MAX);
+        break;
+      case 'h':
+        fputs(kUsage, stdout);
+        return 0;
+      default:
+        usage_error("bad option");
     }
   }
   int rest = argc - optind;
   char **args = argv + optind;
   if (command == "listen") return listen_command(options, rest);
-  if (rest >= 1 && strcmp(args[0], "event") == 0) return send_event_command(options, rest - 1, args + 1);
-  if (rest >= 1 && strcmp(args[0], "trap") == 0) return send_trap_command(options, rest - 1, args + 1);
+  if (rest >= 1 && strcmp(args[0], "event") == 0)
+    return send_event_command(options, rest - 1, args + 1);
+  if (rest >= 1 && strcmp(args[0], "trap") == 0)
+    return send_trap_command(options, rest - 1, args + 1);
   usage_error("send takes 'event' or 'trap'");
 }

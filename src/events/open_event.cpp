@@ -27,17 +27,19 @@ constexpr int kSourceDaemon = 4;
 constexpr int kSourceRemoteDaemon = 24;
 constexpr uint16_t kFallbackTrapPort = 162;
 
-// Display names by source number; numbers without their own name are
-// related applications.
+// Display names of the source numbers that have one; every other number
+// is a related application.
 constexpr const char *kRelatedApplication = "Related Application";
-constexpr const char *kApplicationNames[kMaxSource + 1] = {
-    nullptr,           nullptr,           "Event Viewer",     "Topology Manager",
-    nullptr,           nullptr,           "Configuration Tool", nullptr,
-    "Trap Configurator", "Alert Manager", "Status Poller",    "Data Gatherer",
-    "Report Generator", "Command Line",   nullptr,           "Discovery Daemon",
-    "Performance Monitor", "Status Monitor", "Security Manager", nullptr,
-    nullptr,           "Backup Manager",  nullptr,           "Vendor Application",
-    "Remote Daemon",   nullptr,           "Web Console",     "Scheduler",
+constexpr struct {
+  unsigned source;
+  const char *name;
+} kApplicationNames[] = {
+    {2, "Event Viewer"},      {3, "Topology Manager"},     {6, "Configuration Tool"},
+    {8, "Trap Configurator"}, {9, "Alert Manager"},        {10, "Status Poller"},
+    {11, "Data Gatherer"},    {12, "Report Generator"},    {13, "Command Line"},
+    {15, "Discovery Daemon"}, {16, "Performance Monitor"}, {17, "Status Monitor"},
+    {18, "Security Manager"}, {21, "Backup Manager"},      {23, "Vendor Application"},
+    {24, "Remote Daemon"},    {26, "Web Console"},         {27, "Scheduler"},
 };
 
 // The first IPv4 address of a host name or dotted address, network order.
@@ -139,8 +141,8 @@ int open_tcp_raw(const char *name) {
 
 extern "C" EVENTS_EXPORT const char *getApplName(int source) {
   unsigned number = static_cast<unsigned>(source) & 0xFFFFu;
-  if (number <= kMaxSource && kApplicationNames[number] != nullptr)
-    return kApplicationNames[number];
+  for (const auto &application : kApplicationNames)
+    if (application.source == number) return application.name;
   return kRelatedApplication;
 }
 

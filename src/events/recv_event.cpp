@@ -289,8 +289,8 @@ extern "C" EVENTS_EXPORT int recv_event_hdr(event_infoEMS *ei, snmp_trap_infoEMS
   unsigned char *packet = nullptr;
   unsigned char from[kSenderAddress] = {};
   int fromlen = sizeof from;
-  int length = recv_trap(ei->sd, &packet, ei->trans, reinterpret_cast<sockaddr *>(from), &fromlen,
-                         th);
+  int length =
+      recv_trap(ei->sd, &packet, ei->trans, reinterpret_cast<sockaddr *>(from), &fromlen, th);
   if (length <= 0) {
     logger(1, "recv_event", "recv_trap failed");
     return length;

@@ -222,10 +222,9 @@ int send_filled_event(event_infoEMS *ei) {
                 LoggedText(3).text, LoggedText(4).text);
     CHANNEL_LOG("call send_trap from send_event().\n");
   } else {
-    CHANNEL_LOG(
-        "Values of vars[0] %d vars[1] %s vars[2] %s vars [3] %s vars[4] %s vars [5] %s.\n",
-        state.event_vars[0].val.integer, LoggedText(1).text, LoggedText(2).text,
-        LoggedText(3).text, LoggedText(4).text, LoggedText(5).text);
+    CHANNEL_LOG("Values of vars[0] %d vars[1] %s vars[2] %s vars [3] %s vars[4] %s vars [5] %s.\n",
+                state.event_vars[0].val.integer, LoggedText(1).text, LoggedText(2).text,
+                LoggedText(3).text, LoggedText(4).text, LoggedText(5).text);
     CHANNEL_LOG("call send_trap from send_event_ex().\n");
   }
   return send_trap(ei, &state.event_trap, state.event_vars);
@@ -271,10 +270,9 @@ extern "C" EVENTS_EXPORT int send_event_ex(event_infoEMS *ei, int event, const c
 }
 
 extern "C" EVENTS_EXPORT int send_event_ex_ex(event_infoEMS *ei, int event, const char *host,
-                                              const char *descr, const char *data,
-                                              const char *db, const char *selname,
-                                              const char *ipaddress, const char *trapspecific,
-                                              const char *networkAddr,
+                                              const char *descr, const char *data, const char *db,
+                                              const char *selname, const char *ipaddress,
+                                              const char *trapspecific, const char *networkAddr,
                                               const char *networkMask) {
   CHANNEL_LOG("Beginning of send_event_ex()\n");
   if (ei == nullptr || descr == nullptr) return -1;

@@ -110,9 +110,9 @@ Trap decode(const Bytes &message) {
   Trap trap;
   prepare(&trap);
   Bytes copy = message;
-  EXPECT_EQ(snmp_parse_trap(copy.data(), static_cast<int>(copy.size()), &trap.info, nullptr,
-                            trap.vars),
-            0);
+  EXPECT_EQ(
+      snmp_parse_trap(copy.data(), static_cast<int>(copy.size()), &trap.info, nullptr, trap.vars),
+      0);
   return trap;
 }
 
