@@ -167,15 +167,15 @@ TEST(SendEvent, HostIsTheFirstWordAndTextsAreCut) {
 
 TEST(SendEvent, WiderVariantsSendTheirBindingsInOrder) {
   Trap ex = round_trip([](event_infoEMS *ei) {
-    return send_event_ex(ei, 8, "h", "d", "a", "b", "sel", nullptr, "spec");
+    return send_event_ex(ei, 8, "h", "d", "a", "b", "sel", nullptr, "trap17");
   });
   ASSERT_EQ(ex.info.vars, 8);
   Trap wide = round_trip([](event_infoEMS *ei) {
-    return send_event_ex_ex(ei, 9, "h", "d", "a", "b", "sel", "10.0.0.1", "spec", "10.0.0.0",
+    return send_event_ex_ex(ei, 9, "h", "d", "a", "b", "sel", "10.0.0.1", "trap17", "10.0.0.0",
                             nullptr);
   });
   ASSERT_EQ(wide.info.vars, 10);
-  const char *texts[] = {"h", "d", "a", "b", "sel", "10.0.0.1", "spec", "10.0.0.0", ""};
+  const char *texts[] = {"h", "d", "a", "b", "sel", "10.0.0.1", "trap17", "10.0.0.0", ""};
   for (int i = 0; i < 10; ++i) {
     EXPECT_EQ(wide.vars[i].oid_length, 13u);
     EXPECT_EQ(wide.vars[i].oid[11], static_cast<ObjectIdEMS>(i + 2)) << i;

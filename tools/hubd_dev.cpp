@@ -79,18 +79,18 @@ void usage(FILE *to) {
       to);
 }
 
-sockaddr_in inet_address(const std::string &spec) {
+sockaddr_in inet_address(const std::string &where) {
   std::string host = "0.0.0.0";
-  std::string port = spec;
-  size_t colon = spec.rfind(':');
+  std::string port = where;
+  size_t colon = where.rfind(':');
   if (colon != std::string::npos) {
-    host = spec.substr(0, colon);
-    port = spec.substr(colon + 1);
+    host = where.substr(0, colon);
+    port = where.substr(colon + 1);
   }
   char *end = nullptr;
   long number = strtol(port.c_str(), &end, 10);
   if (port.empty() || *end != '\0' || number < 0 || number > 65535)
-    fail("bad port in '%s'", spec.c_str());
+    fail("bad port in '%s'", where.c_str());
   addrinfo hints{};
   hints.ai_family = AF_INET;
   addrinfo *found = nullptr;
@@ -104,14 +104,14 @@ sockaddr_in inet_address(const std::string &spec) {
 
 void set_nonblocking(int fd) { fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK); }
 
-int listen_inet(const std::string &spec, int type) {
-  sockaddr_in address = inet_address(spec);
+int listen_inet(const std::string &where, int type) {
+  sockaddr_in address = inet_address(where);
   int fd = socket(AF_INET, type, 0);
   int on = 1;
   setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   if (fd < 0 || bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
       (type == SOCK_STREAM && listen(fd, 16) != 0))
-    fail("cannot listen on %s: %s", spec.c_str(), strerror(errno));
+    fail("cannot listen on %s: %s", where.c_str(), strerror(errno));
   set_nonblocking(fd);
   return fd;
 }
@@ -368,22 +368,22 @@ int main(int argc, char **argv) {
     usage(stderr);
     return 2;
   }
-  for (const auto &[kind, spec] : listeners) {
+  for (const auto &[kind, where] : listeners) {
     int fd;
     switch (kind) {
       case Kind::UnixListener:
         if (!created_socket.empty()) fail("only one --unix socket");
-        fd = listen_unix(spec);
+        fd = listen_unix(where);
         break;
       case Kind::Udp:
-        fd = listen_inet(spec, SOCK_DGRAM);
+        fd = listen_inet(where, SOCK_DGRAM);
         break;
       default:
-        fd = listen_inet(spec, SOCK_STREAM);
+        fd = listen_inet(where, SOCK_STREAM);
         break;
     }
-    hub.endpoints[fd] = Endpoint{kind, spec, {}, {}};
-    if (hub.verbose) printf("listening on %s\n", spec.c_str());
+    hub.endpoints[fd] = Endpoint{kind, where, {}, {}};
+    if (hub.verbose) printf("listening on %s\n", where.c_str());
   }
   serve(hub);
   return 0;

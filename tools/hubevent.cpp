@@ -83,10 +83,10 @@ struct Options {
   quit(1, fmt, args);
 }
 
-long number(const char *text, const char *what, long low, long high) {
+long number(const char *text, const char *what, long low, long high, int base = 10) {
   char *end = nullptr;
   errno = 0;
-  long value = strtol(text, &end, 0);
+  long value = strtol(text, &end, base);
   if (*text == '\0' || *end != '\0' || errno != 0 || value < low || value > high)
     usage_error("bad %s '%s'", what, text);
   return value;
@@ -162,7 +162,7 @@ void parse_binding(const char *name, const char *type, const char *value, SnmpVa
       for (size_t i = 0; i < digits.size(); i += 2) {
         std::string pair = digits.substr(i, 2);
         b->val.string[i / 2] =
-            static_cast<unsigned char>(number(("0x" + pair).c_str(), "hex string", 0, 255));
+            static_cast<unsigned char>(number(pair.c_str(), "hex string", 0, 255, 16));
       }
       b->val_len = static_cast<uint32_t>(digits.size() / 2);
       return;
