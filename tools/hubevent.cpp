@@ -185,9 +185,11 @@ event_infoEMS connect_hub(const Options &options) {
   ei.status = options.status;
   ei.target = options.target;
   const char *name = options.name.empty() ? nullptr : options.name.c_str();
-  if (open_event(&ei, options.source, name, options.trans) < 0)
-    failure("cannot connect by transport %d to %s", options.trans,
-            name ? name : "the default daemon");
+  if (open_event(&ei, options.source, name, options.trans) < 0) {
+    if (options.trans == EVENT_TRANS_DEFAULT)
+      failure("cannot connect to the default daemon (KZ_HUBD_SOCKET, or KZ_SERVER if KZ_CLIENT=1)");
+    failure("cannot connect by transport %d to %s", options.trans, name ? name : "(no name)");
+  }
   return ei;
 }
 
