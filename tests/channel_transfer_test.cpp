@@ -283,25 +283,6 @@ TEST(RecvTrap, FramesStreamsAndRefusesWhatDoesNotFit) {
   EXPECT_EQ(recv_trap(0, nullptr, 2, nullptr, nullptr, nullptr), -1);
 }
 
-TEST(RecvTrap, RefusedMessagesAreReported) {
-  Pair pair(6);
-  pair.write_peer(Bytes{0xA4, 0x05, 0x30, 0x84});
-  pair.close_peer();
-  unsigned char *packet;
-  trap_headerEMS *header;
-  Diagnostics first =
-      with_diagnostics(0, [&] { recv_trap(pair.ei.sd, &packet, 6, nullptr, nullptr, &header); });
-  EXPECT_NE(first.trace_log.find(
-                "could not identify TCP message as a trap, initial hex character = 0xa4"),
-            std::string::npos);
-  Diagnostics second =
-      with_diagnostics(0, [&] { recv_trap(pair.ei.sd, &packet, 6, nullptr, nullptr, &header); });
-  EXPECT_NE(second.trace_log.find("not supported"), std::string::npos);
-  Diagnostics end =
-      with_diagnostics(0, [&] { recv_trap(pair.ei.sd, &packet, 6, nullptr, nullptr, &header); });
-  EXPECT_NE(end.standard_error.find("Error receiving tcp traps"), std::string::npos);
-}
-
 TEST(GetPduLen, ReadsShortAndLongForms) {
   struct Case {
     Bytes octets;
