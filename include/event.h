@@ -12,6 +12,8 @@
 #include "events_export.h"
 #include "snmp.h"
 
+struct sockaddr;
+
 EVENTS_BEGIN_DECLS
 
 /* One connection, owned by the caller. */
@@ -39,6 +41,121 @@ typedef struct {
 /* The same layout on 32-bit and 64-bit hosts; the header is a wire format. */
 EVENTS_STATIC_ASSERT(sizeof(event_infoEMS) == 32, "event_infoEMS layout");
 EVENTS_STATIC_ASSERT(sizeof(trap_headerEMS) == 24, "trap_headerEMS is 24 octets");
+
+/* Transport modes of event_infoEMS.trans. */
+#define EVENT_TRANS_UDP 1      /* datagrams to port 162 of the daemon host */
+#define EVENT_TRANS_UNIX 2     /* Unix stream socket, with headers */
+#define EVENT_TRANS_TCP 3      /* TCP to service zxhubd-client, with headers */
+#define EVENT_TRANS_HOOK 4     /* receive only, through kzc_recv_event */
+#define EVENT_TRANS_DEFAULT 5  /* TCP to the default server on a client
+                                  installation, else the daemon's Unix socket */
+#define EVENT_TRANS_TCP_RAW 6  /* TCP to "host+text/port", no headers */
+
+/* Largest SNMP message sent or received on any transport. */
+#define EVENT_MAX_MESSAGE 8192
+
+/* Platform event numbers sent by open_event and close_event. */
+#define EVENT_CONNECTED 59179056     /* "%s connected to hubd." */
+#define EVENT_DISCONNECTING 59179057 /* "%s disconnecting from hubd." */
+
+/* Connection.
+ * open_event connects by transport `trans` (name: host name for 1 and 3,
+ * socket path for 2, ignored for 5, "host[+text/port-or-service]" for 6),
+ * enlarges the socket buffers to 64 KiB, fills *ei and announces the
+ * application with the connected event (not for source 4, nor for 24 on a
+ * transport other than 3).  Returns the descriptor, or -1 for a null ei, a
+ * source outside 1..27, an unknown transport or a failed connection; ei is
+ * then unchanged except `manager` in mode 1.
+ * close_event sends the disconnecting event (not for source 4; source 24
+ * sends it as on transport 3 and leaves trans set to 3) and closes the
+ * socket; returns the result of close, or -1 for a null ei.
+ * getApplName returns the display name of a source number (low 16 bits).
+ * set_sock_buf_size_if_larger raises the SO_SNDBUF or SO_RCVBUF (buf_type)
+ * of sd to new_size if it is smaller; failures are ignored; returns 0. */
+EVENTS_EXPORT int open_event(event_infoEMS *ei, int source, const char *name, int trans);
+EVENTS_EXPORT int close_event(event_infoEMS *ei);
+EVENTS_EXPORT const char *getApplName(int source);
+EVENTS_EXPORT int set_sock_buf_size_if_larger(int sd, int buf_type, int new_size);
+
+/* Receiving.
+ * Every receive overwrites one static area: the transmission header
+ * (recv_headerEMS) followed by room for an 8,192-octet message
+ * (recv_packetEMS).  Transports without headers (1, 4, 6) get a made-up
+ * header: len = octets received, src = 1, pid = -1.
+ *
+ * recv_trap reads one message from sd framed for transport `trans` and
+ * points *buf and *th into the static area.  `from` and `fromlen` receive
+ * the sender's address in mode 1 and are passed to the hook in mode 4 (both
+ * may be NULL).  Returns the message length (20 or more), 0 at end of
+ * stream, -1 for a null argument, a failed wait or an unsupported length
+ * form, -5 when a headerless stream does not start with a SEQUENCE, -6 for
+ * a message over 8,192 or under 20 octets (an oversized message on a stream
+ * is read and dropped so the next one is found), or the failing recv or
+ * hook result.  A signal interrupting a wait does not end the read.
+ * recv_event_hdr reads with recv_trap and decodes into sti and vars (the
+ * caller sets sti->clen, sti->elen and sti->maxvars as for snmp_parse_trap);
+ * copies the header's time into ei->time and points *th at the header.
+ * Returns the message length, -1 if decoding failed, or recv_trap's result.
+ * recv_event is recv_event_hdr without the header pointer. */
+EVENTS_EXPORT extern trap_headerEMS *recv_headerEMS;
+EVENTS_EXPORT extern unsigned char *recv_packetEMS;
+EVENTS_EXPORT int recv_event(event_infoEMS *ei, snmp_trap_infoEMS *sti, EMSsnmpVarBind *vars);
+EVENTS_EXPORT int recv_event_hdr(event_infoEMS *ei, snmp_trap_infoEMS *sti, EMSsnmpVarBind *vars,
+                                 trap_headerEMS **th);
+EVENTS_EXPORT int recv_trap(int sd, unsigned char **buf, int trans, struct sockaddr *from,
+                            int *fromlen, trap_headerEMS **th);
+
+/* Receive hook for transport 4: reads one message from sd into `packet`;
+ * *length holds 8,192 on entry and the octets read on return.  Returns a
+ * count; 0 or less is failure.  NULL (the default): mode 4 reads nothing. */
+typedef int (*kzc_recv_event_fn)(int sd, struct sockaddr *from, unsigned char *packet,
+                                 int *length);
+EVENTS_EXPORT extern kzc_recv_event_fn kzc_recv_event;
+
+/* The length octet after a SEQUENCE type octet on a headerless stream.
+ * Short form: *length = the octet, result 0.  Long form 0x81..0x84:
+ * *length = number of length octets n; result 0 with *length = the
+ * big-endian value of data[1..n] when data[1] is non-zero, else 1 (the n
+ * octets are still to be read).  Indefinite (0x80) or longer forms: -1.
+ * REQUIRES: data[1] is readable for a long form, and data[1..n] when it is
+ * non-zero. */
+EVENTS_EXPORT int get_pdu_len(unsigned char *data, int32_t *length);
+
+/* Sends signo to the process whose ID starts the file pidFile.  Returns 1
+ * if the file cannot be read or holds no number, the process ID if no such
+ * process exists, else 0.  procName is not used. */
+EVENTS_EXPORT int sendsig(int signo, const char *procName, const char *pidFile);
+
+/* Sending.
+ * send_trap encodes sti and its first sti->vars bindings and writes the
+ * message framed for ei->trans: a datagram to port 162 of ei->manager (1),
+ * a transmission header from ei (source, this process, status, target) and
+ * the message (2, 3), the message alone (6); other transports send
+ * nothing.  Returns 0, -1 if the trap cannot be encoded, or the failing
+ * send result.  send_hex_buffer writes an encoded message the same way.
+ *
+ * The send_event family sends an enterprise-specific trap of enterprise
+ * 1.3.6.1.4.1.49999.6.3.1, community "kestrl", specific number `event`,
+ * time-stamped in hundredths of a second since the process's first event,
+ * with the bindings sourceId (ei->source), hostName (first word of host, or
+ * "<none>"), trapDescr, trapData and dataBase; send_event_ex adds
+ * objectname, ipaddress and trapspecific, send_event_ex_ex also network
+ * address and mask.  Texts are cut at 512 octets; NULL texts other than
+ * host and descr are sent empty.  Returns -1 for a null ei or descr, else
+ * the result of send_trap. */
+EVENTS_EXPORT int send_trap(event_infoEMS *ei, snmp_trap_infoEMS *sti, EMSsnmpVarBind *vars);
+EVENTS_EXPORT int send_hex_buffer(event_infoEMS *ei, const unsigned char *bufp, int buflen);
+EVENTS_EXPORT int send_event(event_infoEMS *ei, int event, const char *host, const char *descr,
+                             const char *data, const char *db);
+EVENTS_EXPORT int send_event_ex(event_infoEMS *ei, int event, const char *host,
+                                const char *descr, const char *data, const char *db,
+                                const char *selname, const char *ipaddress,
+                                const char *trapspecific);
+EVENTS_EXPORT int send_event_ex_ex(event_infoEMS *ei, int event, const char *host,
+                                   const char *descr, const char *data, const char *db,
+                                   const char *selname, const char *ipaddress,
+                                   const char *trapspecific, const char *networkAddr,
+                                   const char *networkMask);
 
 EVENTS_END_DECLS
 

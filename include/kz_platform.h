@@ -13,6 +13,8 @@
 #ifndef EVENTS_KZ_PLATFORM_H
 #define EVENTS_KZ_PLATFORM_H
 
+#include <stdint.h>
+
 #include "events_export.h"
 
 EVENTS_BEGIN_DECLS
@@ -30,6 +32,10 @@ EVENTS_EXPORT const char *KZhubdSocketPath(void);
  * allocated memory that the caller frees. */
 EVENTS_EXPORT int _ZXisClient(void);
 EVENTS_EXPORT char *_KZDefaultServerName(void);
+
+/* This host's IPv4 address in network order: the first configured
+ * interface address that is up and not loopback, else 127.0.0.1. */
+EVENTS_EXPORT uint32_t KZmyAddress(void);
 
 /* Platform log.  Appends one line "catalog[set,message] subsystem level:
  * text" to the file named by KZ_LOG, or sends the text to syslog when

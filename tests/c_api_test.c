@@ -50,5 +50,7 @@ int main(void) {
   CHECK(trap.elen == 10 && trap.enterprise[6] == 49999);
   CHECK(trap.vars == 1 && vars[0].val.integer == -5);
   CHECK(tracelogfp == NULL && snmptracemaskEMS == 0);
+  CHECK(open_event(NULL, 1, "/nonexistent", EVENT_TRANS_UNIX) == -1);
+  CHECK(strlen(getApplName(2)) > 0 && kzc_recv_event == NULL);
   return 0;
 }

@@ -1,5 +1,9 @@
 // Default platform services, configured only by environment variables.
 
+#include <arpa/inet.h>
+#include <ifaddrs.h>
+#include <net/if.h>
+#include <netinet/in.h>
 #include <syslog.h>
 
 #include <cstdarg>
@@ -47,6 +51,20 @@ extern "C" EVENTS_EXPORT int _ZXisClient(void) { return strcmp(env_or("KZ_CLIENT
 
 extern "C" EVENTS_EXPORT char *_KZDefaultServerName(void) {
   return copy_text(env_or("KZ_SERVER", "localhost"));
+}
+
+extern "C" EVENTS_EXPORT uint32_t KZmyAddress(void) {
+  uint32_t address = htonl(INADDR_LOOPBACK);
+  ifaddrs *interfaces = nullptr;
+  if (getifaddrs(&interfaces) != 0) return address;
+  for (ifaddrs *i = interfaces; i != nullptr; i = i->ifa_next) {
+    if (i->ifa_addr == nullptr || i->ifa_addr->sa_family != AF_INET) continue;
+    if (!(i->ifa_flags & IFF_UP) || (i->ifa_flags & IFF_LOOPBACK)) continue;
+    address = reinterpret_cast<const sockaddr_in *>(i->ifa_addr)->sin_addr.s_addr;
+    break;
+  }
+  freeifaddrs(interfaces);
+  return address;
 }
 
 extern "C" EVENTS_EXPORT void KZuLogS(int level, int subsystem, const char *catalog, int set,

@@ -1,0 +1,458 @@
+// hubevent: sends an event or a trap to hubd, or listens and prints every
+// trap that arrives.
+//
+//   hubevent send [OPTIONS] event NUMBER DESCRIPTION
+//   hubevent send [OPTIONS] trap ENTERPRISE GENERIC SPECIFIC [OID TYPE VALUE]...
+//   hubevent listen [OPTIONS]
+//
+// Exit status: 0 done, 1 the connection or a send or receive failed,
+// 2 bad usage.
+
+#include <arpa/inet.h>
+#include <getopt.h>
+#include <poll.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cerrno>
+#include <climits>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "event.h"
+#include "snmp.h"
+
+namespace {
+
+constexpr int kMaxBindings = 64;
+
+const char kUsage[] =
+    "usage: hubevent send [OPTIONS] event NUMBER DESCRIPTION\n"
+    "       hubevent send [OPTIONS] trap ENTERPRISE GENERIC SPECIFIC [OID TYPE VALUE]...\n"
+    "       hubevent listen [OPTIONS]\n"
+    "connection:\n"
+    "  -t, --transport MODE  udp (1), unix (2), tcp (3), default (5) or raw (6); default 5\n"
+    "  -n, --name NAME       daemon host (udp, tcp), socket path (unix) or\n"
+    "                        host+text/port (raw)\n"
+    "  -s, --source N        application source number, 1 to 27; default 1\n"
+    "      --status N, --target N   words copied into each transmission header\n"
+    "event: --host H --data D --db D --object O --ip A --trap-specific T\n"
+    "       --net-addr A --net-mask M\n"
+    "trap:  --community C (public) --agent A.B.C.D (this host) --time TICKS (0);\n"
+    "       TYPE is i INTEGER, u Gauge, c Counter, t TimeTicks, a IpAddress,\n"
+    "       s OCTET STRING, x hex OCTET STRING, o OBJECT IDENTIFIER, n NULL\n"
+    "listen: --count N   stop after N traps (default: until interrupted)\n";
+
+struct Options {
+  int trans = EVENT_TRANS_DEFAULT;
+  std::string name;
+  int source = 1;
+  int32_t status = 0;
+  uint32_t target = 0;
+  const char *texts[9] = {};  // host data db object ip trap-specific net-addr net-mask
+  std::string community = "public";
+  const char *agent = nullptr;
+  uint32_t time = 0;
+  long count = -1;
+};
+
+// Reports on standard error and ends with `status`; bad usage (2) also
+// shows the usage text.
+[[noreturn]] void quit(int status, const char *fmt, va_list args) {
+  fputs("hubevent: ", stderr);
+  vfprintf(stderr, fmt, args);
+  fputc('\n', stderr);
+  if (status == 2) fputs(kUsage, stderr);
+  exit(status);
+}
+
+[[noreturn]] __attribute__((format(printf, 1, 2))) void usage_error(const char *fmt, ...) {
+  va_list args;
+  va_start(args, fmt);
+  quit(2, fmt, args);
+}
+
+[[noreturn]] __attribute__((format(printf, 1, 2))) void failure(const char *fmt, ...) {
+  va_list args;
+  va_start(args, fmt);
+  quit(1, fmt, args);
+}
+
+long number(const char *text, const char *what, long low, long high, int base = 10) {
+  char *end = nullptr;
+  errno = 0;
+  long value = strtol(text, &end, base);
+  if (*text == '\0' || *end != '\0' || errno != 0 || value < low || value > high)
+    usage_error("bad %s '%s'", what, text);
+  return value;
+}
+
+int transport(const char *text) {
+  static const struct {
+    const char *name;
+    int mode;
+  } modes[] = {{"udp", 1}, {"unix", 2}, {"tcp", 3}, {"default", 5}, {"raw", 6}};
+  for (const auto &mode : modes)
+    if (strcmp(text, mode.name) == 0) return mode.mode;
+  return static_cast<int>(number(text, "transport", 1, 6));
+}
+
+bool parse_oid(const char *text, ObjectIdEMS *arcs, uint32_t *length) {
+  *length = 0;
+  if (*text == '.') ++text;
+  while (*text != '\0') {
+    if (!isdigit(static_cast<unsigned char>(*text)) || *length == SNMP_OID_MAX) return false;
+    char *end = nullptr;
+    unsigned long arc = strtoul(text, &end, 10);
+    if (arc > UINT32_MAX) return false;
+    arcs[(*length)++] = static_cast<ObjectIdEMS>(arc);
+    text = end;
+    if (*text == '.')
+      ++text;
+    else if (*text != '\0')
+      return false;
+  }
+  return *length >= 2;
+}
+
+void parse_binding(const char *name, const char *type, const char *value, SnmpVarBindEMS *b) {
+  memset(b, 0, sizeof *b);
+  if (!parse_oid(name, b->oid, &b->oid_length)) usage_error("bad object identifier '%s'", name);
+  if (strlen(type) != 1) usage_error("bad type '%s'", type);
+  switch (type[0]) {
+    case 'i':
+      b->type = ASN_INTEGER;
+      b->val.integer = static_cast<int32_t>(number(value, "integer", INT32_MIN, INT32_MAX));
+      b->val_len = 4;
+      return;
+    case 'u':
+    case 'c':
+    case 't':
+      b->type = type[0] == 'u' ? ASN_GAUGE : type[0] == 'c' ? ASN_COUNTER : ASN_TIMETICKS;
+      b->val.integer = static_cast<int32_t>(number(value, "unsigned value", 0, UINT32_MAX));
+      b->val_len = 4;
+      return;
+    case 'a': {
+      in_addr address;
+      if (inet_pton(AF_INET, value, &address) != 1) usage_error("bad IP address '%s'", value);
+      b->type = ASN_IPADDRESS;
+      b->val.integer = static_cast<int32_t>(ntohl(address.s_addr));
+      b->val_len = 4;
+      return;
+    }
+    case 's':
+      b->type = ASN_OCTET_STR;
+      b->val_len = static_cast<uint32_t>(strlen(value));
+      if (b->val_len > SNMP_STRING_MAX)
+        usage_error("string longer than %d octets", SNMP_STRING_MAX);
+      memcpy(b->val.string, value, b->val_len);
+      return;
+    case 'x': {
+      b->type = ASN_OCTET_STR;
+      std::string digits;
+      for (const char *p = value; *p; ++p)
+        if (!isspace(static_cast<unsigned char>(*p))) digits += *p;
+      if (digits.size() % 2 != 0 || digits.size() / 2 > SNMP_STRING_MAX)
+        usage_error("bad hex string '%s'", value);
+      for (size_t i = 0; i < digits.size(); i += 2) {
+        std::string pair = digits.substr(i, 2);
+        b->val.string[i / 2] =
+            static_cast<unsigned char>(number(pair.c_str(), "hex string", 0, 255, 16));
+      }
+      b->val_len = static_cast<uint32_t>(digits.size() / 2);
+      return;
+    }
+    case 'o':
+      b->type = ASN_OBJECT_ID;
+      if (!parse_oid(value, b->val.objid, &b->val_len))
+        usage_error("bad object identifier '%s'", value);
+      return;
+    case 'n':
+      b->type = ASN_NULL;
+      return;
+    default:
+      usage_error("bad type '%s'", type);
+  }
+}
+
+event_infoEMS connect_hub(const Options &options) {
+  event_infoEMS ei{};
+  ei.status = options.status;
+  ei.target = options.target;
+  const char *name = options.name.empty() ? nullptr : options.name.c_str();
+  if (open_event(&ei, options.source, name, options.trans) < 0) {
+    if (options.trans == EVENT_TRANS_DEFAULT)
+      failure("cannot connect to the default daemon (KZ_HUBD_SOCKET, or KZ_SERVER if KZ_CLIENT=1)");
+    failure("cannot connect by transport %d to %s", options.trans, name ? name : "(no name)");
+  }
+  return ei;
+}
+
+int send_event_command(const Options &options, int argc, char **argv) {
+  if (argc != 2) usage_error("send event takes NUMBER DESCRIPTION");
+  int event = static_cast<int>(number(argv[0], "event number", INT32_MIN, UINT32_MAX));
+  const char *const *t = options.texts;
+  event_infoEMS ei = connect_hub(options);
+  int result;
+  if (t[6] || t[7])
+    result = send_event_ex_ex(&ei, event, t[0], argv[1], t[1], t[2], t[3], t[4], t[5], t[6], t[7]);
+  else if (t[3] || t[4] || t[5])
+    result = send_event_ex(&ei, event, t[0], argv[1], t[1], t[2], t[3], t[4], t[5]);
+  else
+    result = send_event(&ei, event, t[0], argv[1], t[1], t[2]);
+  close_event(&ei);
+  if (result != 0) failure("sending the event failed: %s", strerror(errno));
+  return 0;
+}
+
+int send_trap_command(const Options &options, int argc, char **argv) {
+  if (argc < 3 || (argc - 3) % 3 != 0)
+    usage_error("send trap takes ENTERPRISE GENERIC SPECIFIC and OID TYPE VALUE triples");
+  if ((argc - 3) / 3 > kMaxBindings) usage_error("at most %d bindings", kMaxBindings);
+  static snmp_trap_infoEMS trap;
+  static SnmpVarBindEMS vars[kMaxBindings];
+  if (options.community.size() >= SNMP_COMMUNITY_MAX) usage_error("community too long");
+  memcpy(trap.community, options.community.data(), options.community.size());
+  trap.clen = static_cast<int32_t>(options.community.size());
+  uint32_t elen;
+  if (!parse_oid(argv[0], trap.enterprise, &elen)) usage_error("bad enterprise '%s'", argv[0]);
+  trap.elen = static_cast<int32_t>(elen);
+  trap.gen = static_cast<uint32_t>(number(argv[1], "generic trap", 0, 6));
+  trap.specific = static_cast<uint32_t>(number(argv[2], "specific trap", 0, UINT32_MAX));
+  trap.time = options.time;
+  trap.vars = (argc - 3) / 3;
+  trap.maxvars = kMaxBindings;
+  for (int i = 0; i < trap.vars; ++i)
+    parse_binding(argv[3 + 3 * i], argv[4 + 3 * i], argv[5 + 3 * i], &vars[i]);
+  in_addr agent{};
+  if (options.agent != nullptr && inet_pton(AF_INET, options.agent, &agent) != 1)
+    usage_error("bad agent address '%s'", options.agent);
+
+  event_infoEMS ei = connect_hub(options);
+  trap.agent = ntohl(options.agent != nullptr ? agent.s_addr : ei.agent);
+  int result = send_trap(&ei, &trap, vars);
+  close_event(&ei);
+  if (result == -1) failure("the trap cannot be encoded");
+  if (result != 0) failure("sending the trap failed: %s", strerror(errno));
+  return 0;
+}
+
+void print_value(const SnmpVarBindEMS &b) {
+  const auto *octets = reinterpret_cast<const unsigned char *>(&b.val.integer);
+  switch (b.type) {
+    case ASN_INTEGER:
+      printf("INTEGER %d", b.val.integer);
+      break;
+    case ASN_COUNTER:
+      printf("Counter %u", static_cast<uint32_t>(b.val.integer));
+      break;
+    case ASN_GAUGE:
+      printf("Gauge %u", static_cast<uint32_t>(b.val.integer));
+      break;
+    case ASN_TIMETICKS:
+      printf("TimeTicks %u", static_cast<uint32_t>(b.val.integer));
+      break;
+    case ASN_IPADDRESS:
+      printf("IpAddress %u.%u.%u.%u", octets[0], octets[1], octets[2], octets[3]);
+      break;
+    case ASN_NULL:
+      printf("NULL");
+      break;
+    case ASN_OBJECT_ID:
+      printf("OID ");
+      for (uint32_t i = 0; i < b.val_len && i < SNMP_OID_MAX; ++i)
+        printf(i ? ".%u" : "%u", b.val.objid[i]);
+      break;
+    default:
+      printf(b.type == ASN_OCTET_STR ? "STRING \"" : "OCTETS(0x%02x) \"", b.type);
+      for (uint32_t i = 0; i < b.val_len && i < SNMP_STRING_MAX; ++i) {
+        unsigned char c = b.val.string[i];
+        if (c == '"' || c == '\\')
+          printf("\\%c", c);
+        else if (c >= 32 && c < 127)
+          putchar(c);
+        else
+          printf("\\x%02x", c);
+      }
+      putchar('"');
+      break;
+  }
+}
+
+void print_trap(long index, int length, const trap_headerEMS &header, const snmp_trap_infoEMS &trap,
+                const SnmpVarBindEMS *vars) {
+  const auto *agent = reinterpret_cast<const unsigned char *>(&trap.agent);
+  printf("trap %ld: %d octets from source %u, pid %d, status %d, target %u\n", index, length,
+         header.src, header.pid, header.status, header.target);
+  printf("  community   %s\n  enterprise  ", reinterpret_cast<const char *>(trap.community));
+  for (int i = 0; i < trap.elen; ++i) printf(i ? ".%u" : "%u", trap.enterprise[i]);
+  printf("\n  agent       %u.%u.%u.%u\n", agent[0], agent[1], agent[2], agent[3]);
+  printf("  generic     %u\n  specific    %u\n  time        %u\n", trap.gen, trap.specific,
+         trap.time);
+  for (int i = 0; i < trap.vars; ++i) {
+    printf("  ");
+    for (uint32_t a = 0; a < vars[i].oid_length; ++a) printf(a ? ".%u" : "%u", vars[i].oid[a]);
+    printf(" = ");
+    print_value(vars[i]);
+    putchar('\n');
+  }
+  putchar('\n');
+  fflush(stdout);
+}
+
+int stop_pipe[2] = {-1, -1};
+
+void on_stop(int) {
+  char byte = 0;
+  ssize_t ignored = write(stop_pipe[1], &byte, 1);
+  (void)ignored;
+}
+
+int listen_command(const Options &options, int argc) {
+  if (argc != 0) usage_error("listen takes no arguments");
+  if (pipe(stop_pipe) != 0) failure("pipe: %s", strerror(errno));
+  struct sigaction action {};
+  action.sa_handler = on_stop;
+  sigaction(SIGINT, &action, nullptr);
+  sigaction(SIGTERM, &action, nullptr);
+
+  event_infoEMS ei = connect_hub(options);
+  fprintf(stderr, "hubevent: listening\n");
+  static snmp_trap_infoEMS trap;
+  static SnmpVarBindEMS vars[kMaxBindings];
+  int status = 0;
+  for (long received = 0; options.count < 0 || received < options.count;) {
+    pollfd waits[2] = {{ei.sd, POLLIN, 0}, {stop_pipe[0], POLLIN, 0}};
+    if (poll(waits, 2, -1) < 0) continue;
+    if (waits[1].revents) break;
+    trap.clen = SNMP_COMMUNITY_MAX - 1;
+    trap.elen = SNMP_OID_MAX;
+    trap.maxvars = kMaxBindings;
+    trap_headerEMS *header = nullptr;
+    int length = recv_event_hdr(&ei, &trap, vars, &header);
+    if (length > 0) {
+      print_trap(++received, length, *header, trap, vars);
+    } else if (length == 0) {
+      fprintf(stderr, "hubevent: the daemon closed the connection\n");
+      status = 1;
+      break;
+    } else if (length == -1 || length == -5 || length == -6) {
+      fprintf(stderr, "hubevent: skipped a message that is not a trap (%d)\n", length);
+      if (length == -1 && ei.trans == EVENT_TRANS_TCP_RAW) {
+        status = 1;
+        break;
+      }
+    } else {
+      fprintf(stderr, "hubevent: receiving failed: %s\n", strerror(errno));
+      status = 1;
+      break;
+    }
+  }
+  close_event(&ei);
+  return status;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  enum {
+    kStatus = 256,
+    kTarget,
+    kHost,
+    kData,
+    kDb,
+    kObject,
+    kIp,
+    kTrapSpecific,
+    kNetAddr,
+    kNetMask,
+    kCommunity,
+    kAgent,
+    kTime,
+    kCount
+  };
+  static const option options_table[] = {
+      {"transport", required_argument, nullptr, 't'},
+      {"name", required_argument, nullptr, 'n'},
+      {"source", required_argument, nullptr, 's'},
+      {"status", required_argument, nullptr, kStatus},
+      {"target", required_argument, nullptr, kTarget},
+      {"host", required_argument, nullptr, kHost},
+      {"data", required_argument, nullptr, kData},
+      {"db", required_argument, nullptr, kDb},
+      {"object", required_argument, nullptr, kObject},
+      {"ip", required_argument, nullptr, kIp},
+      {"trap-specific", required_argument, nullptr, kTrapSpecific},
+      {"net-addr", required_argument, nullptr, kNetAddr},
+      {"net-mask", required_argument, nullptr, kNetMask},
+      {"community", required_argument, nullptr, kCommunity},
+      {"agent", required_argument, nullptr, kAgent},
+      {"time", required_argument, nullptr, kTime},
+      {"count", required_argument, nullptr, kCount},
+      {"help", no_argument, nullptr, 'h'},
+      {nullptr, 0, nullptr, 0}};
+  if (argc < 2) usage_error("a command is required");
+  if (strcmp(argv[1], "-h") == 0 || strcmp(argv[1], "--help") == 0) {
+    fputs(kUsage, stdout);
+    return 0;
+  }
+  std::string command = argv[1];
+  if (command != "send" && command != "listen") usage_error("unknown command '%s'", argv[1]);
+
+  Options options;
+  optind = 2;
+  int option;
+  while ((option = getopt_long(argc, argv, "+t:n:s:h", options_table, nullptr)) != -1) {
+    if (option >= kHost && option <= kNetMask) {
+      options.texts[option - kHost] = optarg;
+      continue;
+    }
+    switch (option) {
+      case 't':
+        options.trans = transport(optarg);
+        break;
+      case 'n':
+        options.name = optarg;
+        break;
+      case 's':
+        options.source = static_cast<int>(number(optarg, "source", 1, 27));
+        break;
+      case kStatus:
+        options.status = static_cast<int32_t>(number(optarg, "status", INT32_MIN, INT32_MAX));
+        break;
+      case kTarget:
+        options.target = static_cast<uint32_t>(number(optarg, "target", 0, UINT32_MAX));
+        break;
+      case kCommunity:
+        options.community = optarg;
+        break;
+      case kAgent:
+        options.agent = optarg;
+        break;
+      case kTime:
+        options.time = static_cast<uint32_t>(number(optarg, "time", 0, UINT32_MAX));
+        break;
+      case kCount:
+        options.count = number(optarg, "count", 1, LONG_MAX);
+        break;
+      case 'h':
+        fputs(kUsage, stdout);
+        return 0;
+      default:
+        usage_error("bad option");
+    }
+  }
+  int rest = argc - optind;
+  char **args = argv + optind;
+  if (command == "listen") return listen_command(options, rest);
+  if (rest >= 1 && strcmp(args[0], "event") == 0)
+    return send_event_command(options, rest - 1, args + 1);
+  if (rest >= 1 && strcmp(args[0], "trap") == 0)
+    return send_trap_command(options, rest - 1, args + 1);
+  usage_error("send takes 'event' or 'trap'");
+}
