@@ -4,7 +4,9 @@
 #include <string.h>
 
 #include "asn1.h"
+#include "env_probe.h"
 #include "event.h"
+#include "events_msg.h"
 #include "kz_platform.h"
 #include "log_trace.h"
 #include "snmp.h"
