@@ -10,11 +10,14 @@
 #include "kz_platform.h"
 #include "log_trace.h"
 #include "snmp.h"
+#include "trp_format.h"
 
 _Static_assert(sizeof(trap_headerEMS) == 24, "transmission header is 24 octets");
 _Static_assert(sizeof(snmp_trap_infoEMS) == 680, "trap record layout");
 _Static_assert(sizeof(SnmpVarBindEMS) == 1036, "binding record layout");
 _Static_assert(sizeof(event_infoEMS) == 32, "connection record layout");
+_Static_assert(sizeof(trap_arg) == 8, "format argument layout");
+_Static_assert(sizeof(((trap_record *)0)->name) == TRAP_NAME_SIZE, "trap name size");
 
 #define CHECK(cond)                                              \
   do {                                                           \
@@ -56,5 +59,17 @@ int main(void) {
   CHECK(trap.elen == 10 && trap.enterprise[6] == 49999);
   CHECK(trap.vars == 1 && vars[0].val.integer == -5);
   CHECK(tracelogfp == NULL && snmptracemaskEMS == 0);
+
+  {
+    trap_element element;
+    uint32_t ticks = 12000;
+    char text[16];
+    memset(&element, 0, sizeof element);
+    makeFormatString(doStrdup("$A: $1"), &element);
+    CHECK(element.num_args == 2 && strcmp(element.format, "%s: %s") == 0);
+    freeTrapElementContents(&element);
+    CHECK(ICFEvtTimeInt2String(&ticks, text) == 0 && strcmp(text, "2m") == 0);
+    CHECK(isCnode() == 0 && trpFormatExpandSourceFiles == 1);
+  }
   return 0;
 }
