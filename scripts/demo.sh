@@ -7,3 +7,5 @@ bash scripts/setup.sh >/dev/null
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build -j "$(nproc)" >/dev/null
 build/examples/trap_roundtrip
+sed "s#/usr/KZ/conf/C/#$PWD/examples/#" examples/hubd.conf > build/hubd.conf
+build/tools/hubconf check build/hubd.conf
