@@ -542,7 +542,7 @@ extern "C" EVENTS_EXPORT int readTrapSpecInfo(FILE *fp, char *rawline, const cha
   // The name line's fields live in shared scratch: keep what is needed
   // before reading on.
   char trap_name[TRAP_NAME_SIZE + 1];
-  snprintf(trap_name, sizeof trap_name, "%s", name);
+  memcpy(trap_name, name, static_cast<size_t>(name_length) + 1);
   char *name_line_text = doStrdup(rawline);
   TrapGroup group;
   int got = events::read_config_line(rawline, TRAPSPEC_LINE_SIZE, fp, lineNumberPtr, conffile, errmem);
