@@ -152,13 +152,4 @@ TEST(FormatCompiler, RecompileReleasesTheOldTextsAndDropsRawOnRequest) {
   freeTrapElementContents(&element);
 }
 
-TEST(FormatCompiler, SuckACharRemovesWholeCharacters) {
-  char text[] = "a$b";
-  suck_a_char(text + 1);
-  EXPECT_STREQ(text, "ab");
-  char empty[] = "";
-  suck_a_char(empty);
-  EXPECT_STREQ(empty, "");
-}
-
 }  // namespace

@@ -195,14 +195,4 @@ TEST(GatherProbe, RunningMeansSomeoneHoldsTheLock) {
   EXPECT_EQ(isSnmpGatherRunning(), 0) << "the lock ends with the process";
 }
 
-TEST(InstallationProbes, ConstantAnswersOnThisPlatform) {
-  EXPECT_EQ(isCnode(), 0);
-  EXPECT_EQ(getServerName(), nullptr);
-  int exists = eventConfiguratorExists();
-  EXPECT_TRUE(exists == 0 || exists == 1);
-  EXPECT_EQ(eventConfiguratorExists(), exists);
-  // Without an installed gathering daemon nothing waits for it.
-  if (access("/usr/KZ/bin/snmpGather", F_OK) != 0) EXPECT_EQ(isSnmpGatherHappy(), 1);
-}
-
 }  // namespace

@@ -270,55 +270,53 @@ int read_optional_lines(TrapGroup &group, FILE *fp, char *rawline, const char *c
                         char *errmem, int *lineNumberPtr) {
   const char *routine = "readTrapSpecInfo";
   const KeywordLengths &len = reader.length;
+  auto advance = [&](const char *keyword) {
+    return getNextLine(keyword, rawline, TRAPSPEC_LINE_SIZE, fp, conffile, lineNumberPtr, errmem) == 0;
+  };
+  // A copy of the text of the current keyword line, trimmed when asked.
+  auto text_of = [&](size_t keyword_length, bool trim) {
+    char *text = doStrdup(after_keyword(rawline, keyword_length));
+    if (trim) _KZstrip_whitespace(text, stripBoth);
+    return text;
+  };
   if (begins_with(rawline, execKeyword, len.exec)) {
-    group.exec = doStrdup(after_keyword(rawline, len.exec));
-    _KZstrip_whitespace(group.exec, stripBoth);
+    group.exec = text_of(len.exec, true);
     trace(routine, "exec record found");
-    if (getNextLine(execKeyword, rawline, TRAPSPEC_LINE_SIZE, fp, conffile, lineNumberPtr, errmem) != 0)
-      return -1;
+    if (!advance(execKeyword)) return -1;
   }
   if (begins_with(rawline, displayKeyword, len.display)) {
-    group.display = doStrdup(after_keyword(rawline, len.display));
-    _KZstrip_whitespace(group.display, stripBoth);
+    group.display = text_of(len.display, true);
     trace(routine, "display record found");
-    if (getNextLine(displayKeyword, rawline, TRAPSPEC_LINE_SIZE, fp, conffile, lineNumberPtr, errmem) != 0)
-      return -1;
+    if (!advance(displayKeyword)) return -1;
   }
   if (begins_with(rawline, forwardKeyword, len.forward)) {
     group.forward = 1;
     trace(routine, "forward flag found");
-    if (getNextLine(forwardKeyword, rawline, TRAPSPEC_LINE_SIZE, fp, conffile, lineNumberPtr, errmem) != 0)
-      return -1;
+    if (!advance(forwardKeyword)) return -1;
   }
   if (begins_with(rawline, nodesKeyword, len.nodes)) {
-    char *text = doStrdup(after_keyword(rawline, len.nodes));
-    _KZstrip_whitespace(text, stripBoth);
+    char *text = text_of(len.nodes, true);
     int result = read_nodes(group, text, conffile, errmem, *lineNumberPtr, rawline);
     doFree(text);
     if (result != 0) return -1;
     trace(routine, "nodes line found");
-    if (getNextLine(nodesKeyword, rawline, TRAPSPEC_LINE_SIZE, fp, conffile, lineNumberPtr, errmem) != 0)
-      return -1;
+    if (!advance(nodesKeyword)) return -1;
   }
   if (begins_with(rawline, eventclassKeyword, len.eventclass)) {
-    group.event_class = doStrdup(after_keyword(rawline, len.eventclass));
+    group.event_class = text_of(len.eventclass, false);
     trace(routine, "event class line found");
-    if (getNextLine(eventclassKeyword, rawline, TRAPSPEC_LINE_SIZE, fp, conffile, lineNumberPtr,
-                    errmem) != 0)
-      return -1;
+    if (!advance(eventclassKeyword)) return -1;
   }
   if (begins_with(rawline, smapKeyword, len.smap)) {
     trace(routine, "slot map section found");
     for (;;) {
-      if (getNextLine(smapKeyword, rawline, TRAPSPEC_LINE_SIZE, fp, conffile, lineNumberPtr, errmem) != 0)
-        return -1;
+      if (!advance(smapKeyword)) return -1;
       if (strcmp(rawline, emapKeyword) == 0) break;
       // A slot line without a blank, or one slot too many, ends the read
       // without a text of its own.
       if (!read_slot(group, rawline)) return -1;
     }
-    if (getNextLine(emapKeyword, rawline, TRAPSPEC_LINE_SIZE, fp, conffile, lineNumberPtr, errmem) != 0)
-      return -1;
+    if (!advance(emapKeyword)) return -1;
   }
   return 0;
 }
