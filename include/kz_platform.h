@@ -15,6 +15,7 @@
 
 #include <stdint.h>
 
+#include "asn1.h"
 #include "events_export.h"
 
 EVENTS_BEGIN_DECLS
@@ -44,6 +45,14 @@ EVENTS_EXPORT uint32_t KZmyAddress(void);
  * once. */
 EVENTS_EXPORT void KZuLogS(int level, int subsystem, const char *catalog, int set, int message,
                            const char *fmt, ...) __attribute__((format(printf, 6, 7)));
+
+/* MIB access.  KZmib_read_numeric_objid converts a dotted numeric
+ * identifier (".1.3.6.1.4.1.9", the leading dot optional; "." alone is the
+ * empty identifier) into arcs.  *objid_len gives the capacity of `objid` on
+ * entry and the number of arcs on return.  Returns 0, or -1 for a character
+ * other than a digit or a single dot between arcs, an arc above 4294967295,
+ * or more arcs than fit (objid_len is then 0). */
+EVENTS_EXPORT int KZmib_read_numeric_objid(const char *text, ObjectIdEMS *objid, int *objid_len);
 
 EVENTS_END_DECLS
 

@@ -63,3 +63,5 @@ wait "$hub_pid" || true
 hub_pid=
 echo "== hubd-dev log"
 cat "$work/hub.log"
+sed "s#/usr/KZ/conf/C/#$PWD/examples/#" examples/hubd.conf > build/hubd.conf
+build/tools/hubconf check build/hubd.conf

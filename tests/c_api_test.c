@@ -4,11 +4,16 @@
 #include <string.h>
 
 #include "asn1.h"
+#include "env_probe.h"
 #include "event.h"
+#include "events_msg.h"
 #include "kz_platform.h"
 #include "log_trace.h"
 #include "snmp.h"
+#include "trp_format.h"
 
+_Static_assert(sizeof(trap_arg) == 8, "format argument layout");
+_Static_assert(sizeof(((trap_record *)0)->name) == TRAP_NAME_SIZE, "trap name size");
 
 #define CHECK(cond)                                              \
   do {                                                           \
@@ -52,5 +57,17 @@ int main(void) {
   CHECK(tracelogfp == NULL && snmptracemaskEMS == 0);
   CHECK(open_event(NULL, 1, "/nonexistent", EVENT_TRANS_UNIX) == -1);
   CHECK(strlen(getApplName(2)) > 0 && kzc_recv_event == NULL);
+
+  {
+    trap_element element;
+    uint32_t ticks = 12000;
+    char text[16];
+    memset(&element, 0, sizeof element);
+    makeFormatString(doStrdup("$A: $1"), &element);
+    CHECK(element.num_args == 2 && strcmp(element.format, "%s: %s") == 0);
+    freeTrapElementContents(&element);
+    CHECK(ICFEvtTimeInt2String(&ticks, text) == 0 && strcmp(text, "2m") == 0);
+    CHECK(isCnode() == 0 && trpFormatExpandSourceFiles == 1);
+  }
   return 0;
 }

@@ -1,0 +1,140 @@
+// Loading and matching cost of large trap configurations.
+//
+// Generated files hold 10,000 and 100,000 trap formats over 1,000
+// enterprises (a quarter of them top-level enterprises, the rest nested
+// under them so that prefixes are shared), written in the order the
+// configuration writer produces.  The "shuffled" variants hold the same
+// formats in random order.  BM_ReadTrapspec times read_trapspec_file;
+// BM_MatchEveryTrap times find_enterprise + findExactTrapRecord for every
+// configured trap, as the formatter does per received trap.
+#include <benchmark/benchmark.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "trp_format.h"
+
+namespace {
+
+constexpr int kEnterprises = 1000;
+
+struct Trap {
+  std::vector<ObjectIdEMS> oid;  // enterprise of a received trap
+  int generic;
+  int specific;
+};
+
+std::vector<ObjectIdEMS> enterprise_oid(int i) {
+  std::vector<ObjectIdEMS> oid = {1, 3, 6, 1, 4, 1, static_cast<ObjectIdEMS>(20000 + i / 4)};
+  if (i % 4 != 0) {
+    oid.push_back(static_cast<ObjectIdEMS>(i % 4));
+    oid.push_back(1);
+  }
+  return oid;
+}
+
+std::string dotted(const std::vector<ObjectIdEMS> &oid) {
+  std::string text;
+  for (ObjectIdEMS arc : oid) text += (text.empty() ? "" : ".") + std::to_string(arc);
+  return text;
+}
+
+std::string trap_group(int t, const std::vector<ObjectIdEMS> &oid, int specific) {
+  std::string group = "trap" + std::to_string(t) + " {" + dotted(oid) + "} 6 " +
+                      std::to_string(specific) + " A " + std::to_string(t % 6) + " 0 \"Status Events\"\n";
+  group += "Trap " + std::to_string(specific) + " from $A: port $1 is $2 ($#: $*)\n";
+  if (t % 10 == 0) group += "EXEC /usr/local/bin/notify --node $A --value $2\n";
+  if (t % 20 == 0) group += "NODES rtr-" + std::to_string(t % 50) + ", sw-" + std::to_string(t % 7) + "\n";
+  group += "SDESC\nGenerated trap format number " + std::to_string(t) + ".\nEDESC\n";
+  return group;
+}
+
+// Generated files by size and order, removed at exit.
+std::map<std::pair<int, bool>, std::string> files;
+
+// Writes the configuration once per size and order; returns its path.
+const std::string &configuration(int traps, bool shuffled) {
+  auto key = std::make_pair(traps, shuffled);
+  auto found = files.find(key);
+  if (found != files.end()) return found->second;
+  std::string path = "/tmp/trapspec_bench_" + std::to_string(getpid()) + "_" + std::to_string(traps) +
+                     (shuffled ? "_shuffled" : "") + ".conf";
+  std::string text = "CATEGORY 3 \"Status Events\"\nCATEGORY 9 \"IGNORE\"\n";
+  for (int i = 0; i < kEnterprises; ++i) text += "ent" + std::to_string(i) + " {" + dotted(enterprise_oid(i)) + "}\n";
+  std::vector<std::string> groups;
+  int per_enterprise = traps / kEnterprises;
+  for (int i = 0; i < kEnterprises; ++i) {
+    for (int s = 1; s <= per_enterprise; ++s) groups.push_back(trap_group(i * per_enterprise + s, enterprise_oid(i), s));
+  }
+  if (shuffled) std::shuffle(groups.begin(), groups.end(), std::mt19937(42));
+  for (const std::string &group : groups) text += group;
+  FILE *file = fopen(path.c_str(), "w");
+  fwrite(text.data(), 1, text.size(), file);
+  fclose(file);
+  return files[key] = path;
+}
+
+void load(int traps, bool shuffled, benchmark::State *state) {
+  setHubdConfFile(configuration(traps, shuffled).c_str());
+  char *error = nullptr;
+  if (read_trapspec_file(&error) != 0 && state != nullptr) state->SkipWithError(error);
+}
+
+void BM_ReadTrapspec(benchmark::State &state) {
+  int traps = static_cast<int>(state.range(0));
+  bool shuffled = state.range(1) != 0;
+  configuration(traps, shuffled);
+  for (auto _ : state) {
+    load(traps, shuffled, &state);
+    state.PauseTiming();
+    free_all_info();
+    state.ResumeTiming();
+  }
+  state.SetItemsProcessed(state.iterations() * traps);
+  state.SetLabel(shuffled ? "shuffled" : "writer order");
+}
+BENCHMARK(BM_ReadTrapspec)
+    ->Args({10000, 0})
+    ->Args({100000, 0})
+    ->Args({10000, 1})
+    ->Args({100000, 1})
+    ->Unit(benchmark::kMillisecond);
+
+void BM_MatchEveryTrap(benchmark::State &state) {
+  load(100000, false, &state);
+  std::vector<Trap> traps;
+  for (enterprise_info *e = enterprise_list_head.next; e != nullptr; e = e->next) {
+    std::vector<ObjectIdEMS> oid(e->enterprise_oid, e->enterprise_oid + e->oid_len);
+    oid.push_back(0);  // a received trap's enterprise lies below the configured one
+    for (trap_record *r = e->trap_rec_list_head.next; r != nullptr; r = r->next)
+      traps.push_back({oid, r->generic_trap, r->specific_trap});
+  }
+  size_t matched = 0;
+  for (auto _ : state) {
+    for (Trap &trap : traps) {
+      enterprise_info *enterprise = nullptr;
+      find_enterprise(trap.oid.data(), trap.oid.size(), &enterprise);
+      matched += findExactTrapRecord(enterprise, trap.generic, trap.specific, "rtr-0") != nullptr;
+    }
+  }
+  benchmark::DoNotOptimize(matched);
+  state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(traps.size()));
+  free_all_info();
+}
+BENCHMARK(BM_MatchEveryTrap)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  benchmark::Initialize(&argc, argv);
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  for (const auto &entry : files) unlink(entry.second.c_str());
+  return 0;
+}

@@ -1,0 +1,722 @@
+// The trap configuration model: records, memory routines, lookups, inserts
+// and frees.
+//
+// The lists are what callers walk and what defines matching; beside them
+// the module keeps indexes so that a load of tens of thousands of formats
+// does not walk the model per insert:
+//   - trap names to their records (the uniqueness check and name lookups),
+//   - each record to its enterprise and each enterprise to its last record
+//     (formats written in list order are appended without a walk),
+//   - exact enterprise identifiers (the longest-prefix match becomes one
+//     probe per prefix length of the query).
+// The enterprise index answers only while the list is known to be in a
+// consistent oidcmp order, which holds as long as every configured arc is
+// below 2^31 (above it the arc difference of oidcmp wraps); otherwise the
+// list itself is walked, as the lookups are defined.
+
+#include <cstdarg>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "config_line.h"
+#include "kz_platform.h"
+#include "trapspec_model.h"
+#include "trp_format.h"
+
+static_assert(sizeof(trap_arg) == 8, "trap_arg is two 32-bit fields");
+static_assert(sizeof(substitute_arg) == 4, "argument kinds are 32-bit");
+static_assert(sizeof(trap_record::name) == 40, "trap names are 40 bytes");
+static_assert(sizeof(trap_element::arg_list) == 80 * sizeof(trap_arg),
+              "a format records at most 80 arguments");
+
+extern "C" {
+EVENTS_EXPORT enterprise_info enterprise_list_head = {};
+EVENTS_EXPORT trap_record default_trap_record = {};
+EVENTS_EXPORT char *EMScategories[EMS_MAX_CATEGORIES + 1] = {};
+EVENTS_EXPORT actionCmd *actionCommands = nullptr;
+EVENTS_EXPORT int numActionCommands = 0;
+EVENTS_EXPORT int have_read_hubdconf = 0;
+EVENTS_EXPORT int trace_hubdconf = 0;
+EVENTS_EXPORT int trpFormatDontMallocDesc = 0;
+EVENTS_EXPORT int trpFormatDontMallocRaw = 0;
+EVENTS_EXPORT int trpFormatExpandSourceFiles = 1;
+}
+
+namespace events {
+
+void allocation_failed(const char *what, unsigned long size) {
+  fprintf(stderr, "%s(%lu) failed in file %s.\n", what, size, "readformat");
+  exit(1);
+}
+
+}  // namespace events
+
+namespace {
+
+constexpr unsigned long kWideArc = 0x80000000ul;
+
+struct EnterpriseSide {
+  uint64_t oid_hash = 0;
+  trap_record *last = nullptr;  // last format of the list, or null: walk to it
+};
+
+struct Model {
+  char *conf_file = nullptr;
+  std::unordered_map<std::string, std::vector<trap_record *>> by_name;
+  std::unordered_map<const trap_record *, enterprise_info *> owner;
+  std::unordered_map<const enterprise_info *, EnterpriseSide> enterprises;
+  std::unordered_multimap<uint64_t, enterprise_info *> by_oid;
+  // False once an enterprise with an arc of 2^31 or more was configured,
+  // until the list is emptied.
+  bool ordered = true;
+  char node_line[TRAPSPEC_LINE_SIZE];
+};
+
+Model model;
+
+// Index updates allocate; a failed allocation ends the process like
+// doMalloc does, and no exception leaves the library.
+template <typename Body>
+void guarded(Body body) {
+  try {
+    body();
+  } catch (const std::bad_alloc &) {
+    events::allocation_failed("malloc", 0);
+  }
+}
+
+uint64_t mix(uint64_t hash, ObjectIdEMS arc) {
+  hash ^= arc + 0x9e3779b97f4a7c15ull + (hash << 6) + (hash >> 2);
+  return hash * 0xff51afd7ed558ccdull;
+}
+
+constexpr uint64_t kOidSeed = 0xcbf29ce484222325ull;
+
+uint64_t oid_hash(const ObjectIdEMS *oid, unsigned long length) {
+  uint64_t hash = kOidSeed;
+  for (unsigned long i = 0; i < length; ++i) hash = mix(hash, oid[i]);
+  return hash;
+}
+
+bool has_wide_arc(const enterprise_info *enterprise) {
+  for (unsigned long i = 0; i < enterprise->oid_len; ++i) {
+    if (enterprise->enterprise_oid[i] >= kWideArc) return true;
+  }
+  return false;
+}
+
+void index_enterprise(enterprise_info *enterprise) {
+  guarded([&] {
+    uint64_t hash = oid_hash(enterprise->enterprise_oid, enterprise->oid_len);
+    model.enterprises[enterprise].oid_hash = hash;
+    model.by_oid.emplace(hash, enterprise);
+  });
+  if (has_wide_arc(enterprise)) model.ordered = false;
+}
+
+void unindex_enterprise(const enterprise_info *enterprise) {
+  auto side = model.enterprises.find(enterprise);
+  if (side == model.enterprises.end()) return;
+  auto [first, last] = model.by_oid.equal_range(side->second.oid_hash);
+  for (auto it = first; it != last; ++it) {
+    if (it->second == enterprise) {
+      model.by_oid.erase(it);
+      break;
+    }
+  }
+  model.enterprises.erase(side);
+  if (enterprise_list_head.next == nullptr) model.ordered = true;
+}
+
+void index_name(trap_record *record, enterprise_info *enterprise) {
+  guarded([&] {
+    model.by_name[record->name].push_back(record);
+    model.owner[record] = enterprise;
+  });
+}
+
+// Removes the record from the name index; returns its enterprise, or null
+// when the record was not indexed.
+enterprise_info *unindex_name(const trap_record *record) {
+  auto owner = model.owner.find(record);
+  if (owner == model.owner.end()) return nullptr;
+  enterprise_info *enterprise = owner->second;
+  model.owner.erase(owner);
+  auto entry = model.by_name.find(record->name);
+  if (entry != model.by_name.end()) {
+    std::vector<trap_record *> &records = entry->second;
+    for (auto it = records.begin(); it != records.end(); ++it) {
+      if (*it == record) {
+        records.erase(it);
+        break;
+      }
+    }
+    if (records.empty()) model.by_name.erase(entry);
+  }
+  return enterprise;
+}
+
+void rebuild_name_index() {
+  model.by_name.clear();
+  model.owner.clear();
+  for (enterprise_info *e = enterprise_list_head.next; e != nullptr; e = e->next) {
+    for (trap_record *r = e->trap_rec_list_head.next; r != nullptr; r = r->next) index_name(r, e);
+  }
+}
+
+// The first record of the given set in list order (several records carry
+// one name only after an update renamed a record to a name in use).
+trap_record *first_in_list_order(const std::vector<trap_record *> &records,
+                                 enterprise_info **enterprise) {
+  for (enterprise_info *e = enterprise_list_head.next; e != nullptr; e = e->next) {
+    for (trap_record *r = e->trap_rec_list_head.next; r != nullptr; r = r->next) {
+      for (trap_record *candidate : records) {
+        if (candidate == r) {
+          *enterprise = e;
+          return r;
+        }
+      }
+    }
+  }
+  return nullptr;
+}
+
+trap_record *lookup_name(const char *name, enterprise_info **enterprise) {
+  *enterprise = nullptr;
+  if (name == nullptr || strlen(name) >= TRAP_NAME_SIZE) return nullptr;
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    auto entry = model.by_name.find(name);
+    if (entry == model.by_name.end()) return nullptr;
+    const std::vector<trap_record *> &records = entry->second;
+    if (records.size() == 1 && strcmp(records[0]->name, name) == 0) {
+      auto owner = model.owner.find(records[0]);
+      *enterprise = owner != model.owner.end() ? owner->second : nullptr;
+      return records[0];
+    }
+    if (records.size() > 1) {
+      trap_record *found = first_in_list_order(records, enterprise);
+      if (found != nullptr && strcmp(found->name, name) == 0) return found;
+    }
+    // A record was renamed or unlinked behind the model's back.
+    guarded(rebuild_name_index);
+  }
+  return nullptr;
+}
+
+// Whether the record sorts strictly before the pair (generic, specific).
+bool before_pair(const trap_record *record, int generic, int specific) {
+  return record->generic_trap < generic ||
+         (record->generic_trap == generic && record->specific_trap < specific);
+}
+
+trap_record *last_record(enterprise_info *enterprise) {
+  EnterpriseSide *side = nullptr;
+  auto found = model.enterprises.find(enterprise);
+  if (found != model.enterprises.end()) side = &found->second;
+  trap_record *last = side != nullptr ? side->last : nullptr;
+  if (last == nullptr) last = enterprise->trap_rec_list_head.next;
+  if (last == nullptr) return nullptr;
+  while (last->next != nullptr) last = last->next;
+  if (side != nullptr) side->last = last;
+  return last;
+}
+
+void note_last_record(enterprise_info *enterprise, trap_record *record) {
+  auto found = model.enterprises.find(enterprise);
+  if (found != model.enterprises.end() && record->next == nullptr) found->second.last = record;
+}
+
+void forget_last_record(enterprise_info *enterprise, const trap_record *record) {
+  auto found = model.enterprises.find(enterprise);
+  if (found != model.enterprises.end() && found->second.last == record) found->second.last = nullptr;
+}
+
+// The alert mapping file's records hang on alert_element; they are released
+// here once the alert mapping file is read into the model.
+void release_alert_mapping(trap_record *) {}
+
+// A copy of `name` that no format carries yet: name, name_1, name_2, ...,
+// each cut to leave room for its suffix in 40 bytes.
+std::string unique_trap_name(const char *name) {
+  std::string candidate = name;
+  enterprise_info *ignored;
+  for (int counter = 1; lookup_name(candidate.c_str(), &ignored) != nullptr; ++counter) {
+    char suffix[16];
+    snprintf(suffix, sizeof suffix, "_%d", counter);
+    size_t keep = TRAP_NAME_SIZE - strlen(suffix);
+    candidate.assign(name, strnlen(name, keep));
+    candidate += suffix;
+  }
+  return candidate;
+}
+
+void copy_name(char (&target)[TRAP_NAME_SIZE], const char *name) {
+  strncpy(target, name, TRAP_NAME_SIZE - 1);
+  target[TRAP_NAME_SIZE - 1] = '\0';
+}
+
+trap_element *compile_new_element(char *raw) {
+  auto *element = static_cast<trap_element *>(doMalloc(sizeof(trap_element)));
+  makeFormatString(raw, element);
+  return element;
+}
+
+void free_string_list(char **list, int count) {
+  if (list == nullptr) return;
+  for (int i = 0; i < count; ++i) doFree(list[i]);
+}
+
+}  // namespace
+
+// ---- memory -------------------------------------------------------------
+
+extern "C" EVENTS_EXPORT void *doMalloc(unsigned size) {
+  void *block = calloc(1, size == 0 ? 1 : size);
+  if (block == nullptr) events::allocation_failed("malloc", size);
+  return block;
+}
+
+extern "C" EVENTS_EXPORT void *doRealloc(void *ptr, unsigned size) {
+  void *block = realloc(ptr, size == 0 ? 1 : size);
+  if (block == nullptr) events::allocation_failed("realloc", size);
+  return block;
+}
+
+extern "C" EVENTS_EXPORT char *doStrdup(const char *s) {
+  size_t length = strlen(s);
+  auto *copy = static_cast<char *>(malloc(length + 2));
+  if (copy == nullptr) events::allocation_failed("malloc", length + 1);
+  memcpy(copy, s, length + 1);
+  copy[length + 1] = '\0';
+  return copy;
+}
+
+extern "C" EVENTS_EXPORT void doFree(const void *p) { free(const_cast<void *>(p)); }
+
+// ---- the configuration file name ----------------------------------------
+
+extern "C" EVENTS_EXPORT void setHubdConfFile(const char *filename) {
+  doFree(model.conf_file);
+  model.conf_file = filename != nullptr && *filename != '\0' ? doStrdup(filename) : nullptr;
+}
+
+extern "C" EVENTS_EXPORT const char *getHubdConfFile(void) {
+  if (model.conf_file == nullptr) {
+    const char *from_environment = getenv("KZHUBDCONF");
+    if (from_environment != nullptr) {
+      model.conf_file = doStrdup(from_environment);
+    } else {
+      std::string path = std::string(_KZconfDirName()) + "/C/hubd.conf";
+      model.conf_file = doStrdup(path.c_str());
+    }
+  }
+  return model.conf_file;
+}
+
+extern "C" EVENTS_EXPORT FILE *fopenConfFile(const char *access_mode, const char **conffileptr) {
+  *conffileptr = getHubdConfFile();
+  return fopen(*conffileptr, access_mode);
+}
+
+// ---- the fallback format ------------------------------------------------
+
+namespace events {
+
+void fill_default_trap_record() {
+  if (default_trap_record.description.format != nullptr) return;
+  copy_name(default_trap_record.name, "HARD_DEFAULT");
+  default_trap_record.category_number = 2;
+  default_trap_record.source = '?';
+  default_trap_record.severity = 1;
+  default_trap_record.trapDescription = doStrdup("Trap used when no other trap is configured.");
+  makeFormatString(
+      doStrdup("NO FMT IN HUBD.CONF: $E ($e) generic:$G specific:$S args($#): $*"),
+      &default_trap_record.description);
+}
+
+}  // namespace events
+
+// ---- lookups ------------------------------------------------------------
+
+extern "C" EVENTS_EXPORT int oidcmp(unsigned *oid1, unsigned *oid2, unsigned long oidlen1,
+                                    unsigned long oidlen2) {
+  unsigned long i = 0;
+  while (oidlen1 > 0 && oidlen2 > 0 && oid1[i] == oid2[i]) {
+    ++i;
+    --oidlen1;
+    --oidlen2;
+  }
+  if (oidlen1 == 0) return static_cast<int>(oidlen2);
+  if (oidlen2 == 0) return -static_cast<int>(oidlen1);
+  return static_cast<int>(oid1[i] - oid2[i]);
+}
+
+extern "C" EVENTS_EXPORT void find_enterprise_relative(ObjectIdEMS *enterprise_oid,
+                                                       unsigned long enterprise_oidlen,
+                                                       enterprise_info **enterprise_ptr_ptr) {
+  for (enterprise_info *e = *enterprise_ptr_ptr; e != nullptr; e = e->next) {
+    unsigned long shorter = e->oid_len < enterprise_oidlen ? e->oid_len : enterprise_oidlen;
+    unsigned long equal = 0;
+    while (equal < shorter && e->enterprise_oid[equal] == enterprise_oid[equal]) ++equal;
+    if (equal == e->oid_len) {
+      *enterprise_ptr_ptr = e;
+      return;
+    }
+  }
+  *enterprise_ptr_ptr = nullptr;
+}
+
+extern "C" EVENTS_EXPORT void find_enterprise(ObjectIdEMS *enterprise_oid,
+                                              unsigned long enterprise_oidlen,
+                                              enterprise_info **enterprise_ptr_ptr) {
+  if (!model.ordered) {
+    *enterprise_ptr_ptr = enterprise_list_head.next;
+    find_enterprise_relative(enterprise_oid, enterprise_oidlen, enterprise_ptr_ptr);
+    return;
+  }
+  // In oidcmp order the first match from the head is the longest configured
+  // prefix, so probe the prefixes of the query from the longest down.
+  *enterprise_ptr_ptr = nullptr;
+  if (model.by_oid.empty()) return;
+  uint64_t small_hashes[129];
+  std::vector<uint64_t> large_hashes;
+  uint64_t *hashes = small_hashes;
+  if (enterprise_oidlen >= 129) {
+    guarded([&] { large_hashes.resize(enterprise_oidlen + 1); });
+    hashes = large_hashes.data();
+  }
+  hashes[0] = kOidSeed;
+  for (unsigned long i = 0; i < enterprise_oidlen; ++i) hashes[i + 1] = mix(hashes[i], enterprise_oid[i]);
+  for (unsigned long length = enterprise_oidlen + 1; length-- > 0;) {
+    auto [first, last] = model.by_oid.equal_range(hashes[length]);
+    for (auto it = first; it != last; ++it) {
+      enterprise_info *e = it->second;
+      if (e->oid_len == length &&
+          (length == 0 || memcmp(e->enterprise_oid, enterprise_oid, length * sizeof(ObjectIdEMS)) == 0)) {
+        *enterprise_ptr_ptr = e;
+        return;
+      }
+    }
+  }
+}
+
+extern "C" EVENTS_EXPORT int trapRecNodesMatch(trap_record *trap_rec_ptr, const char *nodename) {
+  if (trap_rec_ptr->nodeCnt == 0) return 1;
+  if (nodename == nullptr) return 0;
+  for (int i = 0; i < trap_rec_ptr->nodeCnt; ++i) {
+    const char *entry = trap_rec_ptr->nodeList[i];
+    if (strcmp(entry, nodename) == 0) return 1;
+    if (entry[0] != '/') continue;
+    FILE *list = fopen(entry, "r");
+    if (list == nullptr) return 0;
+    int line_number = 0;
+    while (events::read_config_line(model.node_line, TRAPSPEC_LINE_SIZE, list, &line_number, entry,
+                                    nullptr) == 1) {
+      char *word = model.node_line + strspn(model.node_line, " \t");
+      size_t length = strcspn(word, " \t");
+      if (length == 0) continue;
+      word[length] = '\0';
+      if (strcmp(word, nodename) == 0) {
+        fclose(list);
+        return 1;
+      }
+    }
+    fclose(list);
+  }
+  return 0;
+}
+
+extern "C" EVENTS_EXPORT trap_record *findExactTrapRecord(enterprise_info *enterprise_info_ptr,
+                                                          int generic_trap, int specific_trap,
+                                                          const char *nodename) {
+  if (enterprise_info_ptr == nullptr) return nullptr;
+  for (trap_record *r = enterprise_info_ptr->trap_rec_list_head.next; r != nullptr; r = r->next) {
+    if (r->generic_trap == generic_trap) {
+      if (r->specific_trap == specific_trap && trapRecNodesMatch(r, nodename)) return r;
+      if (r->specific_trap > specific_trap) return nullptr;
+    } else if (r->generic_trap > generic_trap) {
+      return nullptr;
+    }
+  }
+  return nullptr;
+}
+
+extern "C" EVENTS_EXPORT int nameToTrapAndEnterprise(const char *trapName,
+                                                     trap_record **trap_rec_ptrPtr,
+                                                     enterprise_info **enterprise_ptrPtr) {
+  *trap_rec_ptrPtr = lookup_name(trapName, enterprise_ptrPtr);
+  return *trap_rec_ptrPtr != nullptr ? 0 : -1;
+}
+
+extern "C" EVENTS_EXPORT trap_record *nameToExactTrap(const char *trapName) {
+  enterprise_info *enterprise;
+  return lookup_name(trapName, &enterprise);
+}
+
+extern "C" EVENTS_EXPORT int oid_to_name(ObjectIdEMS *oid, unsigned long oid_len, char *buf,
+                                         int buflen) {
+  if (buflen <= 0) return -1;
+  buf[0] = '\0';
+  enterprise_info *enterprise;
+  find_enterprise(oid, oid_len, &enterprise);
+  if (enterprise == nullptr) return -1;
+  size_t length = strlen(enterprise->enterprise_name);
+  if (length + 1 > static_cast<size_t>(buflen)) return -1;
+  memcpy(buf, enterprise->enterprise_name, length + 1);
+  return 0;
+}
+
+// ---- inserts ------------------------------------------------------------
+
+extern "C" EVENTS_EXPORT void insert_enterprise(ObjectIdEMS *oid, unsigned long oid_len,
+                                                const char *enterprise_name) {
+  enterprise_info *previous = &enterprise_list_head;
+  enterprise_info *current = enterprise_list_head.next;
+  for (; current != nullptr; previous = current, current = current->next) {
+    int order = oidcmp(oid, current->enterprise_oid, oid_len, current->oid_len);
+    if (order == 0) {
+      doFree(current->enterprise_name);
+      current->enterprise_name = doStrdup(enterprise_name);
+      return;
+    }
+    if (order < 0) break;
+  }
+  auto *enterprise = static_cast<enterprise_info *>(doMalloc(sizeof(enterprise_info)));
+  enterprise->enterprise_name = doStrdup(enterprise_name);
+  enterprise->oid_len = oid_len;
+  enterprise->enterprise_oid =
+      static_cast<ObjectIdEMS *>(doMalloc(static_cast<unsigned>(oid_len * sizeof(ObjectIdEMS))));
+  if (oid_len > 0) memcpy(enterprise->enterprise_oid, oid, oid_len * sizeof(ObjectIdEMS));
+  enterprise->next = current;
+  previous->next = enterprise;
+  index_enterprise(enterprise);
+}
+
+extern "C" EVENTS_EXPORT trap_record *insertMallocTrapRecord(
+    enterprise_info *enterprise_ptr, char *trapname, int generic, int specific, int nodeCnt,
+    char **nodeList, int cat_num, int source_char, char *rawEventLogMsg, char *rawExecCmd,
+    char *rawDisplayMsg, char *trapDescription, int severity_flag, int status_flag, int forward,
+    char *eventClass, int slotCnt, char **slotNames, char **slotVals) {
+  const char *name = trapname != nullptr ? trapname : "";
+  if (rawEventLogMsg == nullptr) rawEventLogMsg = doStrdup("");
+
+  // Formats arrive mostly in list order: one after the last record can have
+  // no existing twin and needs no walk.
+  trap_record *last = last_record(enterprise_ptr);
+  bool append = last == nullptr || before_pair(last, generic, specific);
+  trap_record *existing = nullptr;
+  if (!append) {
+    if (nodeCnt > 0) {
+      for (int i = 0; i < nodeCnt && existing == nullptr; ++i) {
+        trap_record *hit = findExactTrapRecord(enterprise_ptr, generic, specific, nodeList[i]);
+        if (hit != nullptr && hit->nodeCnt != 0) existing = hit;
+      }
+    } else {
+      existing = findExactTrapRecord(enterprise_ptr, generic, specific, nullptr);
+    }
+  }
+
+  if (existing != nullptr) {
+    enterprise_info *owner = unindex_name(existing);
+    copy_name(existing->name, name);
+    if (owner != nullptr) index_name(existing, owner);
+    if (trapDescription != nullptr) {
+      doFree(existing->trapDescription);
+      existing->trapDescription = trapDescription;
+    }
+    makeFormatString(rawEventLogMsg, &existing->description);
+    if (rawExecCmd != nullptr) {
+      freeOptTrapElement(existing->execargs_ptr);
+      existing->execargs_ptr = compile_new_element(rawExecCmd);
+    }
+    if (rawDisplayMsg != nullptr) {
+      freeOptTrapElement(existing->exec_display_args_ptr);
+      existing->exec_display_args_ptr = compile_new_element(rawDisplayMsg);
+    }
+    existing->category_number = cat_num;
+    existing->source = static_cast<char>(source_char);
+    existing->severity = severity_flag;
+    existing->status = status_flag;
+    existing->forward = forward;
+    // The record keeps its node list and slot mapping; the ones handed
+    // over are not needed.
+    free_string_list(nodeList, nodeCnt);
+    doFree(nodeList);
+    if (slotCnt > 0) {
+      free_string_list(slotNames, slotCnt);
+      free_string_list(slotVals, slotCnt);
+    }
+    return existing;
+  }
+
+  std::string unique = unique_trap_name(name);
+  auto *record = static_cast<trap_record *>(doMalloc(sizeof(trap_record)));
+  trap_record *previous = last;
+  if (!append) {
+    // Of one pair, a format with a node list goes before the first format
+    // of the pair, one without after the last.
+    previous = &enterprise_ptr->trap_rec_list_head;
+    while (previous->next != nullptr &&
+           (before_pair(previous->next, generic, specific) ||
+            (nodeCnt == 0 && previous->next->generic_trap == generic &&
+             previous->next->specific_trap == specific))) {
+      previous = previous->next;
+    }
+  } else if (previous == nullptr) {
+    previous = &enterprise_ptr->trap_rec_list_head;
+  }
+  record->next = previous->next;
+  previous->next = record;
+  note_last_record(enterprise_ptr, record);
+
+  copy_name(record->name, unique.c_str());
+  index_name(record, enterprise_ptr);
+  record->generic_trap = generic;
+  record->specific_trap = specific;
+  record->nodeCnt = nodeCnt;
+  record->nodeList = nodeList;
+  record->category_number = cat_num;
+  record->source = static_cast<char>(source_char);
+  record->trapDescription = trapDescription;
+  record->severity = severity_flag;
+  record->status = status_flag;
+  record->forward = forward;
+  makeFormatString(rawEventLogMsg, &record->description);
+  if (rawExecCmd != nullptr) record->execargs_ptr = compile_new_element(rawExecCmd);
+  if (rawDisplayMsg != nullptr) record->exec_display_args_ptr = compile_new_element(rawDisplayMsg);
+  record->wbxClassName = eventClass != nullptr ? doStrdup(eventClass) : nullptr;
+  if (slotCnt > 0) {
+    auto *map = static_cast<wbxSlotMapping *>(doMalloc(sizeof(wbxSlotMapping)));
+    map->slotCnt = slotCnt;
+    map->slotName = static_cast<char **>(doMalloc(static_cast<unsigned>(slotCnt * sizeof(char *))));
+    map->slotVal = static_cast<char **>(doMalloc(static_cast<unsigned>(slotCnt * sizeof(char *))));
+    for (int i = 0; i < slotCnt; ++i) {
+      map->slotName[i] = slotNames[i];
+      map->slotVal[i] = slotVals[i];
+    }
+    record->slotMap = map;
+  }
+  return record;
+}
+
+// ---- deletes and frees --------------------------------------------------
+
+extern "C" EVENTS_EXPORT void freeTrapElementContents(trap_element *trap_ele_ptr) {
+  doFree(trap_ele_ptr->rawstring);
+  trap_ele_ptr->rawstring = nullptr;
+  doFree(trap_ele_ptr->format);
+  trap_ele_ptr->format = nullptr;
+}
+
+extern "C" EVENTS_EXPORT void freeOptTrapElement(trap_element *trap_ele_ptr) {
+  if (trap_ele_ptr == nullptr) return;
+  freeTrapElementContents(trap_ele_ptr);
+  doFree(trap_ele_ptr);
+}
+
+extern "C" EVENTS_EXPORT void free_trap_rec_slot_map_data(trap_record *trap_rec_ptr) {
+  wbxSlotMapping *map = trap_rec_ptr->slotMap;
+  if (map == nullptr) return;
+  free_string_list(map->slotName, map->slotCnt);
+  free_string_list(map->slotVal, map->slotCnt);
+  doFree(map->slotName);
+  doFree(map->slotVal);
+  doFree(map);
+  trap_rec_ptr->slotMap = nullptr;
+}
+
+extern "C" EVENTS_EXPORT void free_trap_rec_contents(trap_record *trap_rec_ptr) {
+  enterprise_info *owner = unindex_name(trap_rec_ptr);
+  trap_rec_ptr->name[0] = '\0';
+  if (owner != nullptr) index_name(trap_rec_ptr, owner);
+  free_string_list(trap_rec_ptr->nodeList, trap_rec_ptr->nodeCnt);
+  doFree(trap_rec_ptr->nodeList);
+  trap_rec_ptr->nodeList = nullptr;
+  trap_rec_ptr->nodeCnt = 0;
+  free_trap_rec_slot_map_data(trap_rec_ptr);
+  doFree(trap_rec_ptr->wbxClassName);
+  trap_rec_ptr->wbxClassName = nullptr;
+  doFree(trap_rec_ptr->trapDescription);
+  trap_rec_ptr->trapDescription = nullptr;
+  freeTrapElementContents(&trap_rec_ptr->description);
+  freeOptTrapElement(trap_rec_ptr->execargs_ptr);
+  trap_rec_ptr->execargs_ptr = nullptr;
+  freeOptTrapElement(trap_rec_ptr->exec_display_args_ptr);
+  trap_rec_ptr->exec_display_args_ptr = nullptr;
+  release_alert_mapping(trap_rec_ptr);
+}
+
+extern "C" EVENTS_EXPORT void free_trap_record(trap_record *trap_rec_ptr) {
+  if (trap_rec_ptr == nullptr || trap_rec_ptr == &default_trap_record) return;
+  free_trap_rec_contents(trap_rec_ptr);
+  enterprise_info *owner = unindex_name(trap_rec_ptr);
+  if (owner != nullptr) forget_last_record(owner, trap_rec_ptr);
+  trap_rec_ptr->next = nullptr;
+  doFree(trap_rec_ptr);
+}
+
+extern "C" EVENTS_EXPORT void free_enterprise(enterprise_info *enterprise_ptr) {
+  trap_record *record = enterprise_ptr->trap_rec_list_head.next;
+  while (record != nullptr) {
+    trap_record *next = record->next;
+    free_trap_record(record);
+    record = next;
+  }
+  enterprise_ptr->trap_rec_list_head.next = nullptr;
+  unindex_enterprise(enterprise_ptr);
+  doFree(enterprise_ptr->enterprise_name);
+  doFree(enterprise_ptr->enterprise_oid);
+  doFree(enterprise_ptr);
+}
+
+extern "C" EVENTS_EXPORT int delete_enterprise_record(enterprise_info *enterprise_ptr) {
+  if (enterprise_ptr == nullptr || enterprise_ptr->trap_rec_list_head.next != nullptr) return -1;
+  enterprise_info *previous = &enterprise_list_head;
+  while (previous->next != nullptr && previous->next != enterprise_ptr) previous = previous->next;
+  if (previous->next == nullptr) return -1;
+  previous->next = enterprise_ptr->next;
+  free_enterprise(enterprise_ptr);
+  return 0;
+}
+
+extern "C" EVENTS_EXPORT void freeAction(actionCmd *action) {
+  doFree(action->name);
+  action->name = nullptr;
+  doFree(action->description);
+  action->description = nullptr;
+  doFree(action->cmd);
+  action->cmd = nullptr;
+}
+
+extern "C" EVENTS_EXPORT void freeAllActions(void) {
+  for (int i = 0; i < numActionCommands; ++i) freeAction(&actionCommands[i]);
+  doFree(actionCommands);
+  actionCommands = nullptr;
+  numActionCommands = 0;
+}
+
+extern "C" EVENTS_EXPORT void free_all_info(void) {
+  enterprise_info *enterprise = enterprise_list_head.next;
+  enterprise_list_head.next = nullptr;
+  while (enterprise != nullptr) {
+    enterprise_info *next = enterprise->next;
+    free_enterprise(enterprise);
+    enterprise = next;
+  }
+  model.by_name.clear();
+  model.owner.clear();
+  model.enterprises.clear();
+  model.by_oid.clear();
+  model.ordered = true;
+  for (int slot = 0; slot < EMS_MAX_CATEGORIES; ++slot) {
+    doFree(EMScategories[slot]);
+    EMScategories[slot] = nullptr;
+  }
+  freeAllActions();
+}

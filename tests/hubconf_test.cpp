@@ -1,0 +1,66 @@
+// hubconf check: the operator's view of a good and of a broken file.
+
+#include <sys/wait.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "support/fixtures.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+struct ToolRun {
+  int status;
+  std::vector<std::string> lines;
+};
+
+// Runs hubconf and returns its exit status with the lines that contain
+// each of `wanted` ("" for a missing line).
+ToolRun hubconf(const std::vector<std::string> &args, const std::vector<std::string> &wanted) {
+  std::vector<std::string> argv = {HUBCONF_PATH};
+  argv.insert(argv.end(), args.begin(), args.end());
+  testsupport::ChildProcess child(argv);
+  ToolRun run;
+  for (const std::string &needle : wanted) run.lines.push_back(child.wait_for_line(needle, 5s));
+  child.wait_for_line("\x01 never printed", 2s);  // until the output ends
+  int status = child.stop();
+  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return run;
+}
+
+TEST(Hubconf, SummaryOfAGoodFileAndTheLineOfABadOne) {
+  testsupport::TempDir dir;
+  std::string good = dir.file("good.conf");
+  testsupport::write_file(good,
+                          "CATEGORY 3 \"Status Events\"\n"
+                          "ACTION 10 \"Ping\" ping $A\nSDESC\nEDESC\n"
+                          "cisco {1.3.6.1.4.1.9}\n"
+                          "coldStart {1.3.6.1.4.1.9} 0 0 A 1 0 \"Status Events\"\n$A restarted\n"
+                          "NODES rtr-1\nSDESC\nEDESC\n");
+  ToolRun ok = hubconf({"check", good}, {"configuration read without errors", "3  Status Events",
+                                     "Ping", "cisco                    .1.3.6.1.4.1.9  1 trap format",
+                                     "2 categories, 1 actions, 1 enterprises, 1 trap formats (1 limited to nodes)"});
+  EXPECT_EQ(ok.status, 0);
+  for (const std::string &line : ok.lines) EXPECT_NE(line, "");
+
+  std::string bad = dir.file("bad.conf");
+  testsupport::write_file(bad, "cisco {1.3.6.1.4.1.9}\nt {1.3.6.1.4.1.11} 6 1 A 1 0 \"IGNORE\"\n");
+  ToolRun failed = hubconf({"check", bad}, {"No such enterprise in line #2 of", "t {1.3.6.1.4.1.11}"});
+  EXPECT_EQ(failed.status, 1);
+  EXPECT_EQ(failed.lines[0], "hubconf: " + bad + ": No such enterprise in line #2 of \"" + bad + "\":");
+
+  std::string slots = dir.file("slots.conf");
+  testsupport::write_file(slots, "cisco {1.3.6.1.4.1.9}\nt {1.3.6.1.4.1.9} 6 1 A 1 0 \"IGNORE\"\nf\n"
+                                 "BEGIN_SLOT_MAPPING\nnoblank\nEND_SLOT_MAPPING\nSDESC\nEDESC\n");
+  EXPECT_EQ(hubconf({"check", slots}, {"a slot mapping is invalid"}).lines[0].empty(), false);
+
+  EXPECT_EQ(hubconf({"check", dir.file("absent.conf")}, {"Could not open trap format file"}).status, 1);
+  EXPECT_EQ(hubconf({"frobnicate"}, {"usage: hubconf check [FILE]"}).status, 2);
+}
+
+}  // namespace

@@ -1,0 +1,279 @@
+// Configuration model: identifier order, longest-prefix matching, trap list
+// order and node matching, name uniqueness, lookups and frees.
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "support/fixtures.h"
+#include "trp_format.h"
+
+namespace {
+
+using Oid = std::vector<ObjectIdEMS>;
+
+class Model : public ::testing::Test {
+ protected:
+  void SetUp() override { free_all_info(); }
+  void TearDown() override { free_all_info(); }
+
+  static void add_enterprise(const Oid &oid, const char *name) {
+    Oid copy = oid;
+    insert_enterprise(copy.data(), copy.size(), name);
+  }
+  static enterprise_info *find(const Oid &oid) {
+    Oid copy = oid;
+    enterprise_info *found = nullptr;
+    find_enterprise(copy.data(), copy.size(), &found);
+    return found;
+  }
+  static std::vector<std::string> enterprise_names() {
+    std::vector<std::string> names;
+    for (enterprise_info *e = enterprise_list_head.next; e != nullptr; e = e->next)
+      names.push_back(e->enterprise_name);
+    return names;
+  }
+  // Adds a format; nodes are given as one blank-separated text.
+  static trap_record *add_trap(enterprise_info *e, const char *name, int generic, int specific,
+                               const std::vector<std::string> &nodes = {}) {
+    char **list = nullptr;
+    if (!nodes.empty()) {
+      list = static_cast<char **>(doMalloc(static_cast<unsigned>(nodes.size() * sizeof(char *))));
+      for (size_t i = 0; i < nodes.size(); ++i) list[i] = doStrdup(nodes[i].c_str());
+    }
+    std::string trap_name = name;
+    return insertMallocTrapRecord(e, trap_name.data(), generic, specific,
+                                  static_cast<int>(nodes.size()), list, 2, 'A',
+                                  doStrdup("$A says $1"), nullptr, nullptr, nullptr, 1, 0, 0,
+                                  nullptr, 0, nullptr, nullptr);
+  }
+  static std::vector<std::string> trap_names(enterprise_info *e) {
+    std::vector<std::string> names;
+    for (trap_record *r = e->trap_rec_list_head.next; r != nullptr; r = r->next)
+      names.push_back(r->name);
+    return names;
+  }
+};
+
+TEST(OidOrder, LongerSortsBeforeItsPrefixOtherwiseByFirstDifferingArc) {
+  struct Case {
+    Oid a, b;
+    int expected;
+  } cases[] = {
+      {{1, 3, 6}, {1, 3, 6}, 0},
+      {{1, 3}, {1, 3, 6, 1}, 2},
+      {{1, 3, 6, 1}, {1, 3}, -2},
+      {{1, 3, 7}, {1, 3, 6, 1}, 1},
+      {{1, 3, 2}, {1, 3, 9}, -7},
+      {{}, {}, 0},
+      {{}, {5}, 1},
+      // The difference is taken in 32 bits and read as a signed number.
+      {{0}, {0x80000001u}, 0x7fffffff},
+  };
+  for (Case &c : cases) {
+    EXPECT_EQ(oidcmp(c.a.data(), c.b.data(), c.a.size(), c.b.size()), c.expected);
+  }
+}
+
+TEST_F(Model, LongestConfiguredPrefixWinsInEitherInsertOrder) {
+  for (bool reversed : {false, true}) {
+    free_all_info();
+    if (reversed) {
+      add_enterprise({1, 3, 6, 1, 4, 1, 11, 2, 17}, "hpNetworking");
+      add_enterprise({1, 3, 6, 1, 4, 1, 11}, "hp");
+    } else {
+      add_enterprise({1, 3, 6, 1, 4, 1, 11}, "hp");
+      add_enterprise({1, 3, 6, 1, 4, 1, 11, 2, 17}, "hpNetworking");
+    }
+    add_enterprise({1, 3, 6, 1, 4, 1, 9}, "cisco");
+    add_enterprise({1, 3, 6, 1, 4, 1, 11, 2, 3}, "hpSystems");
+    EXPECT_EQ(enterprise_names(),
+              (std::vector<std::string>{"cisco", "hpSystems", "hpNetworking", "hp"}));
+    ASSERT_NE(find({1, 3, 6, 1, 4, 1, 11, 2, 17, 1}), nullptr);
+    EXPECT_STREQ(find({1, 3, 6, 1, 4, 1, 11, 2, 17, 1})->enterprise_name, "hpNetworking");
+    EXPECT_STREQ(find({1, 3, 6, 1, 4, 1, 11, 2, 17})->enterprise_name, "hpNetworking");
+    EXPECT_STREQ(find({1, 3, 6, 1, 4, 1, 11, 3})->enterprise_name, "hp");
+    EXPECT_EQ(find({1, 3, 6, 1, 4, 1}), nullptr);
+    EXPECT_EQ(find({1, 3, 6, 1, 4, 1, 12}), nullptr);
+
+    // The next, less specific candidate is found from the one after.
+    enterprise_info *candidate = find({1, 3, 6, 1, 4, 1, 11, 2, 17, 1})->next;
+    Oid query = {1, 3, 6, 1, 4, 1, 11, 2, 17, 1};
+    find_enterprise_relative(query.data(), query.size(), &candidate);
+    ASSERT_NE(candidate, nullptr);
+    EXPECT_STREQ(candidate->enterprise_name, "hp");
+  }
+}
+
+TEST_F(Model, WideArcsFallBackToTheListOrder) {
+  // With arcs of 2^31 and more the arc difference wraps; lookups then
+  // follow the list as it was built rather than an index.
+  add_enterprise({1, 3, 0x80000005u}, "wide");
+  add_enterprise({1, 3}, "short");
+  add_enterprise({1, 3, 4}, "narrow");
+  for (enterprise_info *e = enterprise_list_head.next; e != nullptr; e = e->next) {
+    Oid oid(e->enterprise_oid, e->enterprise_oid + e->oid_len);
+    enterprise_info *walked = enterprise_list_head.next;
+    find_enterprise_relative(oid.data(), oid.size(), &walked);
+    EXPECT_EQ(find(oid), walked) << e->enterprise_name;
+  }
+}
+
+TEST_F(Model, EmptyIdentifierMatchesEveryQuery) {
+  add_enterprise({}, "everything");
+  add_enterprise({1, 3, 6}, "internet-ish");
+  EXPECT_STREQ(find({1, 3, 6, 1})->enterprise_name, "internet-ish");
+  EXPECT_STREQ(find({2, 5})->enterprise_name, "everything");
+  EXPECT_STREQ(find({})->enterprise_name, "everything");
+}
+
+TEST_F(Model, SameIdentifierOnlyRenames) {
+  add_enterprise({1, 3, 6, 1, 4, 1, 9}, "cisco");
+  add_enterprise({1, 3, 6, 1, 4, 1, 9}, "ciscoSystems");
+  EXPECT_EQ(enterprise_names(), std::vector<std::string>{"ciscoSystems"});
+}
+
+TEST_F(Model, TrapsSortByNumbersAndNodeFormatsComeFirst) {
+  add_enterprise({1, 3, 6, 1, 4, 1, 9}, "cisco");
+  enterprise_info *e = find({1, 3, 6, 1, 4, 1, 9});
+  add_trap(e, "six-five", 6, 5);
+  add_trap(e, "cold", 0, 0);
+  add_trap(e, "wild", -1, 0);
+  add_trap(e, "six-five-hostA", 6, 5, {"hostA"});
+  add_trap(e, "six-two", 6, 2);
+  add_trap(e, "six-five-hostB", 6, 5, {"hostB"});
+  add_trap(e, "six-nine", 6, 9);
+  EXPECT_EQ(trap_names(e), (std::vector<std::string>{"wild", "cold", "six-two", "six-five-hostB",
+                                                     "six-five-hostA", "six-five", "six-nine"}));
+
+  struct Query {
+    int generic, specific;
+    const char *node;
+    const char *expected;
+  } queries[] = {
+      {6, 5, "hostA", "six-five-hostA"}, {6, 5, "hostB", "six-five-hostB"},
+      {6, 5, "hostC", "six-five"},       {6, 5, nullptr, "six-five"},
+      {6, 3, "hostA", nullptr},          {-1, 0, "any", "wild"},
+      {7, 0, nullptr, nullptr},          {0, 0, nullptr, "cold"},
+  };
+  for (const Query &q : queries) {
+    trap_record *found = findExactTrapRecord(e, q.generic, q.specific, q.node);
+    EXPECT_EQ(found == nullptr ? std::string("(none)") : found->name,
+              q.expected == nullptr ? "(none)" : q.expected)
+        << q.generic << "/" << q.specific;
+  }
+}
+
+TEST_F(Model, NodeListsWithSourceListFiles) {
+  testsupport::TempDir dir;
+  std::string list = dir.file("nodes.list");
+  testsupport::write_file(list, "# routers\n  rtr-1 Frankfurt\n\n\trtr-2\n#rtr-9\n");
+  add_enterprise({1, 3, 6, 1, 4, 1, 9}, "cisco");
+  enterprise_info *e = find({1, 3, 6, 1, 4, 1, 9});
+  trap_record *listed = add_trap(e, "listed", 6, 1, {"sw-1", list});
+  trap_record *missing = add_trap(e, "missing", 6, 2, {dir.file("absent.list"), "sw-1"});
+  struct Case {
+    trap_record *record;
+    const char *node;
+    int expected;
+  } cases[] = {
+      {listed, "sw-1", 1},    {listed, "rtr-1", 1}, {listed, "rtr-2", 1},
+      {listed, "rtr-9", 0},   {listed, "Frankfurt", 0}, {listed, nullptr, 0},
+      // An unreadable list ends the search, even before an exact entry.
+      {missing, "sw-1", 0},
+  };
+  for (const Case &c : cases) {
+    EXPECT_EQ(trapRecNodesMatch(c.record, c.node), c.expected) << (c.node ? c.node : "(null)");
+  }
+  trap_record unrestricted = {};
+  EXPECT_EQ(trapRecNodesMatch(&unrestricted, nullptr), 1);
+}
+
+TEST_F(Model, NewNamesAreMadeUniqueWithACounter) {
+  add_enterprise({1, 3, 6, 1, 4, 1, 9}, "cisco");
+  enterprise_info *e = find({1, 3, 6, 1, 4, 1, 9});
+  add_trap(e, "linkDown", 6, 1);
+  add_trap(e, "linkDown_1", 6, 2);
+  EXPECT_STREQ(add_trap(e, "linkDown", 6, 3)->name, "linkDown_2");
+  const std::string name39(39, 'n');
+  add_trap(e, name39.c_str(), 6, 4);
+  // The cut name with "_1" is 40 characters; its last one is lost.
+  EXPECT_EQ(std::string(add_trap(e, name39.c_str(), 6, 5)->name), std::string(38, 'n') + "_");
+  trap_record *record;
+  enterprise_info *owner;
+  ASSERT_EQ(nameToTrapAndEnterprise("linkDown_2", &record, &owner), 0);
+  EXPECT_EQ(owner, e);
+  EXPECT_EQ(record->specific_trap, 3);
+  EXPECT_EQ(nameToTrapAndEnterprise("linkDown_3", &record, &owner), -1);
+  EXPECT_EQ(record, nullptr);
+  EXPECT_EQ(owner, nullptr);
+  EXPECT_EQ(nameToExactTrap(std::string(45, 'n').c_str()), nullptr);
+}
+
+TEST_F(Model, SameNumbersAndNodeUpdateTheRecord) {
+  add_enterprise({1, 3, 6, 1, 4, 1, 9}, "cisco");
+  enterprise_info *e = find({1, 3, 6, 1, 4, 1, 9});
+  trap_record *first = add_trap(e, "tempHigh", 6, 3, {"rtr-1", "rtr-2"});
+  trap_record *plain = add_trap(e, "tempAny", 6, 3);
+  EXPECT_EQ(add_trap(e, "tempRtr2", 6, 3, {"rtr-2"}), first);
+  EXPECT_STREQ(first->name, "tempRtr2");
+  EXPECT_EQ(first->nodeCnt, 2) << "an update keeps the node list";
+  EXPECT_EQ(add_trap(e, "tempOther", 6, 3, {"rtr-7"}) == plain, false);
+  EXPECT_EQ(add_trap(e, "tempAll", 6, 3), plain);
+  EXPECT_EQ(nameToExactTrap("tempAll"), plain);
+  EXPECT_EQ(nameToExactTrap("tempAny"), nullptr);
+  EXPECT_EQ(nameToExactTrap("tempHigh"), nullptr);
+}
+
+TEST_F(Model, NameLookupFollowsARecordRenamedInPlace) {
+  add_enterprise({1, 3, 6, 1, 4, 1, 9}, "cisco");
+  enterprise_info *e = find({1, 3, 6, 1, 4, 1, 9});
+  trap_record *record = add_trap(e, "before", 6, 1);
+  strcpy(record->name, "after");
+  // The stale entry is noticed when its name is asked for.
+  EXPECT_EQ(nameToExactTrap("before"), nullptr);
+  EXPECT_EQ(nameToExactTrap("after"), record);
+}
+
+TEST_F(Model, OidToNameBoundsItsBuffer) {
+  add_enterprise({1, 3, 6, 1, 4, 1, 9}, "cisco");
+  Oid query = {1, 3, 6, 1, 4, 1, 9, 9, 13};
+  char buffer[16];
+  EXPECT_EQ(oid_to_name(query.data(), query.size(), buffer, 6), 0);
+  EXPECT_STREQ(buffer, "cisco");
+  memset(buffer, 'x', sizeof buffer);
+  EXPECT_EQ(oid_to_name(query.data(), query.size(), buffer, 5), -1);
+  EXPECT_EQ(buffer[0], '\0');
+  EXPECT_EQ(oid_to_name(query.data(), 3, buffer, 16), -1);
+  EXPECT_EQ(oid_to_name(query.data(), query.size(), buffer, 0), -1);
+}
+
+TEST_F(Model, DeletesAndFrees) {
+  add_enterprise({1, 3, 6, 1, 4, 1, 9}, "cisco");
+  add_enterprise({1, 3, 6, 1, 4, 1, 11}, "hp");
+  enterprise_info *cisco = find({1, 3, 6, 1, 4, 1, 9});
+  trap_record *first = add_trap(cisco, "a", 6, 1);
+  trap_record *last = add_trap(cisco, "b", 6, 2);
+  EXPECT_EQ(delete_enterprise_record(cisco), -1);
+  enterprise_info stranger = {};
+  EXPECT_EQ(delete_enterprise_record(&stranger), -1);
+  EXPECT_EQ(delete_enterprise_record(find({1, 3, 6, 1, 4, 1, 11})), 0);
+  EXPECT_EQ(enterprise_names(), std::vector<std::string>{"cisco"});
+
+  // Unlink and free the last format; later inserts still land in order.
+  first->next = nullptr;
+  free_trap_record(last);
+  EXPECT_EQ(nameToExactTrap("b"), nullptr);
+  add_trap(cisco, "c", 6, 3);
+  add_trap(cisco, "d", 6, 0);
+  EXPECT_EQ(trap_names(cisco), (std::vector<std::string>{"d", "a", "c"}));
+
+  free_trap_record(&default_trap_record);  // the fallback is never released
+  free_all_info();
+  EXPECT_EQ(enterprise_list_head.next, nullptr);
+  EXPECT_EQ(nameToExactTrap("a"), nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,98 @@
+/* hubconf: checks a trap configuration file the way the library reads it.
+ *
+ *   hubconf check [FILE]
+ *
+ * Reads FILE (default: $KZHUBDCONF, else <configuration directory>/C/
+ * hubd.conf) with read_trapspec_file.  On success prints what was loaded:
+ * the display categories, the operator actions, each enterprise with its
+ * number of trap formats, and the totals; exit status 0.  On failure prints
+ * the library's error text (which names the line) and exits with 1; a
+ * usage error exits with 2. */
+#include <stdio.h>
+#include <string.h>
+
+#include "trp_format.h"
+
+static void usage(FILE *out) {
+  fputs("usage: hubconf check [FILE]\n"
+        "  Reads a trap configuration (default: $KZHUBDCONF, else the configuration\n"
+        "  directory's C/hubd.conf) and prints a summary, or the first error found.\n",
+        out);
+}
+
+static void print_oid(const ObjectIdEMS *oid, unsigned long length) {
+  unsigned long i;
+  for (i = 0; i < length; ++i) printf(".%u", (unsigned)oid[i]);
+}
+
+static int count_formats(const enterprise_info *enterprise, int *with_nodes) {
+  int count = 0;
+  const trap_record *record;
+  for (record = enterprise->trap_rec_list_head.next; record != NULL; record = record->next) {
+    ++count;
+    if (record->nodeCnt > 0) ++*with_nodes;
+  }
+  return count;
+}
+
+static void print_summary(const char *file) {
+  int slot, i, categories = 0, enterprises = 0, formats = 0, with_nodes = 0;
+  const enterprise_info *enterprise;
+
+  printf("%s: configuration read without errors\n\n", file);
+  printf("display categories:\n");
+  for (slot = 0; slot < EMS_MAX_CATEGORIES; ++slot) {
+    if (EMScategories[slot] == NULL) continue;
+    printf("  %2d  %s\n", slot, EMScategories[slot]);
+    ++categories;
+  }
+  printf("\noperator actions:\n");
+  for (i = 0; i < numActionCommands; ++i) {
+    printf("  %-24s wait %4lds  %s\n", actionCommands[i].name, (long)actionCommands[i].waitTime,
+           actionCommands[i].cmd);
+  }
+  if (numActionCommands == 0) printf("  (none)\n");
+  printf("\nenterprises (most specific first):\n");
+  for (enterprise = enterprise_list_head.next; enterprise != NULL; enterprise = enterprise->next) {
+    int count = count_formats(enterprise, &with_nodes);
+    printf("  %-24s ", enterprise->enterprise_name);
+    print_oid(enterprise->enterprise_oid, enterprise->oid_len);
+    printf("  %d trap format%s\n", count, count == 1 ? "" : "s");
+    ++enterprises;
+    formats += count;
+  }
+  printf("\n%d categories, %d actions, %d enterprises, %d trap formats (%d limited to nodes)\n",
+         categories, numActionCommands, enterprises, formats, with_nodes);
+}
+
+int main(int argc, char **argv) {
+  char *error = NULL;
+  const char *file;
+
+  if (argc >= 2 && (strcmp(argv[1], "-h") == 0 || strcmp(argv[1], "--help") == 0)) {
+    usage(stdout);
+    return 0;
+  }
+  if (argc < 2 || argc > 3 || strcmp(argv[1], "check") != 0) {
+    usage(stderr);
+    return 2;
+  }
+  if (argc == 3) setHubdConfFile(argv[2]);
+  file = getHubdConfFile();
+
+  if (read_trapspec_file(&error) != 0) {
+    if (error != NULL && error[0] != '\0') {
+      fprintf(stderr, "hubconf: %s: %s", file, error);
+      if (error[strlen(error) - 1] != '\n') fputc('\n', stderr);
+    } else {
+      /* The one failure the reader reports without a text of its own. */
+      fprintf(stderr,
+              "hubconf: %s: a slot mapping is invalid: every line between %s and %s\n"
+              "must be \"name value\" with a blank between them, at most 100 lines per trap\n",
+              file, smapKeyword, emapKeyword);
+    }
+    return 1;
+  }
+  print_summary(file);
+  return 0;
+}
