@@ -88,18 +88,10 @@ TEST(DevHub, RelaysEventsFromEveryTransport) {
   close_event(&raw_listener);
 }
 
-TEST(DevHub, HubeventListensToTrapsFromSnmptrapAndHubevent) {
+TEST(DevHub, HubeventSendsAndListens) {
   HubSetup setup;
-  ChildProcess listen({HUBEVENT_PATH, "listen", "-t", "unix", "-n", setup.path, "--count", "4"});
+  ChildProcess listen({HUBEVENT_PATH, "listen", "-t", "unix", "-n", setup.path, "--count", "3"});
   ASSERT_NE(listen.wait_for_line("hubevent: listening", 5s), "");
-  ASSERT_EQ(run_command({"snmptrap", "-v1", "-c", "public", "-m", "", "-M", "", setup.host + ":162",
-                         "1.3.6.1.4.1.49999.6.3.1", "10.1.2.3", "6", "17", "12345",
-                         "1.3.6.1.4.1.49999.6.3.1.1.3.0", "s", "gateway7"}),
-            0);
-  const char *from_snmptrap[] = {"trap 1: ", "agent       10.1.2.3",
-                                 "1.3.6.1.4.1.49999.6.3.1.1.3.0 = STRING \"gateway7\""};
-  for (const char *line : from_snmptrap) EXPECT_NE(listen.wait_for_line(line, 5s), "") << line;
-
   ASSERT_EQ(run_command({HUBEVENT_PATH, "send", "-t", "tcp", "-n", setup.host, "-s", "3", "trap",
                          "1.3.6.1.4.1.49999.9", "6", "33", "1.3.6.1.2.1.1.5.0", "s", "router",
                          "1.3.6.1.2.1.1.3.0", "t", "4294967295", "1.3.6.1.2.1.1.2.0", "o",
