@@ -8,11 +8,9 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <memory>
-#include <string>
-#include <vector>
+#include <tuple>
 
 #include "event.h"
 #include "support/channel.h"
@@ -76,10 +74,8 @@ TEST(DevHub, RelaysEventsFromEveryTransport) {
       EXPECT_EQ(trap.text(2), text);
       EXPECT_EQ(trap.vars[0].val.integer, 9);
       if (receiver == &listener) {
-        EXPECT_EQ(header.src, c.headed ? 9u : 1u);
-        EXPECT_EQ(header.pid, c.headed ? getpid() : -1);
-        EXPECT_EQ(header.status, c.headed ? 11 : 0);
-        EXPECT_EQ(header.target, c.headed ? 22u : 0u);
+        EXPECT_EQ(std::tuple(header.src, header.pid, header.status, header.target),
+                  c.headed ? std::tuple(9u, getpid(), 11, 22u) : std::tuple(1u, -1, 0, 0u));
         EXPECT_NEAR(static_cast<double>(listener.time), static_cast<double>(time(nullptr)), 5.0);
       }
     }
