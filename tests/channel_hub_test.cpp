@@ -10,7 +10,9 @@
 
 #include <cstdlib>
 #include <memory>
+#include <string>
 #include <tuple>
+#include <vector>
 
 #include "event.h"
 #include "support/channel.h"
@@ -106,33 +108,30 @@ TEST(DevHub, CommandLineExitStatuses) {
   HubSetup setup;
   std::string path = setup.path, absent = setup.dir.file("absent.sock");
   const std::string oid = "1.3.6.1.4.1.9";
-  struct Case {
-    std::vector<std::string> args;
-    int status;
-  } cases[] = {
-      {{"send", "-t", "unix", "-n", path, "event", "50790438", "hello"}, 0},
-      {{"send", "-t", "2", "-n", path, "--host", "gw", "--object", "o", "event", "7", "x"}, 0},
-      {{"send", "-t", "unix", "-n", path, "trap", oid, "6", "1", "1.3.6.1.2.1.1.1.0", "x", "0a0b"},
-       0},
-      {{"--help"}, 0},
-      {{"send", "-t", "unix", "-n", absent, "event", "1", "x"}, 1},
-      {{"send", "-t", "tcp", "-n", "127.0.0.1+x", "event", "1", "x"}, 1},
-      {{}, 2},
-      {{"shout"}, 2},
-      {{"listen", "extra"}, 2},
-      {{"send", "-s", "0", "-n", path, "event", "1", "x"}, 2},
-      {{"send", "-t", "carrier-pigeon", "event", "1", "x"}, 2},
-      {{"send", "-n", path, "event", "one", "x"}, 2},
-      {{"send", "-n", path, "event", "1"}, 2},
-      {{"send", "-n", path, "trap", oid, "6", "1", "1.3.6.1.2", "q", "v"}, 2},
-      {{"send", "-n", path, "trap", oid, "7", "1"}, 2},
-      {{"send", "-n", path, "trap", oid, "6", "1", "1.3.6", "i"}, 2},
+  // By exit status: sent, no connection, bad usage.
+  std::vector<std::vector<std::string>> by_status[] = {
+      {{"send", "-t", "unix", "-n", path, "event", "50790438", "hello"},
+       {"send", "-t", "2", "-n", path, "--host", "gw", "--object", "o", "event", "7", "x"},
+       {"send", "-t", "unix", "-n", path, "trap", oid, "6", "1", "1.3.6.1.2.1.1.1.0", "x", "0a0b"},
+       {"--help"}},
+      {{"send", "-t", "unix", "-n", absent, "event", "1", "x"},
+       {"send", "-t", "tcp", "-n", "127.0.0.1+x", "event", "1", "x"}},
+      {{},
+       {"shout"},
+       {"listen", "extra"},
+       {"send", "-s", "0", "-n", path, "event", "1", "x"},
+       {"send", "-t", "carrier-pigeon", "event", "1", "x"},
+       {"send", "-n", path, "event", "one", "x"},
+       {"send", "-n", path, "event", "1"},
+       {"send", "-n", path, "trap", oid, "6", "1", "1.3.6.1.2", "q", "v"},
+       {"send", "-n", path, "trap", oid, "7", "1"},
+       {"send", "-n", path, "trap", oid, "6", "1", "1.3.6", "i"}},
   };
-  for (Case &c : cases) {
-    std::string shown;
-    for (const std::string &a : c.args) shown += a + " ";
-    c.args.insert(c.args.begin(), HUBEVENT_PATH);
-    EXPECT_EQ(run_command(c.args), c.status) << shown;
+  for (int status = 0; status < 3; ++status) {
+    for (std::vector<std::string> args : by_status[status]) {
+      args.insert(args.begin(), HUBEVENT_PATH);
+      EXPECT_EQ(run_command(args), status) << testing::PrintToString(args);
+    }
   }
 }
 
