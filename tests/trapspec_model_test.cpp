@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -164,6 +165,52 @@ TEST_F(Model, TrapsSortByNumbersAndNodeFormatsComeFirst) {
               q.expected == nullptr ? "(none)" : q.expected)
         << q.generic << "/" << q.specific;
   }
+}
+
+TEST_F(Model, OrderHoldsForFormatsArrivingInAnyOrder) {
+  // Against a plain list kept by the same rules: node formats go before
+  // the first of their pair, a node-less one after the last, and a second
+  // node-less format of a pair updates the first.
+  add_enterprise({1, 3, 6, 1, 4, 1, 9}, "cisco");
+  enterprise_info *e = find({1, 3, 6, 1, 4, 1, 9});
+  struct Entry {
+    int generic, specific;
+    bool nodes;
+    std::string name;
+  };
+  std::vector<Entry> expected;
+  unsigned seed = 7;
+  auto next = [&seed](unsigned range) { return (seed = seed * 1103515245u + 12345u) / 65536u % range; };
+  for (int i = 0; i < 3000; ++i) {
+    Entry entry{static_cast<int>(next(4)) - 1, static_cast<int>(next(40)), next(3) == 0, "t" + std::to_string(i)};
+    auto first = expected.begin();
+    while (first != expected.end() && std::make_pair(first->generic, first->specific) <
+                                          std::make_pair(entry.generic, entry.specific))
+      ++first;
+    auto end = first;
+    while (end != expected.end() && end->generic == entry.generic && end->specific == entry.specific) ++end;
+    auto twin = std::find_if(first, end, [](const Entry &x) { return !x.nodes; });
+    if (entry.nodes) {
+      expected.insert(first, entry);
+    } else if (twin != end) {
+      twin->name = entry.name;
+    } else {
+      expected.insert(end, entry);
+    }
+    add_trap(e, entry.name.c_str(), entry.generic, entry.specific,
+             entry.nodes ? std::vector<std::string>{"node-" + entry.name} : std::vector<std::string>{});
+    if (i % 500 == 0) {
+      // Releasing a format (here the first) makes the model look again.
+      trap_record *gone = e->trap_rec_list_head.next;
+      e->trap_rec_list_head.next = gone->next;
+      expected.erase(std::find_if(expected.begin(), expected.end(),
+                                  [gone](const Entry &x) { return x.name == gone->name; }));
+      free_trap_record(gone);
+    }
+  }
+  std::vector<std::string> names;
+  for (const Entry &entry : expected) names.push_back(entry.name);
+  EXPECT_EQ(trap_names(e), names);
 }
 
 TEST_F(Model, NodeListsWithSourceListFiles) {

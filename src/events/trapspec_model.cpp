@@ -5,8 +5,9 @@
 // the module keeps indexes so that a load of tens of thousands of formats
 // does not walk the model per insert:
 //   - trap names to their records (the uniqueness check and name lookups),
-//   - each record to its enterprise and each enterprise to its last record
-//     (formats written in list order are appended without a walk),
+//   - each record to its enterprise, and per enterprise the last record of
+//     each generic/specific pair (a new format finds its place and its
+//     possible twin without walking the enterprise's list),
 //   - exact enterprise identifiers (the longest-prefix match becomes one
 //     probe per prefix length of the query).
 // The enterprise index answers only while the list is known to be in a
@@ -18,6 +19,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <new>
 #include <string>
 #include <string_view>
@@ -61,9 +63,14 @@ namespace {
 
 constexpr unsigned long kWideArc = 0x80000000ul;
 
+using PairKey = std::pair<int, int>;  // generic, specific number
+
 struct EnterpriseSide {
   uint64_t oid_hash = 0;
-  trap_record *last = nullptr;  // last format of the list, or null: walk to it
+  // The last format of each pair; rebuilt from the list when a format of
+  // the enterprise was released.
+  std::map<PairKey, trap_record *> pair_last;
+  bool pairs_known = false;
 };
 
 struct Model {
@@ -209,32 +216,84 @@ trap_record *lookup_name(const char *name, enterprise_info **enterprise) {
   return nullptr;
 }
 
-// Whether the record sorts strictly before the pair (generic, specific).
-bool before_pair(const trap_record *record, int generic, int specific) {
-  return record->generic_trap < generic ||
-         (record->generic_trap == generic && record->specific_trap < specific);
+PairKey pair_of(const trap_record *record) {
+  return {record->generic_trap, record->specific_trap};
 }
 
-trap_record *last_record(enterprise_info *enterprise) {
-  EnterpriseSide *side = nullptr;
+EnterpriseSide *side_of(const enterprise_info *enterprise) {
   auto found = model.enterprises.find(enterprise);
-  if (found != model.enterprises.end()) side = &found->second;
-  trap_record *last = side != nullptr ? side->last : nullptr;
-  if (last == nullptr) last = enterprise->trap_rec_list_head.next;
-  if (last == nullptr) return nullptr;
-  while (last->next != nullptr) last = last->next;
-  if (side != nullptr) side->last = last;
-  return last;
+  return found != model.enterprises.end() ? &found->second : nullptr;
 }
 
-void note_last_record(enterprise_info *enterprise, trap_record *record) {
-  auto found = model.enterprises.find(enterprise);
-  if (found != model.enterprises.end() && record->next == nullptr) found->second.last = record;
+void index_pairs(enterprise_info *enterprise, EnterpriseSide &side) {
+  guarded([&] {
+    side.pair_last.clear();
+    for (trap_record *r = enterprise->trap_rec_list_head.next; r != nullptr; r = r->next)
+      side.pair_last[pair_of(r)] = r;
+  });
+  side.pairs_known = true;
 }
 
-void forget_last_record(enterprise_info *enterprise, const trap_record *record) {
-  auto found = model.enterprises.find(enterprise);
-  if (found != model.enterprises.end() && found->second.last == record) found->second.last = nullptr;
+// The record after which a format of `pair` is linked: the last of the
+// pair itself when `after_pair` (a format without node list), otherwise the
+// last of the pairs before it; the list head when there is none.  Null
+// when the pair index does not agree with the list.
+trap_record *place_from_index(enterprise_info *enterprise, EnterpriseSide &side, PairKey pair,
+                              bool after_pair) {
+  auto it = after_pair ? side.pair_last.upper_bound(pair) : side.pair_last.lower_bound(pair);
+  trap_record *previous = &enterprise->trap_rec_list_head;
+  if (it != side.pair_last.begin()) {
+    previous = std::prev(it)->second;
+    PairKey key = pair_of(previous);
+    if (key != std::prev(it)->first || (after_pair ? pair < key : !(key < pair))) return nullptr;
+  }
+  trap_record *next = previous->next;
+  if (next != nullptr && (after_pair ? !(pair < pair_of(next)) : pair_of(next) < pair)) return nullptr;
+  return previous;
+}
+
+// The same place found by walking the list.
+trap_record *place_by_walking(enterprise_info *enterprise, PairKey pair, bool after_pair) {
+  trap_record *previous = &enterprise->trap_rec_list_head;
+  while (previous->next != nullptr &&
+         (after_pair ? !(pair < pair_of(previous->next)) : pair_of(previous->next) < pair)) {
+    previous = previous->next;
+  }
+  return previous;
+}
+
+trap_record *place_for(enterprise_info *enterprise, PairKey pair, bool after_pair) {
+  EnterpriseSide *side = side_of(enterprise);
+  if (side == nullptr) return place_by_walking(enterprise, pair, after_pair);
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    if (!side->pairs_known || attempt == 1) index_pairs(enterprise, *side);
+    trap_record *previous = place_from_index(enterprise, *side, pair, after_pair);
+    if (previous != nullptr) return previous;
+  }
+  return place_by_walking(enterprise, pair, after_pair);
+}
+
+// What findExactTrapRecord(enterprise, pair, node) returns, looked for
+// among the formats of the pair only.
+trap_record *pair_match(enterprise_info *enterprise, PairKey pair, const char *node) {
+  trap_record *r = place_for(enterprise, pair, false)->next;
+  for (; r != nullptr && pair_of(r) == pair; r = r->next) {
+    if (trapRecNodesMatch(r, node)) return r;
+  }
+  return nullptr;
+}
+
+void note_linked(enterprise_info *enterprise, trap_record *record) {
+  EnterpriseSide *side = side_of(enterprise);
+  if (side == nullptr || !side->pairs_known) return;
+  if (record->next == nullptr || pair_of(record->next) != pair_of(record)) {
+    guarded([&] { side->pair_last[pair_of(record)] = record; });
+  }
+}
+
+void forget_pairs(enterprise_info *enterprise) {
+  EnterpriseSide *side = side_of(enterprise);
+  if (side != nullptr) side->pairs_known = false;
 }
 
 // The alert mapping file's records hang on alert_element; they are released
@@ -506,20 +565,15 @@ extern "C" EVENTS_EXPORT trap_record *insertMallocTrapRecord(
   const char *name = trapname != nullptr ? trapname : "";
   if (rawEventLogMsg == nullptr) rawEventLogMsg = doStrdup("");
 
-  // Formats arrive mostly in list order: one after the last record can have
-  // no existing twin and needs no walk.
-  trap_record *last = last_record(enterprise_ptr);
-  bool append = last == nullptr || before_pair(last, generic, specific);
+  const PairKey pair = {generic, specific};
   trap_record *existing = nullptr;
-  if (!append) {
-    if (nodeCnt > 0) {
-      for (int i = 0; i < nodeCnt && existing == nullptr; ++i) {
-        trap_record *hit = findExactTrapRecord(enterprise_ptr, generic, specific, nodeList[i]);
-        if (hit != nullptr && hit->nodeCnt != 0) existing = hit;
-      }
-    } else {
-      existing = findExactTrapRecord(enterprise_ptr, generic, specific, nullptr);
+  if (nodeCnt > 0) {
+    for (int i = 0; i < nodeCnt && existing == nullptr; ++i) {
+      trap_record *hit = pair_match(enterprise_ptr, pair, nodeList[i]);
+      if (hit != nullptr && hit->nodeCnt != 0) existing = hit;
     }
+  } else {
+    existing = pair_match(enterprise_ptr, pair, nullptr);
   }
 
   if (existing != nullptr) {
@@ -557,23 +611,14 @@ extern "C" EVENTS_EXPORT trap_record *insertMallocTrapRecord(
 
   std::string unique = unique_trap_name(name);
   auto *record = static_cast<trap_record *>(doMalloc(sizeof(trap_record)));
-  trap_record *previous = last;
-  if (!append) {
-    // Of one pair, a format with a node list goes before the first format
-    // of the pair, one without after the last.
-    previous = &enterprise_ptr->trap_rec_list_head;
-    while (previous->next != nullptr &&
-           (before_pair(previous->next, generic, specific) ||
-            (nodeCnt == 0 && previous->next->generic_trap == generic &&
-             previous->next->specific_trap == specific))) {
-      previous = previous->next;
-    }
-  } else if (previous == nullptr) {
-    previous = &enterprise_ptr->trap_rec_list_head;
-  }
+  // Of one pair, a format with a node list goes before the first format of
+  // the pair, one without after the last.
+  trap_record *previous = place_for(enterprise_ptr, pair, nodeCnt == 0);
   record->next = previous->next;
   previous->next = record;
-  note_last_record(enterprise_ptr, record);
+  record->generic_trap = generic;
+  record->specific_trap = specific;
+  note_linked(enterprise_ptr, record);
 
   copy_name(record->name, unique.c_str());
   index_name(record, enterprise_ptr);
@@ -656,7 +701,7 @@ extern "C" EVENTS_EXPORT void free_trap_record(trap_record *trap_rec_ptr) {
   if (trap_rec_ptr == nullptr || trap_rec_ptr == &default_trap_record) return;
   free_trap_rec_contents(trap_rec_ptr);
   enterprise_info *owner = unindex_name(trap_rec_ptr);
-  if (owner != nullptr) forget_last_record(owner, trap_rec_ptr);
+  if (owner != nullptr) forget_pairs(owner);
   trap_rec_ptr->next = nullptr;
   doFree(trap_rec_ptr);
 }
