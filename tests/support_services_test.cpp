@@ -48,7 +48,8 @@ int in_child(Body body) {
 TEST(MessageCatalog, CatalogTextsAreCachedAndBuiltInTextsServeWithoutOne) {
   testsupport::TempDir dir;
   const std::string msg = dir.file("events.msg");
-  testsupport::write_file(msg, "$set 1\n6 Formatzeichenkette zu lang\n9 %s hat \"%s\" geaendert\n");
+  testsupport::write_file(msg, "$set 1\n6 Formatzeichenkette zu lang\n"
+                               "9 %s hat \"%s\" geaendert\n");
   ASSERT_EQ(testsupport::run_command({"gencat", dir.file("events.cat"), msg}), 0);
   std::string nlspath = dir.path() + "/%N";
   EXPECT_EQ(in_child([&] {
