@@ -83,7 +83,6 @@ TEST_F(Reader, CompleteFileFillsTheModel) {
       "ciscoAny {1.3.6.1.4.1.9} -1 0 A 1 0 \"IGNORE\"\n$*\nSDESC\nEDESC\n",
       &result);
   ASSERT_EQ(result, 0) << error;
-  EXPECT_EQ(have_read_hubdconf, 1);
   EXPECT_EQ(categories(), (Texts{"0=Threshold Events", "9=IGNORE", "12=Environment"}));
   // An action of a known name replaces the earlier one in its place.
   ASSERT_EQ(numActionCommands, 2);
@@ -159,7 +158,6 @@ TEST_F(Reader, EveryErrorNamesTheLine) {
           "Rename the event to avoid the conflict"),
       bad(kEnterprise, kTrapLine, "Did not find an event log format", "# no format follows\n"),
       eof(kTrap + "format\n", "format"),
-      eof(kTrap + "format\nEXEC cmd\n", "EXEC"),
       bad(kTrap + "format\n", "NODES a, /nonexistent/list",
           "Could not open source list file \"/nonexistent/list\"", "SDESC\nEDESC\n"),
       eof(kTrap + "format\nBEGIN_SLOT_MAPPING\n", "BEGIN_SLOT_MAPPING"),
