@@ -35,31 +35,31 @@ ToolRun hubconf(const std::vector<std::string> &args, const std::vector<std::str
 
 TEST(Hubconf, SummaryOfAGoodFileAndTheLineOfABadOne) {
   testsupport::TempDir dir;
-  std::string good = dir.file("good.conf");
-  testsupport::write_file(good,
-                          "CATEGORY 3 \"Status Events\"\n"
-                          "ACTION 10 \"Ping\" ping $A\nSDESC\nEDESC\n"
-                          "cisco {1.3.6.1.4.1.9}\n"
-                          "coldStart {1.3.6.1.4.1.9} 0 0 A 1 0 \"Status Events\"\n$A restarted\n"
-                          "NODES rtr-1\nSDESC\nEDESC\n");
-  ToolRun ok = hubconf({"check", good}, {"configuration read without errors", "3  Status Events",
-                                     "Ping", "cisco                    .1.3.6.1.4.1.9  1 trap format",
-                                     "2 categories, 1 actions, 1 enterprises, 1 trap formats (1 limited to nodes)"});
+  const std::string good = dir.file("good.conf"), bad = dir.file("bad.conf");
+  const std::string slots = dir.file("slots.conf"), cisco = "cisco {1.3.6.1.4.1.9}\n";
+  testsupport::write_file(good, "CATEGORY 3 \"Status Events\"\nACTION 10 \"Ping\" ping $A\n"
+                                "SDESC\nEDESC\n" + cisco +
+                                "coldStart {1.3.6.1.4.1.9} 0 0 A 1 0 \"Status Events\"\n"
+                                "$A restarted\nNODES rtr-1\nSDESC\nEDESC\n");
+  ToolRun ok = hubconf({"check", good},
+                       {"configuration read without errors", "3  Status Events", "Ping",
+                        "cisco                    .1.3.6.1.4.1.9  1 trap format",
+                        "2 categories, 1 actions, 1 enterprises, 1 trap formats "
+                        "(1 limited to nodes)"});
   EXPECT_EQ(ok.status, 0);
   for (const std::string &line : ok.lines) EXPECT_NE(line, "");
 
-  std::string bad = dir.file("bad.conf");
-  testsupport::write_file(bad, "cisco {1.3.6.1.4.1.9}\nt {1.3.6.1.4.1.11} 6 1 A 1 0 \"IGNORE\"\n");
-  ToolRun failed = hubconf({"check", bad}, {"No such enterprise in line #2 of", "t {1.3.6.1.4.1.11}"});
+  testsupport::write_file(bad, cisco + "t {1.3.6.1.4.1.11} 6 1 A 1 0 \"IGNORE\"\n");
+  const std::string where = "No such enterprise in line #2 of";
+  ToolRun failed = hubconf({"check", bad}, {where, "t {1.3.6.1.4.1.11}"});
   EXPECT_EQ(failed.status, 1);
-  EXPECT_EQ(failed.lines[0], "hubconf: " + bad + ": No such enterprise in line #2 of \"" + bad + "\":");
+  EXPECT_EQ(failed.lines[0], "hubconf: " + bad + ": " + where + " \"" + bad + "\":");
 
-  std::string slots = dir.file("slots.conf");
-  testsupport::write_file(slots, "cisco {1.3.6.1.4.1.9}\nt {1.3.6.1.4.1.9} 6 1 A 1 0 \"IGNORE\"\nf\n"
+  testsupport::write_file(slots, cisco + "t {1.3.6.1.4.1.9} 6 1 A 1 0 \"IGNORE\"\nf\n"
                                  "BEGIN_SLOT_MAPPING\nnoblank\nEND_SLOT_MAPPING\nSDESC\nEDESC\n");
-  EXPECT_EQ(hubconf({"check", slots}, {"a slot mapping is invalid"}).lines[0].empty(), false);
-
-  EXPECT_EQ(hubconf({"check", dir.file("absent.conf")}, {"Could not open trap format file"}).status, 1);
+  EXPECT_NE(hubconf({"check", slots}, {"a slot mapping is invalid"}).lines[0], "");
+  const std::string absent = dir.file("absent.conf");
+  EXPECT_EQ(hubconf({"check", absent}, {"Could not open trap format file"}).status, 1);
   EXPECT_EQ(hubconf({"frobnicate"}, {"usage: hubconf check [FILE]"}).status, 2);
 }
 
