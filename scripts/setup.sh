@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(
-  build-essential cmake pkg-config
+  build-essential cmake pkg-config locales
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-dev
   snmp snmpd snmptrapd libsnmp-dev
