@@ -56,11 +56,12 @@ extern "C" EVENTS_EXPORT int snmpBuildTrapEMS(unsigned char *out_data, int *out_
   for (int i = 0; i < sti->vars; ++i) {
     const SnmpVarBindEMS &binding = vars[i];
     int name_length = static_cast<int>(binding.oid_length);
-    if (binding_fits(binding))
-      p = build_var_op(p, binding.oid, &name_length, binding.type,
-                       static_cast<int>(binding.val_len),
-                       reinterpret_cast<const unsigned char *>(&binding.val), &room);
-    if (!binding_fits(binding) || p == nullptr) return build_failed("build_var_op failed");
+    p = binding_fits(binding)
+            ? build_var_op(p, binding.oid, &name_length, binding.type,
+                           static_cast<int>(binding.val_len),
+                           reinterpret_cast<const unsigned char *>(&binding.val), &room)
+            : nullptr;
+    if (p == nullptr) return build_failed("build_var_op failed");
   }
   int bindings_length = wrap(work, ASN_SEQUENCE, out_data, static_cast<int>(p - out_data));
   if (bindings_length < 0) return build_failed("build_header failed");
