@@ -1,4 +1,4 @@
-/* hubconf: checks a trap configuration file the way the library reads it.
+/* hubconf check: reads a trap configuration file the way the library reads it.
  *
  *   hubconf check [FILE]
  *
@@ -11,6 +11,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "hubconf.h"
 #include "trp_format.h"
 
 static void usage(FILE *out) {
@@ -65,7 +66,7 @@ static void print_summary(const char *file) {
          categories, numActionCommands, enterprises, formats, with_nodes);
 }
 
-int main(int argc, char **argv) {
+int hubconf_check(int argc, char **argv) {
   char *error = NULL;
   const char *file;
 
@@ -73,11 +74,11 @@ int main(int argc, char **argv) {
     usage(stdout);
     return 0;
   }
-  if (argc < 2 || argc > 3 || strcmp(argv[1], "check") != 0) {
+  if (argc > 2) {
     usage(stderr);
     return 2;
   }
-  if (argc == 3) setHubdConfFile(argv[2]);
+  if (argc == 2) setHubdConfFile(argv[1]);
   file = getHubdConfFile();
 
   if (read_trapspec_file(&error) != 0) {

@@ -1,0 +1,38 @@
+/* hubconf: the operator's command line for the trap configuration.
+ *
+ *   hubconf COMMAND [ARGS]...
+ *
+ * Each command lives in a file of its own; this one only dispatches. */
+#include <stdio.h>
+#include <string.h>
+
+#include "hubconf.h"
+
+static const struct {
+  const char *name;
+  int (*run)(int argc, char **argv);
+  const char *summary;
+} commands[] = {
+    {"check", hubconf_check, "read a configuration and print a summary or its first error"},
+};
+
+static void usage(FILE *out) {
+  size_t i;
+  fputs("usage: hubconf COMMAND [ARGS]...\n"
+        "  COMMAND --help describes one command.\n\ncommands:\n",
+        out);
+  for (i = 0; i < sizeof commands / sizeof commands[0]; ++i)
+    fprintf(out, "  %-14s %s\n", commands[i].name, commands[i].summary);
+}
+
+int main(int argc, char **argv) {
+  size_t i;
+  if (argc >= 2 && (strcmp(argv[1], "-h") == 0 || strcmp(argv[1], "--help") == 0)) {
+    usage(stdout);
+    return 0;
+  }
+  for (i = 0; argc >= 2 && i < sizeof commands / sizeof commands[0]; ++i)
+    if (strcmp(argv[1], commands[i].name) == 0) return commands[i].run(argc - 1, argv + 1);
+  usage(stderr);
+  return 2;
+}
