@@ -51,6 +51,22 @@ EVENTS_STATIC_ASSERT(sizeof(trap_headerEMS) == 24, "trap_headerEMS is 24 octets"
                                   installation, else the daemon's Unix socket */
 #define EVENT_TRANS_TCP_RAW 6  /* TCP to "host+text/port", no headers */
 
+/* Application source numbers of event_infoEMS.source: open_event accepts
+ * EVENT_SOURCE_FIRST to EVENT_SOURCE_LAST.  The daemon's own number sends
+ * no connected or disconnecting event; the remote daemon's number says
+ * hello only over EVENT_TRANS_TCP and always says goodbye as on it. */
+#define EVENT_SOURCE_FIRST 1
+#define EVENT_SOURCE_LAST 27
+#define EVENT_SOURCE_HUBD 4
+#define EVENT_SOURCE_REMOTE_HUBD 24
+
+/* Results of recv_trap and recv_event other than a message length. */
+#define EVENT_RECV_CLOSED 0           /* end of stream */
+#define EVENT_RECV_ERROR (-1)         /* bad argument, failed wait, unsupported
+                                         length form, failed decoding */
+#define EVENT_RECV_NOT_SEQUENCE (-5)  /* headerless stream: not a SEQUENCE */
+#define EVENT_RECV_BAD_SIZE (-6)      /* over 8,192 or under 20 octets */
+
 /* Largest SNMP message sent or received on any transport. */
 #define EVENT_MAX_MESSAGE 8192
 

@@ -104,7 +104,7 @@ void made_up_header(int length) {
 
 int too_large(long length) {
   if (tracelogfp) log_trace("recv_trap", "TCP trap = %ld bytes is too large.", length);
-  return -6;
+  return EVENT_RECV_BAD_SIZE;
 }
 
 int receive_datagram(int sd, sockaddr *from, int *fromlen) {
@@ -173,7 +173,7 @@ int receive_raw(int sd) {
                 "Error: could not identify TCP message as a trap, initial hex character = %#02x",
                 packet[0]);
     if (dump_packetEMS) hexdumpEMS(packet, static_cast<int>(n));
-    return -5;
+    return EVENT_RECV_NOT_SEQUENCE;
   }
   // A length octet still on its way is waited for; a stream that ends
   // after the type octet leaves a one-octet message, refused as too short.
@@ -278,7 +278,7 @@ extern "C" EVENTS_EXPORT int recv_trap(int sd, unsigned char **buf, int trans, s
   if (result <= 0) return result;
   int length = area.header.len;
   if (dump_packetEMS && length > 0) hexdumpEMS(area.packet, std::min(length, EVENT_MAX_MESSAGE));
-  return length >= kMinimumTrap ? length : -6;
+  return length >= kMinimumTrap ? length : EVENT_RECV_BAD_SIZE;
 }
 
 extern "C" EVENTS_EXPORT int recv_event_hdr(event_infoEMS *ei, snmp_trap_infoEMS *sti,
