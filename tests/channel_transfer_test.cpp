@@ -2,14 +2,15 @@
 // loopback sockets: the framing of each transport, the event bindings, the
 // receive limits, interrupted reads, the receive hook and sendsig.
 
+#include <fcntl.h>
+#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <functional>
 #include <thread>
@@ -314,6 +315,35 @@ TEST(RecvTrap, HookReadsForTransport4) {
     hook_result = result;
     hook_length = length;
     EXPECT_EQ(recv_one(pair.ei.sd, kHook), expected) << result << " " << length;
+  }
+  kzc_recv_event = nullptr;
+}
+
+// An fd_set holds descriptors below 1024 only; waits on higher ones must
+// neither overrun it nor fail.  The message arrives only after the wait
+// has begun.
+TEST(RecvTrap, WaitsOnDescriptorsAbove1024) {
+  Bytes trap = sample_message();
+  int n = static_cast<int>(trap.size());
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  if (limit.rlim_cur < 1100) GTEST_SKIP() << "needs 1,100 descriptors, has " << limit.rlim_cur;
+  kzc_recv_event = read_by_hook;
+  hook_result = 1;
+  hook_length = -1;
+  for (int trans : {kUnix, kRaw, kHook}) {
+    SCOPED_TRACE("transport " + std::to_string(trans));
+    Pair pair(trans);
+    int high = fcntl(pair.ei.sd, F_DUPFD, 1050);
+    ASSERT_GE(high, 1050);
+    Bytes whole = trans == kUnix ? header_bytes(n) + trap : trap;
+    std::thread late([&] {
+      std::this_thread::sleep_for(50ms);
+      pair.write_peer(whole);
+    });
+    EXPECT_EQ(recv_one(high, trans), n);
+    late.join();
+    close(high);
   }
   kzc_recv_event = nullptr;
 }

@@ -3,8 +3,8 @@
 // or an application's hook), into the library's static receive area, and
 // decoded into the caller's records.
 
+#include <poll.h>
 #include <signal.h>
-#include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/types.h>
 
@@ -42,19 +42,29 @@ void note(const char *text) {
   if (text != nullptr) logger(1, "recv_trap", "%s", text);
 }
 
+// One wait, without a time-out, for sd to become readable.  poll rather
+// than select: an fd_set cannot hold descriptors from FD_SETSIZE up.
+// Returns poll's result; a descriptor that is not open fails with EBADF.
+int poll_readable(int sd) {
+  pollfd watched = {sd, POLLIN, 0};
+  int ready = poll(&watched, 1, -1);
+  if (ready > 0 && (watched.revents & POLLNVAL) != 0) {
+    errno = EBADF;
+    return -1;
+  }
+  return ready;
+}
+
 // Waits until sd is readable, restarting after signals.  Returns 1, or -1.
 int wait_readable(int sd, const char *interrupted) {
   for (;;) {
-    fd_set readable;
-    FD_ZERO(&readable);
-    FD_SET(sd, &readable);
-    int ready = select(sd + 1, &readable, nullptr, nullptr, nullptr);
+    int ready = poll_readable(sd);
     if (ready > 0) return 1;
     if (ready < 0 && errno == EINTR) {
       note(interrupted);
       continue;
     }
-    return -1;
+    return EVENT_RECV_ERROR;
   }
 }
 
@@ -124,10 +134,7 @@ int receive_datagram(int sd, sockaddr *from, int *fromlen) {
 
 int receive_by_hook(int sd, sockaddr *from) {
   if (kzc_recv_event == nullptr) return 1;
-  fd_set readable;
-  FD_ZERO(&readable);
-  FD_SET(sd, &readable);
-  int ready = select(sd + 1, &readable, nullptr, nullptr, nullptr);
+  int ready = poll_readable(sd);
   if (ready <= 0) return ready;
   int length = EVENT_MAX_MESSAGE;
   int result = kzc_recv_event(sd, from, area.packet, &length);
