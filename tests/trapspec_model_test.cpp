@@ -2,6 +2,8 @@
 // order and node matching, name uniqueness, lookups and frees.
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
@@ -190,20 +192,35 @@ TEST_F(Model, NodeListsWithSourceListFiles) {
   enterprise_info *e = cisco();
   trap_record *listed = add_trap(e, "listed", 6, 1, {"sw-1", list});
   trap_record *missing = add_trap(e, "missing", 6, 2, {dir.file("absent.list"), "sw-1"});
+  // Lists that open but cannot be read count as missing; a FIFO must not block.
+  std::string fifo = dir.file("fifo");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  trap_record *unreadable[] = {add_trap(e, "folder", 6, 3, {dir.path(), "sw-1"}),
+                               add_trap(e, "fifo", 6, 4, {fifo, "sw-1"}),
+                               add_trap(e, "failing", 6, 5, {"/proc/self/mem", "sw-1"})};
   trap_record unrestricted = {};
   struct Case {
     trap_record *record;
     const char *node;
     int expected;
   } cases[] = {
-      {listed, "sw-1", 1},  {listed, "rtr-1", 1},     {listed, "rtr-2", 1},
-      {listed, "rtr-9", 0}, {listed, "Frankfurt", 0}, {listed, nullptr, 0},
+      {listed, "sw-1", 1},
+      {listed, "rtr-1", 1},
+      {listed, "rtr-2", 1},
+      {listed, "rtr-9", 0},
+      {listed, "Frankfurt", 0},
+      {listed, nullptr, 0},
       {&unrestricted, nullptr, 1},
       // An unreadable list ends the search, even before an exact entry.
       {missing, "sw-1", 0},
+      {unreadable[0], "sw-1", 0},
+      {unreadable[1], "sw-1", 0},
+      {unreadable[2], "sw-1", 0},
   };
+  alarm(20);
   for (const Case &c : cases)
     EXPECT_EQ(trapRecNodesMatch(c.record, c.node), c.expected) << (c.node ? c.node : "(null)");
+  alarm(0);
 }
 
 TEST_F(Model, NamesAreUniqueAndLookupsFollowUpdates) {

@@ -472,7 +472,8 @@ extern "C" EVENTS_EXPORT int trapRecNodesMatch(trap_record *trap_rec_ptr, const 
     const char *entry = trap_rec_ptr->nodeList[i];
     if (strcmp(entry, nodename) == 0) return 1;
     if (entry[0] != '/') continue;
-    FILE *list = fopen(entry, "r");
+    const char *refused;
+    FILE *list = events::open_config_file(entry, &refused);
     if (list == nullptr) return 0;
     int line_number = 0;
     while (events::read_config_line(model.node_line, TRAPSPEC_LINE_SIZE, list, &line_number, entry,
@@ -486,7 +487,11 @@ extern "C" EVENTS_EXPORT int trapRecNodesMatch(trap_record *trap_rec_ptr, const 
         return 1;
       }
     }
+    // A list that cannot be read to its end matches nothing, as one that
+    // cannot be opened; a line too long only ends that list.
+    bool unreadable = ferror(list) != 0;
     fclose(list);
+    if (unreadable) return 0;
   }
   return 0;
 }
