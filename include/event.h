@@ -109,7 +109,9 @@ EVENTS_EXPORT int set_sock_buf_size_if_larger(int sd, int buf_type, int new_size
  * is read and dropped so the next one is found), or the failing recv or
  * hook result.  A signal interrupting a wait does not end the read.
  * recv_event_hdr reads with recv_trap and decodes into sti and vars (the
- * caller sets sti->clen, sti->elen and sti->maxvars as for snmp_parse_trap);
+ * caller sets sti->clen, sti->elen and sti->maxvars as for snmp_parse_trap,
+ * before every call: decoding overwrites clen and elen with the lengths
+ * found, see snmp_trap_reset_capacities);
  * copies the header's time into ei->time and points *th at the header.
  * Returns the message length, -1 if decoding failed, or recv_trap's result.
  * recv_event is recv_event_hdr without the header pointer. */

@@ -18,6 +18,7 @@
 #include "event.h"
 #include "support/channel.h"
 #include "support/diagnostics.h"
+#include "support/sample_trap.h"
 
 using namespace std::chrono_literals;
 using namespace testsupport;
@@ -346,6 +347,36 @@ TEST(RecvTrap, WaitsOnDescriptorsAbove1024) {
     close(high);
   }
   kzc_recv_event = nullptr;
+}
+
+// Decoding writes the lengths found back into clen and elen: a receive
+// loop that does not set the capacities again fails on the first trap with
+// a longer community than the one before.
+TEST(RecvEvent, LoopNeedsCapacitiesResetBeforeEachTrap) {
+  for (bool reset : {false, true}) {
+    SCOPED_TRACE(reset ? "reset" : "set once");
+    Pair pair(kUnix);
+    SnmpVarBindEMS sent_vars[5];
+    snmp_trap_infoEMS sent;
+    for (const char *community : {"ab", "a-longer-community"}) {
+      make_sample_trap(&sent, sent_vars, 5);
+      sent.clen = static_cast<int32_t>(strlen(community));
+      memcpy(sent.community, community, strlen(community));
+      ASSERT_EQ(send_trap(&pair.ei, &sent, sent_vars), 0);
+    }
+    event_infoEMS receiver = pair.ei;
+    receiver.sd = pair.peer;
+    snmp_trap_infoEMS info{};
+    SnmpVarBindEMS vars[5];
+    snmp_trap_reset_capacities(&info, 5);
+    EXPECT_GT(recv_event(&receiver, &info, vars), 0);
+    EXPECT_EQ(info.clen, 2);
+    if (reset) snmp_trap_reset_capacities(&info, 5);
+    int result = 0;
+    with_diagnostics(0, [&] { result = recv_event(&receiver, &info, vars); });
+    EXPECT_EQ(result > 0, reset) << result;
+    if (reset) EXPECT_STREQ(reinterpret_cast<char *>(info.community), "a-longer-community");
+  }
 }
 
 TEST(SendSig, SignalsTheProcessNamedInAPidFile) {
