@@ -45,14 +45,9 @@ TEST(OpenEvent, RefusesBadSourcesTransportsAndPeersWithoutTouchingTheRecord) {
   Listener hub(path);
   std::string nobody = unique_loopback();  // nothing listens on its port 1661
   std::tuple<int, const char *, int> refused[] = {
-      {EVENT_SOURCE_FIRST - 1, path.c_str(), 2},
-      {EVENT_SOURCE_LAST + 1, path.c_str(), 2},
-      {-3, path.c_str(), 2},
-      {1, path.c_str(), 0},
-      {1, path.c_str(), 4},
-      {1, path.c_str(), 7},
-      {1, nullptr, 2},
-      {1, absent.c_str(), 2},
+      {EVENT_SOURCE_FIRST - 1, path.c_str(), 2}, {EVENT_SOURCE_LAST + 1, path.c_str(), 2},
+      {-3, path.c_str(), 2},      {1, path.c_str(), 0},   {1, path.c_str(), 4},
+      {1, path.c_str(), 7},       {1, nullptr, 2},        {1, absent.c_str(), 2},
       {1, nobody.c_str(), 3},
       {1, dir.path().c_str(), 2},  // exists, but is no socket
   };
