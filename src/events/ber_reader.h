@@ -65,12 +65,24 @@ namespace events::ber {
   const unsigned char *const end = p + length;
   ObjectIdEMS *arc = out + 1;
   while (p < end) {
-    uint32_t octet = *p++;
-    // Most arcs are below 128 and take one octet.
-    if (octet < 0x80) {
-      *arc++ = octet;
+    // Most arcs are below 128 and take one octet.  Eight octets at a time,
+    // all are widened and those before the first with its high bit set are
+    // kept.  Arcs never outnumber octets, so the eight stay within
+    // `capacity` while eight octets remain.
+    if (end - p >= 8) {
+      uint64_t block;
+      memcpy(&block, p, sizeof block);
+      for (int i = 0; i < 8; ++i) arc[i] = p[i];
+      uint64_t high = block & 0x8080808080808080ull;
+      int singles = high == 0 ? 8 : __builtin_ctzll(high) / 8;
+      p += singles;
+      arc += singles;
+      if (singles == 8) continue;
+    } else if (*p < 0x80) {
+      *arc++ = *p++;
       continue;
     }
+    uint32_t octet = *p++;
     uint64_t value = octet & 0x7F;
     do {
       if (p == end) return -1;
