@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <chrono>
 #include <cstdarg>
 #include <cstdio>
@@ -84,7 +85,7 @@ extern "C" EVENTS_EXPORT int init_snmp_2request(snmp_call_info *sci, uint32_t ad
                                                 const char *community, unsigned int comm_len) {
   sci->addr = addr;
   unsigned int length = std::min<unsigned int>(comm_len, SNMP_COMMUNITY_MAX);
-  memcpy(sci->request.community, community, length);
+  if (length > 0) memcpy(sci->request.community, community, length);
   sci->request.clen = static_cast<int32_t>(length);
   disconnect(sci);
   return 0;
@@ -165,7 +166,7 @@ extern "C" EVENTS_EXPORT int snmp_call_select(snmp_call_info *sci) {
   for (;;) {
     auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
     pollfd wait = {sci->sd, POLLIN, 0};
-    int ready = poll(&wait, 1, static_cast<int>(std::max<int64_t>(left.count(), 0)));
+    int ready = poll(&wait, 1, static_cast<int>(std::clamp<int64_t>(left.count(), 0, INT_MAX)));
     if (ready == 0) {
       trace("snmp_call(): select timed out -- ");
       if (sci->is_connected) {

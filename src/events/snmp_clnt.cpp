@@ -166,7 +166,7 @@ bool parse_fast(const unsigned char *data, int length, snmp_info *response,
 /// buffer and the 1,024-octet scratch area in turn.
 extern "C" EVENTS_EXPORT int snmpBuild09(unsigned char *out_data, int *out_length,
                                          snmp_info *request, SnmpVarBindEMS *vars) {
-  if (request->vars == 0) {
+  if (request->vars <= 0) {
     trace("snmpBuild09: No variables set!\n");
     return -2;
   }
@@ -175,6 +175,11 @@ extern "C" EVENTS_EXPORT int snmpBuild09(unsigned char *out_data, int *out_lengt
   unsigned char *p = out_data;
   for (int i = 0; i < request->vars; ++i) {
     SnmpVarBindEMS *binding = &vars[i];
+    // Lengths beyond the record's arrays would read past them.
+    bool string = binding->type == ASN_OCTET_STR, identifier = binding->type == ASN_OBJECT_ID;
+    if (binding->oid_length > SNMP_OID_MAX || (string && binding->val_len > SNMP_STRING_MAX) ||
+        (identifier && binding->val_len > SNMP_OID_MAX))
+      return build_failed(1);
     int name_length = static_cast<int>(binding->oid_length);
     p = build_var_op(p, binding->oid, &name_length, binding->type,
                      static_cast<int>(binding->val_len), binding->val.string, &room);
