@@ -70,9 +70,14 @@ namespace events::ber {
     // kept.  Arcs never outnumber octets, so the eight stay within
     // `capacity` while eight octets remain.
     if (end - p >= 8) {
+      typedef unsigned char Octets __attribute__((vector_size(8)));
+      typedef ObjectIdEMS Arcs __attribute__((vector_size(32)));
+      Octets octets;
+      memcpy(&octets, p, sizeof octets);
+      Arcs wide = __builtin_convertvector(octets, Arcs);
+      memcpy(arc, &wide, sizeof wide);
       uint64_t block;
-      memcpy(&block, p, sizeof block);
-      for (int i = 0; i < 8; ++i) arc[i] = p[i];
+      memcpy(&block, &octets, sizeof block);
       uint64_t high = block & 0x8080808080808080ull;
       int singles = high == 0 ? 8 : __builtin_ctzll(high) / 8;
       p += singles;
