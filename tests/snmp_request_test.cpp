@@ -6,6 +6,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -173,6 +174,7 @@ class FakeAgent {
     std::lock_guard<std::mutex> lock(mutex_);
     return requests_;
   }
+  uint16_t port() const { return socket_.port(); }
 
  private:
   void serve() {
@@ -323,6 +325,45 @@ TEST(SnmpCall, RefusedPortAndOverlongCommunity) {
   EXPECT_EQ(getvar(sci, in.data(), out.data()), SNMPCALL_BUILD);
   EXPECT_STREQ(snmpcall_error(sci), "Internal error building SNMP packet.");
   close_snmp_call(sci);
+}
+
+TEST(SendRequest, AcceptsOnlyTheAnswerToItsRequest) {
+  const struct {
+    const char *name;
+    std::function<Bytes(const Request &)> reply;
+    int result;
+  } cases[] = {
+      {"matching answer", [](const Request &r) { return answer(r); }, 1},
+      {"another request-id", [](const Request &r) { return answer(r, 0, 1); }, -1},
+      {"another community",
+       [](const Request &r) {
+         Request other = r;
+         other.info.community[0] = 'P';
+         return answer(other);
+       },
+       -1},
+  };
+  for (const auto &c : cases) {
+    SCOPED_TRACE(c.name);
+    FakeAgent agent([&](int, const Request &r) { return std::vector<Bytes>{c.reply(r)}; });
+    int sd = socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in to{};
+    to.sin_family = AF_INET;
+    to.sin_port = htons(agent.port());
+    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    snmp_info request{}, response{};
+    memcpy(request.community, "public", 6);
+    request.clen = 6;
+    request.command = SNMP_GET_REQ;
+    request.reqid = 99;
+    request.vars = 1;
+    response.clen = SNMP_COMMUNITY_MAX;
+    response.maxvars = 1;
+    std::vector<SnmpVarBindEMS> in = numbered_names(1), out(1);
+    in[0].type = ASN_NULL;
+    EXPECT_EQ(send_request(sd, to, &request, &response, in.data(), out.data()), c.result);
+    close(sd);
+  }
 }
 
 // ---- net-snmp's snmpd as the agent.
