@@ -61,7 +61,7 @@ namespace events::ber {
 // which the primitive answers with a quirk, are left to it.
 [[gnu::always_inline]] inline int objid(const unsigned char *p, uint32_t length,
                                         ObjectIdEMS *out, int capacity) {
-  if (length == 0 || length + 1 > static_cast<uint32_t>(capacity)) return -1;
+  if (length == 0 || static_cast<int64_t>(length) + 1 > capacity) return -1;
   const unsigned char *const end = p + length;
   ObjectIdEMS *arc = out + 1;
   while (p < end) {
