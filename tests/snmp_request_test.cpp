@@ -366,6 +366,35 @@ TEST(SendRequest, AcceptsOnlyTheAnswerToItsRequest) {
   }
 }
 
+TEST(SnmpCall, EveryCodeHasItsText) {
+  // System texts as this locale words them.
+  auto with = [](const char *text, int error) { return text + std::string(strerror(error)) + "."; };
+  const struct {
+    int code;
+    int saved_errno;
+    std::string text;
+  } cases[] = {
+      {SNMPCALL_UNKNOWN, EIO, with("Unknown SNMP ERROR:  ", EIO)},
+      {SNMPCALL_SEND, ENETUNREACH, with("Could not send SNMP packet:  ", ENETUNREACH)},
+      {SNMPCALL_WAIT, EBADF, with("Internal error in select():  ", EBADF)},
+      {SNMPCALL_RECV, EAGAIN, with("Error on SNMP recvfrom():  ", EAGAIN)},
+      {SNMPCALL_PARSE, 0, "Could not parse incoming SNMP packet."},
+      {SNMPCALL_NOMEM, 0, "Out of memory."},
+      {SNMPCALL_BAD_TYPE, 0, "Internal Error: Invalid data type for set."},
+      {0, 0, "SNMP Error:  noError"},
+      {5, 0, "SNMP Error:  genErr"},
+      {-10, 0, "SNMP Error:  unknown error"},
+  };
+  snmp_call_info *sci = init_snmp_call(1, 1);
+  ASSERT_NE(sci, nullptr);
+  for (const auto &c : cases) {
+    sci->response.errstat = c.code;
+    sci->save_errno = c.saved_errno;
+    EXPECT_EQ(snmpcall_error(sci), c.text) << c.code;
+  }
+  close_snmp_call(sci);
+}
+
 // ---- net-snmp's snmpd as the agent.
 
 class AgentTest : public ::testing::Test {
