@@ -18,6 +18,8 @@
 #include <stdint.h>
 
 #include "events_export.h"
+/* hexdumpEMS, the dump of encoded octets, is declared with the trace log. */
+#include "log_trace.h"
 
 EVENTS_BEGIN_DECLS
 
