@@ -9,15 +9,17 @@
  * failure on the trace log and, with bit SNMP_TRACE_ASN1 of
  * snmptracemaskEMS, as "asn1.c: <message>" on standard error.
  *
- * Decoders never read past position + *datalength.  Nothing allocates.  The
- * identifier encoder assembles contents in one static scratch area, so the
- * primitives are not reentrant. */
+ * Decoders never read past position + *datalength.  Nothing allocates and
+ * no primitive keeps state between calls; only the trace switches are
+ * shared. */
 #ifndef EVENTS_ASN1_H
 #define EVENTS_ASN1_H
 
 #include <stdint.h>
 
 #include "events_export.h"
+/* hexdumpEMS, the dump of encoded octets, is declared with the trace log. */
+#include "log_trace.h"
 
 EVENTS_BEGIN_DECLS
 
@@ -40,7 +42,8 @@ typedef uint32_t ObjectIdEMS;
  * under the INTEGER type. */
 #define ASN_UNSIGNED_INTEGER 7
 
-/* Largest identifier the scratch area and the decoders accept. */
+/* Largest identifier the codec handles: sub-identifiers a decoder stores,
+ * and contents octets the encoder writes. */
 #define ASN_MAX_OID_LEN 128
 
 /* Headers and lengths.
@@ -50,9 +53,9 @@ typedef uint32_t ObjectIdEMS;
  * one to four octets; it has no room counter, so
  * REQUIRES: at least five octets are readable at data, or the first octet
  * announces fewer.  asnBuildLength09 writes the short form, 0x81 or 0x82;
- * lengths of 65,536 and more keep only their low 16 bits.
- * REQUIRES for asnBuildLength09: three octets are writable at data (it
- * writes before it checks *datalength). */
+ * lengths of 65,536 and more keep only their low 16 bits.  It checks
+ * *datalength before it writes: with too little room it writes nothing and
+ * returns NULL. */
 EVENTS_EXPORT unsigned char *asnParseHeader09(unsigned char *data, int *datalength,
                                               unsigned char *type);
 EVENTS_EXPORT unsigned char *asnBuildHeader09(unsigned char *data, int *datalength,
@@ -93,8 +96,9 @@ EVENTS_EXPORT unsigned char *asnBuildString09(unsigned char *data, int *dataleng
 /* Object identifiers.  On input *objidlength is the capacity of `objid` in
  * sub-identifiers; on success the number stored.  The first encoded value v
  * is split into v / 40 and v % 40 with no special case for arc 2.  The
- * encoder refuses fewer than two arcs, a first arc above 2 and a first
- * octet (40 * first + second) of 128 or more. */
+ * encoder refuses fewer than two arcs, a first arc above 2, a first
+ * octet (40 * first + second) of 128 or more, and contents of more than
+ * ASN_MAX_OID_LEN octets. */
 EVENTS_EXPORT unsigned char *asnParseObjid09(unsigned char *data, int *datalength,
                                              ObjectIdEMS *objid, int *objidlength);
 EVENTS_EXPORT unsigned char *asnBuildObjid09(unsigned char *data, int *datalength,
@@ -103,10 +107,6 @@ EVENTS_EXPORT unsigned char *asnBuildObjid09(unsigned char *data, int *datalengt
 /* NULL values. */
 EVENTS_EXPORT unsigned char *asnParseNull09(unsigned char *data, int *datalength);
 EVENTS_EXPORT unsigned char *asnBuildNull09(unsigned char *data, int *datalength);
-
-/* Dumps buf[0..size) on dumpFp (the offsets go to standard output); does
- * nothing while dumpFp is NULL. */
-EVENTS_EXPORT void hexdumpEMS(const unsigned char *buf, int size);
 
 EVENTS_END_DECLS
 

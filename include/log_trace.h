@@ -72,6 +72,11 @@ EVENTS_EXPORT void log_trace(const char *routine, const char *fmt, ...)
 EVENTS_EXPORT int sigblockhexdump(const unsigned char *buf, int size);
 EVENTS_EXPORT int printTime(void);
 
+/* Dumps buf[0..size) on dumpFp, 16 octets a row as "%02x " with a
+ * character column; the row offsets go to standard output.  Does nothing
+ * while dumpFp is NULL. */
+EVENTS_EXPORT void hexdumpEMS(const unsigned char *buf, int size);
+
 /* Event logger: for a non-zero level writes "routine: message\n" on the
  * standard error stream, whether or not the trace log is open. */
 EVENTS_EXPORT void logger(int level, const char *routine, const char *fmt, ...)

@@ -93,7 +93,7 @@ TEST(BerEncode, WritesExactBytes) {
 }
 
 TEST(BerEncode, RefusesWhatItCannotWrite) {
-  std::vector<ObjectIdEMS> too_long(128, 0xFFFFFFF);  // contents beyond the scratch area
+  std::vector<ObjectIdEMS> too_long(128, 0xFFFFFFF);  // contents beyond 128 octets
   too_long[0] = 1;
   too_long[1] = 3;
   const struct {
@@ -104,7 +104,7 @@ TEST(BerEncode, RefusesWhatItCannotWrite) {
       {"one-arc identifier", objid({1}), "asn1.c: Encode:  Invalid Obj ID length\n"},
       {"first arc 3", objid({3, 1}), "asn1.c: objid, invalid first member\n"},
       {"2.48 overflows the first octet", objid({2, 48}), "asn1.c: objid, invalid sum\n"},
-      {"identifier beyond the scratch area", objid(too_long), ""},
+      {"identifier contents beyond 128 octets", objid(too_long), ""},
       {"Opaque is not an integer class", integer(1, ASN_OPAQUE), ""},
       {"integer size other than 4",
        [](unsigned char *p, int *r) {
@@ -210,16 +210,18 @@ TEST(BerDecode, ReadsExactValues) {
       {bytes({0x44, 0x03, 'x', 'y', 'z'}), as_string(3), "xyz"},  // exactly the capacity
       {bytes({0x05, 0x00}), as_null(), ""},
   };
-  for (const auto &c : cases) {
+  for (size_t row = 0; row < std::size(cases); ++row) {
+    const auto &c = cases[row];
+    SCOPED_TRACE("row " + std::to_string(row) + ", expecting \"" + c.expected + "\"");
     Bytes wire = c.wire;
     wire.resize(wire.size() + 3, 0x99);  // octets after the element stay unread
     int room = static_cast<int>(wire.size());
     unsigned char *end = nullptr;
     std::string got = c.decoder(wire.data(), &room, &end);
-    ASSERT_NE(end, nullptr) << c.expected;
+    ASSERT_NE(end, nullptr);
     EXPECT_EQ(got, c.expected);
-    EXPECT_EQ(end, wire.data() + c.wire.size()) << c.expected;
-    EXPECT_EQ(room, 3) << c.expected;
+    EXPECT_EQ(end, wire.data() + c.wire.size());
+    EXPECT_EQ(room, 3);
   }
   // A header leaves the contents to its caller: their position and length.
   Bytes sequence = bytes({0x30, 0x84, 0x00, 0x00, 0x00, 0x02, 0xAA, 0xBB, 0x99});
@@ -299,13 +301,15 @@ TEST(BerDecode, ReportsEachFailureOnBothChannels) {
        "asnParseNull09"},
       {bytes({0x05, 0x01, 0x00}), as_null(), "Decode:  Malformed NULL", "", "asnParseNull09"},
   };
-  for (const auto &c : cases) {
+  for (size_t row = 0; row < std::size(cases); ++row) {
+    const auto &c = cases[row];
+    SCOPED_TRACE("row " + std::to_string(row) + " (" + c.routine + ")");
     Bytes wire = c.wire;  // exactly the element's octets, so over-reads show under ASan
     int room = static_cast<int>(wire.size());
     unsigned char *end = wire.data();
     auto seen = with_diagnostics(SNMP_TRACE_ASN1, [&] { c.decoder(wire.data(), &room, &end); });
-    EXPECT_EQ(end, nullptr) << c.echo;
-    EXPECT_EQ(room, static_cast<int>(wire.size())) << c.echo << ": room changed on failure";
+    EXPECT_EQ(end, nullptr);
+    EXPECT_EQ(room, static_cast<int>(wire.size())) << "room changed on failure";
     EXPECT_EQ(seen.standard_error, "asn1.c: " + c.echo + "\n");
     std::string trace = c.trace.empty() ? std::string(c.routine) + ": " + c.echo + "\n" : c.trace;
     EXPECT_EQ(without_stamps(seen.trace_log), trace);
@@ -319,27 +323,6 @@ TEST(BerDecode, SilentWithoutTraceBitAndLog) {
   testsupport::CapturedStream captured(2);
   EXPECT_EQ(asnParseHeader09(wire.data(), &room, &type), nullptr);
   EXPECT_EQ(captured.text(), "");
-}
-
-TEST(HexDump, RowsOffsetsAndPadding) {
-  testsupport::TempDir dir;
-  std::string path = dir.file("dump");
-  unsigned char data[20];
-  for (int i = 0; i < 20; ++i) data[i] = static_cast<unsigned char>('A' + i);
-  data[1] = 0x07;
-  dumpFp = fopen(path.c_str(), "w");
-  std::string offsets;
-  {
-    testsupport::CapturedStream out(1);
-    hexdumpEMS(data, 20);
-    offsets = out.text();
-  }
-  fclose(dumpFp);
-  dumpFp = nullptr;
-  EXPECT_EQ(offsets, "     0:      16:  ");
-  EXPECT_EQ(testsupport::read_file(path),
-            "41 07 43 44 45 46 47 48 49 4a 4b 4c 4d 4e 4f 50     A.CDEFGHIJKLMNOP\n"
-            "51 52 53 54 -- -- -- -- -- -- -- -- -- -- -- --     QRST............\n");
 }
 
 }  // namespace

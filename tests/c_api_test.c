@@ -10,6 +10,8 @@
 #include "kz_platform.h"
 #include "log_trace.h"
 #include "snmp.h"
+#include "snmp_call.h"
+#include "snmp_clnt.h"
 #include "trp_format.h"
 
 _Static_assert(sizeof(trap_arg) == 8, "format argument layout");

@@ -125,4 +125,25 @@ TEST(EventLogger, WritesRoutineAndMessageOnStandardError) {
   EXPECT_EQ(err.text(), "snmp_parse_trap: bad thing\n");
 }
 
+TEST(TraceLog, BerDumpPutsOffsetsOnStandardOutput) {
+  testsupport::TempDir dir;
+  std::string path = dir.file("dump");
+  unsigned char data[20];
+  for (int i = 0; i < 20; ++i) data[i] = static_cast<unsigned char>('A' + i);
+  data[1] = 0x07;
+  dumpFp = fopen(path.c_str(), "w");
+  std::string offsets;
+  {
+    testsupport::CapturedStream out(1);
+    hexdumpEMS(data, 20);
+    offsets = out.text();
+  }
+  fclose(dumpFp);
+  dumpFp = nullptr;
+  EXPECT_EQ(offsets, "     0:      16:  ");
+  EXPECT_EQ(testsupport::read_file(path),
+            "41 07 43 44 45 46 47 48 49 4a 4b 4c 4d 4e 4f 50     A.CDEFGHIJKLMNOP\n"
+            "51 52 53 54 -- -- -- -- -- -- -- -- -- -- -- --     QRST............\n");
+}
+
 }  // namespace

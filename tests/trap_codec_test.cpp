@@ -139,6 +139,12 @@ TEST(TrapCodec, SampleTrapRoundTrips) {
     size_t size = s.type == 0x04 ? s.val_len : s.type == 0x06 ? 4 * s.val_len : 4;
     EXPECT_EQ(memcmp(&g.val, &s.val, size), 0) << "value of binding " << i;
   }
+
+  // A negative enterprise capacity refuses the trap rather than taking no bound.
+  got.clen = 127;
+  got.elen = -1;
+  testsupport::CapturedStream quiet(2);
+  EXPECT_EQ(snmp_parse_trap(out, length, &got, nullptr, got_vars), -1);
 }
 
 TEST(TrapEncode, ReportsWhatCannotBeBuilt) {

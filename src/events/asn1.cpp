@@ -16,7 +16,6 @@
 
 #include "diagnostics.h"
 #include "log_trace.h"
-#include "platform/mib.h"
 
 namespace {
 
@@ -24,8 +23,9 @@ constexpr int kIntSize = 4;
 constexpr uint32_t kTopNineBits = 0xFF800000u;
 constexpr char kLengthMismatch[] = "Decode:  ASN length and PDU length don't match";
 
-// Scratch area in which asnBuildObjid09 assembles an identifier's contents.
-unsigned char oid_scratch[ASN_MAX_OID_LEN];
+// Longest identifier contents the encoder writes, in octets.  Nothing the
+// library decodes is longer, so a longer one is refused rather than sent.
+constexpr int kMaxObjidContents = ASN_MAX_OID_LEN;
 
 // Reports a decode failure on both channels and returns NULL.
 [[gnu::cold]] unsigned char *fail(const char *routine, const char *echo_text, const char *trace_text) {
@@ -126,13 +126,20 @@ unsigned char *build_integer(unsigned char *data, int *datalength, int type, uin
   return write_big_endian(data, value, count);
 }
 
+// Octets of one sub-identifier in the minimal base-128 form (1 to 5).
+int objid_arc_octets(uint32_t arc) {
+  int octets = 1;
+  while (octets < 5 && (arc >> (7 * octets)) != 0) ++octets;
+  return octets;
+}
+
 // Echo of asnBuildObjid09's refusals, which go only to the standard streams.
 unsigned char *refuse_objid(const ObjectIdEMS *objid, int objidlength, const char *text,
                             bool print_identifier) {
   if (!(snmptracemaskEMS & SNMP_TRACE_ASN1)) return nullptr;
   if (print_identifier) {
     fputs("Obj id = ", stdout);
-    platform::print_rawobjid(objid, objidlength);
+    for (int i = 0; i < objidlength; ++i) printf(i == 0 ? "%u" : ".%u", objid[i]);
     fputc('\n', stdout);
   } else {
     printf("%d", static_cast<int>(objid[0]));
@@ -419,24 +426,21 @@ extern "C" EVENTS_EXPORT unsigned char *asnBuildObjid09(unsigned char *data, int
   if (objid[0] >= 3) return refuse_objid(objid, objidlength, "objid, invalid first member", false);
   if (objid[0] * 40ull + objid[1] >= 128)
     return refuse_objid(objid, objidlength, "objid, invalid sum", true);
-  unsigned char *out = oid_scratch;
-  unsigned char *const scratch_end = oid_scratch + sizeof oid_scratch;
-  *out++ = static_cast<unsigned char>(objid[0] * 40 + objid[1]);
-  for (int i = 2; i < objidlength; ++i) {
-    uint32_t arc = objid[i];
-    int groups = 1;
-    while (groups < 5 && (arc >> (7 * groups)) != 0) ++groups;
-    // An identifier whose contents outgrow the scratch area cannot be built.
-    if (scratch_end - out < groups) return nullptr;
-    for (int g = groups - 1; g > 0; --g) *out++ = static_cast<unsigned char>(0x80 | ((arc >> (7 * g)) & 0x7F));
-    *out++ = static_cast<unsigned char>(arc & 0x7F);
-  }
-  int length = static_cast<int>(out - oid_scratch);
+  // Count the contents first, then write them in place behind the header.
+  int length = 1;
+  for (int i = 2; i < objidlength; ++i) length += objid_arc_octets(objid[i]);
+  if (length > kMaxObjidContents) return nullptr;
   data = asnBuildHeader09(data, datalength, ASN_OBJECT_ID, length);
   if (data == nullptr || *datalength < length) return nullptr;
-  memcpy(data, oid_scratch, static_cast<size_t>(length));
+  *data++ = static_cast<unsigned char>(objid[0] * 40 + objid[1]);
+  for (int i = 2; i < objidlength; ++i) {
+    uint32_t arc = objid[i];
+    for (int g = objid_arc_octets(arc) - 1; g > 0; --g)
+      *data++ = static_cast<unsigned char>(0x80 | ((arc >> (7 * g)) & 0x7F));
+    *data++ = static_cast<unsigned char>(arc & 0x7F);
+  }
   *datalength -= length;
-  return data + length;
+  return data;
 }
 
 /// Reads a NULL (type 0x05, length 0).
@@ -455,26 +459,4 @@ extern "C" EVENTS_EXPORT unsigned char *asnParseNull09(unsigned char *data, int 
 /// Writes a NULL.
 extern "C" EVENTS_EXPORT unsigned char *asnBuildNull09(unsigned char *data, int *datalength) {
   return asnBuildHeader09(data, datalength, ASN_NULL, 0);
-}
-
-/// Dumps octets on dumpFp, 16 to a row with a character column; the row
-/// offsets go to standard output.
-extern "C" EVENTS_EXPORT void hexdumpEMS(const unsigned char *buf, int size) {
-  if (dumpFp == nullptr) return;
-  char text[17] = {};
-  int i = 0;
-  for (; i < size; ++i) {
-    int pos = i % 16;
-    if (pos == 0) printf("  %4d:  ", i);
-    fprintf(dumpFp, "%02x ", buf[i]);
-    text[pos] = (buf[i] >= 32 && buf[i] <= 126) ? static_cast<char>(buf[i]) : '.';
-    if (pos == 15) fprintf(dumpFp, "    %s\n", text);
-  }
-  if (i % 16 != 0) {
-    for (int pos = i % 16; pos < 16; ++pos) {
-      fputs("-- ", dumpFp);
-      text[pos] = '.';
-    }
-    fprintf(dumpFp, "    %s\n", text);
-  }
 }

@@ -129,3 +129,25 @@ extern "C" EVENTS_EXPORT void logger(int level, const char *routine, const char 
   fputc('\n', stderr);
   fflush(stderr);
 }
+
+// The BER module's dump: offsets on standard output, octets on dumpFp with
+// four blanks before the character column.
+extern "C" EVENTS_EXPORT void hexdumpEMS(const unsigned char *buf, int size) {
+  if (dumpFp == nullptr) return;
+  char text[17] = {};
+  int i = 0;
+  for (; i < size; ++i) {
+    int pos = i % 16;
+    if (pos == 0) printf("  %4d:  ", i);
+    fprintf(dumpFp, "%02x ", buf[i]);
+    text[pos] = (buf[i] >= 32 && buf[i] <= 126) ? static_cast<char>(buf[i]) : '.';
+    if (pos == 15) fprintf(dumpFp, "    %s\n", text);
+  }
+  if (i % 16 != 0) {
+    for (int pos = i % 16; pos < 16; ++pos) {
+      fputs("-- ", dumpFp);
+      text[pos] = '.';
+    }
+    fprintf(dumpFp, "    %s\n", text);
+  }
+}

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "ber_reader.h"
 #include "log_trace.h"
 #include "snmp.h"
 
@@ -65,13 +66,14 @@ extern "C" EVENTS_EXPORT int isVaultraNotificationAddress(const ObjectIdEMS *ent
   return memcmp(enterprise, kNotificationAddress, sizeof kNotificationAddress) == 0;
 }
 
-/// Decodes the message buf[0..len); returns 0 or -1.
-extern "C" EVENTS_EXPORT int snmp_parse_trap(unsigned char *buf, int len, snmp_trap_infoEMS *sti,
-                                             struct event_infoEMS_s *, EMSsnmpVarBind *vars) {
+namespace {
+
+// Decodes the message step by step on the exported primitives, which
+// report the first failure.
+int decode_reporting(unsigned char *buf, int len, snmp_trap_infoEMS *sti, EMSsnmpVarBind *vars) {
   unsigned char *const end = buf + std::max(len, 0);
   int length = len;
   int32_t version;
-  sti->clen = std::min(sti->clen, SNMP_COMMUNITY_MAX - 1);
   unsigned char *p = auth_parse(buf, &length, sti->community, &sti->clen, &version);
   if (p == nullptr) return parse_failed("version/comm name parse error");
   if (version != 0) {
@@ -127,6 +129,85 @@ extern "C" EVENTS_EXPORT int snmp_parse_trap(unsigned char *buf, int len, snmp_t
   }
   sti->vars = notification_seen ? count - 1 : count;
   return 0;
+}
+
+// Decodes a well-formed version-0 trap in one pass without reporting.
+// Returns false, with the records possibly part-written, for anything
+// else: a failure, or a case whose diagnostics the reporting path writes.
+bool decode_fast(const unsigned char *buf, int len, snmp_trap_infoEMS *sti,
+                 EMSsnmpVarBind *vars) {
+  namespace ber = events::ber;
+  const unsigned char *end = buf + std::max(len, 0);
+  unsigned char type;
+  uint32_t length;
+  const unsigned char *p = ber::header(buf, end, &type, &length);
+  if (p == nullptr || type != ASN_SEQUENCE) return false;
+  end = p + length;
+  int32_t version;
+  if ((p = ber::header(p, end, &type, &length)) == nullptr ||
+      !ber::integer(p, length, type, &version) || type != ASN_INTEGER || version != 0)
+    return false;
+  p = ber::header(p + length, end, &type, &length);
+  if (p == nullptr || (type != ASN_OCTET_STR && type != ASN_OPAQUE) ||
+      static_cast<int64_t>(length) > sti->clen)
+    return false;
+  memcpy(sti->community, p, length);
+  sti->community[length] = '\0';
+  sti->clen = static_cast<int32_t>(length);
+
+  if ((p = ber::header(p + length, end, &type, &length)) == nullptr || type != SNMP_TRAP_PDU)
+    return false;
+  end = p + length;
+  if ((p = ber::header(p, end, &type, &length)) == nullptr || type != ASN_OBJECT_ID) return false;
+  int elen = ber::objid(p, length, sti->enterprise, std::min(sti->elen, SNMP_OID_MAX));
+  if (elen < 0) return false;
+  sti->elen = elen;
+  int32_t *const numbers[] = {reinterpret_cast<int32_t *>(&sti->agent),
+                              reinterpret_cast<int32_t *>(&sti->gen),
+                              reinterpret_cast<int32_t *>(&sti->specific),
+                              reinterpret_cast<int32_t *>(&sti->time)};
+  for (int32_t *number : numbers) {
+    if ((p = ber::header(p + length, end, &type, &length)) == nullptr ||
+        !ber::integer(p, length, type, number))
+      return false;
+  }
+  if ((p = ber::header(p + length, end, &type, &length)) == nullptr || type != ASN_SEQUENCE)
+    return false;
+  const unsigned char *const list_end = p + length;
+
+  int count = 0;
+  int entry = 0;
+  bool notification_seen = false;
+  while (p < list_end && count < sti->maxvars) {
+    SnmpVarBindEMS *binding = &vars[entry];
+    if ((p = ber::binding(p, list_end, binding, true)) == nullptr) return false;
+    ++count;
+    bool is_string = binding->type == ASN_OCTET_STR || binding->type == ASN_OPAQUE;
+    // Arc 7 tells the notification-address variable apart cheaply.
+    if (is_string && binding->oid[6] == kNotificationAddress[6] &&
+        isVaultraNotificationAddress(binding->oid)) {
+      memcpy(&sti->agent, binding->val.string + 1, sizeof sti->agent);
+      notification_seen = true;
+    } else {
+      ++entry;
+    }
+  }
+  sti->vars = notification_seen ? count - 1 : count;
+  return true;
+}
+
+}  // namespace
+
+/// Decodes the message buf[0..len); returns 0 or -1.
+extern "C" EVENTS_EXPORT int snmp_parse_trap(unsigned char *buf, int len, snmp_trap_infoEMS *sti,
+                                             struct event_infoEMS_s *, EMSsnmpVarBind *vars) {
+  sti->clen = std::min(sti->clen, SNMP_COMMUNITY_MAX - 1);
+  // The capacities are read again if the reporting path has to run.
+  const int32_t clen = sti->clen, elen = sti->elen;
+  if (decode_fast(buf, len, sti, vars)) return 0;
+  sti->clen = clen;
+  sti->elen = elen;
+  return decode_reporting(buf, len, sti, vars);
 }
 
 extern "C" EVENTS_EXPORT void snmp_trap_reset_capacities(snmp_trap_infoEMS *sti, int maxvars) {

@@ -1,0 +1,162 @@
+// Inline BER reading for the message decoders' common case.
+//
+// The exported primitives of asn1.h each take a room counter through a
+// pointer and report every failure; called once per element they cost
+// more than the decoding itself.  These readers work on a [position, end)
+// pair held in registers, accept exactly what the primitives accept, and
+// report nothing: a decoder that meets a failure here decodes the message
+// again with the primitives, which report it.
+#ifndef EVENTS_SRC_BER_READER_H
+#define EVENTS_SRC_BER_READER_H
+
+#include <arpa/inet.h>
+
+#include <cstdint>
+#include <cstring>
+
+#include "snmp.h"
+
+namespace events::ber {
+
+// Reads the type and length octets at p.  Returns the contents position,
+// with the contents lying wholly before `end`, or nullptr.
+[[gnu::always_inline]] inline const unsigned char *header(const unsigned char *p,
+                                                          const unsigned char *end,
+                                                          unsigned char *type,
+                                                          uint32_t *length) {
+  // Every element, a NULL included, takes at least two octets.
+  if (end - p < 2 || (p[0] & 0x1F) == 0x1F) return nullptr;
+  *type = p[0];
+  uint32_t n = p[1];
+  p += 2;
+  if (n >= 0x80) {
+    uint32_t count = n & 0x7F;
+    if (count == 0 || count > 4 || end - p < static_cast<int64_t>(count)) return nullptr;
+    n = 0;
+    for (uint32_t i = 0; i < count; ++i) n = (n << 8) | *p++;
+  }
+  if (n > static_cast<uint64_t>(end - p)) return nullptr;
+  *length = n;
+  return p;
+}
+
+// Decodes integer contents p[0..length) of `type` as asnParseInt09 does.
+[[gnu::always_inline]] inline bool integer(const unsigned char *p, uint32_t length,
+                                           unsigned char type, int32_t *out) {
+  if (type != ASN_INTEGER && (type < ASN_IPADDRESS || type > ASN_TIMETICKS)) return false;
+  if (length == 5 && p[0] == 0) {
+    ++p;
+    --length;
+  }
+  if (length > 4) return false;
+  uint32_t value = (type == ASN_INTEGER && length > 0 && p[0] > 127) ? ~0u : 0u;
+  for (uint32_t i = 0; i < length; ++i) value = (value << 8) | p[i];
+  if (type == ASN_IPADDRESS) value = htonl(value);
+  *out = static_cast<int32_t>(value);
+  return true;
+}
+
+// Decodes identifier contents p[0..length) into out[0..capacity) as
+// asnParseObjid09 does; returns the count stored, or -1.  Empty contents,
+// which the primitive answers with a quirk, are left to it.
+[[gnu::always_inline]] inline int objid(const unsigned char *p, uint32_t length,
+                                        ObjectIdEMS *out, int capacity) {
+  if (length == 0 || static_cast<int64_t>(length) + 1 > capacity) return -1;
+  const unsigned char *const end = p + length;
+  ObjectIdEMS *arc = out + 1;
+  while (p < end) {
+    // Most arcs are below 128 and take one octet.  Eight octets at a time,
+    // all are widened and those before the first with its high bit set are
+    // kept.  Arcs never outnumber octets, so the eight stay within
+    // `capacity` while eight octets remain.
+    if (end - p >= 8) {
+      typedef unsigned char Octets __attribute__((vector_size(8)));
+      typedef ObjectIdEMS Arcs __attribute__((vector_size(32)));
+      Octets octets;
+      memcpy(&octets, p, sizeof octets);
+      Arcs wide = __builtin_convertvector(octets, Arcs);
+      memcpy(arc, &wide, sizeof wide);
+      uint64_t block;
+      memcpy(&block, &octets, sizeof block);
+      uint64_t high = block & 0x8080808080808080ull;
+      int singles = high == 0 ? 8 : __builtin_ctzll(high) / 8;
+      p += singles;
+      arc += singles;
+      if (singles == 8) continue;
+    } else if (*p < 0x80) {
+      *arc++ = *p++;
+      continue;
+    }
+    uint32_t octet = *p++;
+    uint64_t value = octet & 0x7F;
+    do {
+      if (p == end) return -1;
+      octet = *p++;
+      value = (value << 7) | (octet & 0x7F);
+      if (value > 0x7FFFFFFFu) return -1;
+    } while (octet & 0x80);
+    *arc++ = static_cast<ObjectIdEMS>(value);
+  }
+  ObjectIdEMS first = out[1];
+  out[0] = first / 40;
+  out[1] = first % 40;
+  return static_cast<int>(arc - out);
+}
+
+// Reads one variable binding at p, name and value, into `binding`.  Values
+// of INTEGER, the application integer types, OCTET STRING (and Opaque when
+// `opaque` is set), NULL and OBJECT IDENTIFIER are decoded; any other type,
+// and a binding with octets after its value, fail.  Returns the position
+// after the binding, or nullptr.
+[[gnu::always_inline]] inline const unsigned char *binding(const unsigned char *p,
+                                                           const unsigned char *end,
+                                                           SnmpVarBindEMS *binding,
+                                                           bool opaque) {
+  unsigned char type;
+  uint32_t length;
+  p = header(p, end, &type, &length);
+  if (p == nullptr || type != ASN_SEQUENCE) return nullptr;
+  const unsigned char *const binding_end = p + length;
+  p = header(p, binding_end, &type, &length);
+  if (p == nullptr || type != ASN_OBJECT_ID) return nullptr;
+  int count = objid(p, length, binding->oid, SNMP_OID_MAX);
+  if (count < 0) return nullptr;
+  binding->oid_length = static_cast<uint32_t>(count);
+  p = header(p + length, binding_end, &type, &length);
+  if (p == nullptr || p + length != binding_end) return nullptr;
+  binding->type = type;
+  switch (type) {
+    case ASN_INTEGER:
+    case ASN_IPADDRESS:
+    case ASN_COUNTER:
+    case ASN_GAUGE:
+    case ASN_TIMETICKS:
+      if (!integer(p, length, type, &binding->val.integer)) return nullptr;
+      binding->val_len = 4;
+      break;
+    case ASN_OPAQUE:
+      if (!opaque) return nullptr;
+      [[fallthrough]];
+    case ASN_OCTET_STR:
+      if (length > SNMP_STRING_MAX) return nullptr;
+      memcpy(binding->val.string, p, length);
+      binding->val_len = length;
+      break;
+    case ASN_NULL:
+      if (length != 0) return nullptr;
+      binding->val_len = 0;
+      break;
+    case ASN_OBJECT_ID:
+      count = objid(p, length, binding->val.objid, SNMP_OID_MAX);
+      if (count < 0) return nullptr;
+      binding->val_len = static_cast<uint32_t>(count);
+      break;
+    default:
+      return nullptr;
+  }
+  return binding_end;
+}
+
+}  // namespace events::ber
+
+#endif

@@ -1,0 +1,323 @@
+// hubsnmp: SNMPv1 get, get-next, set and walk against one agent, through
+// the library's synchronous calls.
+//
+//   hubsnmp [OPTIONS] get HOST[:PORT] OID...
+//   hubsnmp [OPTIONS] next HOST[:PORT] OID...
+//   hubsnmp [OPTIONS] set HOST[:PORT] OID TYPE VALUE...
+//   hubsnmp [OPTIONS] walk HOST[:PORT] [OID]
+//
+// Exit status: 0 done, 1 the agent or the exchange failed, 2 bad usage.
+
+#include <arpa/inet.h>
+#include <getopt.h>
+#include <netdb.h>
+
+#include <cctype>
+#include <cerrno>
+#include <climits>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "kz_platform.h"
+#include "snmp_call.h"
+
+namespace {
+
+const char kUsage[] =
+    "usage: hubsnmp [OPTIONS] get HOST[:PORT] OID...\n"
+    "       hubsnmp [OPTIONS] next HOST[:PORT] OID...\n"
+    "       hubsnmp [OPTIONS] set HOST[:PORT] OID TYPE VALUE...\n"
+    "       hubsnmp [OPTIONS] walk HOST[:PORT] [OID]   (default OID 1.3.6.1.2.1)\n"
+    "  -c COMMUNITY  community (default public)\n"
+    "  -t SECONDS    time-out of each wait (default 1)\n"
+    "  -r SENDS      sends per request (default 3)\n"
+    "  TYPE is i INTEGER, u Gauge32, c Counter32, t TimeTicks, a IpAddress,\n"
+    "  s STRING, x hex STRING, d decimal STRING, o OBJECT IDENTIFIER, n NULL\n"
+    "  --help, --version\n";
+
+[[noreturn]] __attribute__((format(printf, 2, 3))) void quit(int status, const char *fmt, ...) {
+  fputs("hubsnmp: ", stderr);
+  va_list args;
+  va_start(args, fmt);
+  vfprintf(stderr, fmt, args);
+  va_end(args);
+  fputc('\n', stderr);
+  if (status == 2) fputs(kUsage, stderr);
+  exit(status);
+}
+
+long number(const char *text, const char *what, long low, long high, int base = 10) {
+  char *end = nullptr;
+  errno = 0;
+  long value = strtol(text, &end, base);
+  if (*text == '\0' || *end != '\0' || errno != 0 || value < low || value > high)
+    quit(2, "bad %s '%s'", what, text);
+  return value;
+}
+
+void parse_oid(const char *text, ObjectIdEMS *arcs, uint32_t *length) {
+  int count = SNMP_OID_MAX;
+  if (KZmib_read_numeric_objid(text, arcs, &count) != 0 || count < 2)
+    quit(2, "bad object identifier '%s'", text);
+  *length = static_cast<uint32_t>(count);
+}
+
+// Fills the value of `b` from snmpset's TYPE letter and VALUE text.
+void parse_value(const char *type, const char *value, SnmpVarBindEMS *b) {
+  if (strlen(type) != 1) quit(2, "bad type '%s'", type);
+  b->val_len = 4;
+  switch (type[0]) {
+    case 'i':
+      b->type = ASN_INTEGER;
+      b->val.integer = static_cast<int32_t>(number(value, "integer", INT32_MIN, INT32_MAX));
+      return;
+    case 'u':
+    case 'c':
+    case 't':
+      b->type = type[0] == 'u' ? ASN_GAUGE : type[0] == 'c' ? ASN_COUNTER : ASN_TIMETICKS;
+      b->val.integer = static_cast<int32_t>(number(value, "unsigned value", 0, UINT32_MAX));
+      return;
+    case 'a': {
+      in_addr address;
+      if (inet_pton(AF_INET, value, &address) != 1) quit(2, "bad IP address '%s'", value);
+      b->type = ASN_IPADDRESS;
+      b->val.integer = static_cast<int32_t>(ntohl(address.s_addr));
+      return;
+    }
+    case 's':
+      b->type = ASN_OCTET_STR;
+      b->val_len = static_cast<uint32_t>(strlen(value));
+      if (b->val_len > SNMP_STRING_MAX) quit(2, "string longer than %d octets", SNMP_STRING_MAX);
+      memcpy(b->val.string, value, b->val_len);
+      return;
+    case 'x':
+    case 'd': {
+      // Hex pairs or decimal octets, separated by blanks (or dots for d).
+      b->type = ASN_OCTET_STR;
+      b->val_len = 0;
+      bool hex = type[0] == 'x';
+      std::string text(value);
+      for (char &c : text)
+        if (!hex && c == '.') c = ' ';
+      const char *p = text.c_str();
+      while (*p != '\0') {
+        if (isspace(static_cast<unsigned char>(*p))) {
+          ++p;
+          continue;
+        }
+        size_t run = hex ? 2 : strspn(p, "0123456789");
+        std::string octet(p, strnlen(p, run));
+        if (octet.empty() || b->val_len == SNMP_STRING_MAX) quit(2, "bad string '%s'", value);
+        b->val.string[b->val_len++] =
+            static_cast<unsigned char>(number(octet.c_str(), "octet", 0, 255, hex ? 16 : 10));
+        p += octet.size();
+      }
+      return;
+    }
+    case 'o':
+      b->type = ASN_OBJECT_ID;
+      parse_oid(value, b->val.objid, &b->val_len);
+      return;
+    case 'n':
+      b->type = ASN_NULL;
+      b->val_len = 0;
+      return;
+    default:
+      quit(2, "type '%s' is not supported", type);
+  }
+}
+
+std::string dotted(const ObjectIdEMS *arcs, uint32_t length) {
+  std::string text;
+  for (uint32_t i = 0; i < length; ++i) text += "." + std::to_string(arcs[i]);
+  return text;
+}
+
+// Prints one binding as "OID = TYPE: value" on standard output.
+void print_binding(const SnmpVarBindEMS &b) {
+  std::string value;
+  uint32_t number = static_cast<uint32_t>(b.val.integer);
+  switch (b.type) {
+    case ASN_INTEGER:
+      value = "INTEGER: " + std::to_string(b.val.integer);
+      break;
+    case ASN_COUNTER:
+      value = "Counter32: " + std::to_string(number);
+      break;
+    case ASN_GAUGE:
+      value = "Gauge32: " + std::to_string(number);
+      break;
+    case ASN_TIMETICKS:
+      value = "Timeticks: " + std::to_string(number);
+      break;
+    case ASN_IPADDRESS: {
+      char text[INET_ADDRSTRLEN];
+      value = std::string("IpAddress: ") + inet_ntop(AF_INET, &b.val.integer, text, sizeof text);
+      break;
+    }
+    case ASN_OBJECT_ID:
+      value = "OID: " + dotted(b.val.objid, std::min<uint32_t>(b.val_len, SNMP_OID_MAX));
+      break;
+    case ASN_NULL:
+      value = "NULL";
+      break;
+    case ASN_OCTET_STR: {
+      uint32_t length = std::min<uint32_t>(b.val_len, SNMP_STRING_MAX);
+      bool printable = true;
+      for (uint32_t i = 0; i < length; ++i)
+        printable = printable && (isprint(b.val.string[i]) || isspace(b.val.string[i]));
+      if (printable) {
+        value = "STRING: \"" + std::string(reinterpret_cast<const char *>(b.val.string), length) + "\"";
+      } else {
+        value = "Hex-STRING:";
+        char pair[4];
+        for (uint32_t i = 0; i < length; ++i) {
+          snprintf(pair, sizeof pair, " %02X", b.val.string[i]);
+          value += pair;
+        }
+      }
+      break;
+    }
+    default:
+      value = "type " + std::to_string(b.type);
+  }
+  printf("%s = %s\n", dotted(b.oid, std::min<uint32_t>(b.oid_length, SNMP_OID_MAX)).c_str(),
+         value.c_str());
+}
+
+// Resolves HOST[:PORT]; the port reaches the library through KZ_SNMP_PORT.
+uint32_t agent_address(const char *text) {
+  std::string host(text);
+  size_t colon = host.rfind(':');
+  if (colon != std::string::npos) {
+    const char *port = text + colon + 1;
+    number(port, "port", 1, 65535);
+    setenv("KZ_SNMP_PORT", port, 1);
+    host.resize(colon);
+  }
+  addrinfo hints{};
+  hints.ai_family = AF_INET;
+  hints.ai_socktype = SOCK_DGRAM;
+  addrinfo *found = nullptr;
+  if (host.empty() || getaddrinfo(host.c_str(), nullptr, &hints, &found) != 0 || found == nullptr)
+    quit(1, "unknown host '%s'", host.c_str());
+  uint32_t address = reinterpret_cast<sockaddr_in *>(found->ai_addr)->sin_addr.s_addr;
+  freeaddrinfo(found);
+  return address;
+}
+
+[[noreturn]] void call_failed(snmp_call_info *sci, const std::vector<SnmpVarBindEMS> &sent) {
+  std::string text = snmpcall_error(sci);
+  int index = sci->response.errindex;
+  if (sci->response.errstat > 0 && index >= 1 && static_cast<size_t>(index) <= sent.size())
+    text += " (" + dotted(sent[index - 1].oid, sent[index - 1].oid_length) + ")";
+  quit(1, "%s", text.c_str());
+}
+
+bool starts_with(const SnmpVarBindEMS &b, const SnmpVarBindEMS &root) {
+  return b.oid_length >= root.oid_length &&
+         memcmp(b.oid, root.oid, root.oid_length * sizeof(ObjectIdEMS)) == 0;
+}
+
+// Walks the subtree under root by repeated get-next; the end of the MIB
+// (noSuchName) and the first name outside the subtree end it.
+void walk(snmp_call_info *sci, const SnmpVarBindEMS &root) {
+  std::vector<SnmpVarBindEMS> cursor(1, root);
+  SnmpVarBindEMS next;
+  for (;;) {
+    memset(&next, 0, sizeof next);
+    int status = getnextvar(sci, &cursor[0], &next);
+    if (status == 2) return;
+    if (status != 0) call_failed(sci, cursor);
+    if (!starts_with(next, root)) return;
+    // An agent that does not move forward would keep the walk going forever.
+    if (next.oid_length == cursor[0].oid_length &&
+        memcmp(next.oid, cursor[0].oid, next.oid_length * sizeof(ObjectIdEMS)) == 0)
+      quit(1, "agent returned %s again", dotted(next.oid, next.oid_length).c_str());
+    print_binding(next);
+    cursor[0] = next;
+  }
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  static const option kLong[] = {{"help", no_argument, nullptr, 'h'},
+                                 {"version", no_argument, nullptr, 'V'},
+                                 {nullptr, 0, nullptr, 0}};
+  const char *community = "public";
+  int timeout = 1;
+  int retries = 3;
+  int c;
+  while ((c = getopt_long(argc, argv, "+c:t:r:", kLong, nullptr)) != -1) {
+    switch (c) {
+      case 'c':
+        community = optarg;
+        break;
+      case 't':
+        timeout = static_cast<int>(number(optarg, "time-out", 0, 3600));
+        break;
+      case 'r':
+        retries = static_cast<int>(number(optarg, "retries", 0, 100));
+        break;
+      case 'h':
+        fputs(kUsage, stdout);
+        return 0;
+      case 'V':
+        puts("hubsnmp (libevents) " EVENTS_VERSION);
+        return 0;
+      default:
+        fputs(kUsage, stderr);
+        return 2;
+    }
+  }
+  if (argc - optind < 2) quit(2, "a command and an agent are needed");
+  std::string command = argv[optind];
+  char **args = argv + optind + 2;
+  int count = argc - optind - 2;
+
+  std::vector<SnmpVarBindEMS> request;
+  if (command == "get" || command == "next") {
+    if (count < 1) quit(2, "%s needs at least one OID", command.c_str());
+  } else if (command == "set") {
+    if (count < 3 || count % 3 != 0) quit(2, "set needs OID TYPE VALUE triples");
+  } else if (command == "walk") {
+    if (count > 1) quit(2, "walk takes one OID");
+  } else {
+    quit(2, "unknown command '%s'", command.c_str());
+  }
+  int step = command == "set" ? 3 : 1;
+  for (int i = 0; i < count; i += step) {
+    SnmpVarBindEMS b{};
+    parse_oid(args[i], b.oid, &b.oid_length);
+    if (step == 3) parse_value(args[i + 1], args[i + 2], &b);
+    request.push_back(b);
+  }
+  if (command == "walk" && request.empty()) {
+    SnmpVarBindEMS root{};
+    parse_oid("1.3.6.1.2.1", root.oid, &root.oid_length);
+    request.push_back(root);
+  }
+
+  uint32_t address = agent_address(argv[optind + 1]);
+  snmp_call_info *sci = init_snmp_call(timeout, retries);
+  if (sci == nullptr) quit(1, "cannot open a UDP socket: %s", strerror(errno));
+  init_snmp_request(sci, address, community);
+  if (command == "walk") {
+    walk(sci, request[0]);
+  } else {
+    std::vector<SnmpVarBindEMS> response(request.size());
+    int reqtype = command == "get" ? SNMP_GET_REQ : command == "next" ? SNMP_GET_NEXT_REQ : SNMP_SET_REQ;
+    if (do_array_call(sci, request.data(), response.data(), static_cast<int>(request.size()),
+                      reqtype) != 0)
+      call_failed(sci, request);
+    for (const SnmpVarBindEMS &b : response)
+      if (b.oid_length > 0) print_binding(b);
+  }
+  close_snmp_call(sci);
+  return 0;
+}
