@@ -6,4 +6,9 @@
 
 int hubconf_check(int argc, char **argv);
 
+/* Reads `file` as text and reports on standard error, as FILE:LINE:
+ * warning: ..., what the library would read without an error but not as
+ * written most likely meant.  Returns the number of warnings. */
+int hubconf_lint(const char *file);
+
 #endif
