@@ -129,6 +129,56 @@ void BM_MatchEveryTrap(benchmark::State &state) {
 }
 BENCHMARK(BM_MatchEveryTrap)->Unit(benchmark::kMillisecond);
 
+// insert_enterprise with 100,000 enterprises arriving in ascending,
+// descending or random order.
+void BM_InsertEnterprises(benchmark::State &state) {
+  int count = static_cast<int>(state.range(0));
+  std::vector<std::vector<ObjectIdEMS>> oids;
+  for (int i = 0; i < count; ++i)
+    oids.push_back({1, 3, 6, 1, 4, 1, static_cast<ObjectIdEMS>(1 + i / 100),
+                    static_cast<ObjectIdEMS>(i % 100)});
+  const char *labels[] = {"ascending", "descending", "shuffled"};
+  if (state.range(1) == 1) std::reverse(oids.begin(), oids.end());
+  if (state.range(1) == 2) std::shuffle(oids.begin(), oids.end(), std::mt19937(42));
+  for (auto _ : state) {
+    for (std::vector<ObjectIdEMS> &oid : oids) insert_enterprise(oid.data(), oid.size(), "e");
+    state.PauseTiming();
+    free_all_info();
+    state.ResumeTiming();
+  }
+  state.SetItemsProcessed(state.iterations() * count);
+  state.SetLabel(labels[state.range(1)]);
+}
+BENCHMARK(BM_InsertEnterprises)
+    ->Args({100000, 0})
+    ->Args({100000, 1})
+    ->Args({100000, 2})
+    ->Unit(benchmark::kMillisecond);
+
+// 10,000 formats of one trap, all named alike, each for its own node: every
+// one after the first needs a fresh suffix.
+void BM_SameNameVariants(benchmark::State &state) {
+  int count = static_cast<int>(state.range(0));
+  std::vector<ObjectIdEMS> oid = {1, 3, 6, 1, 4, 1, 9};
+  for (auto _ : state) {
+    insert_enterprise(oid.data(), oid.size(), "cisco");
+    enterprise_info *enterprise = nullptr;
+    find_enterprise(oid.data(), oid.size(), &enterprise);
+    for (int i = 0; i < count; ++i) {
+      char **nodes = static_cast<char **>(doMalloc(sizeof(char *)));
+      nodes[0] = doStrdup(("rtr-" + std::to_string(i)).c_str());
+      char name[] = "linkDown";
+      insertMallocTrapRecord(enterprise, name, 6, 1, 1, nodes, 2, 'A', doStrdup("$A down"), nullptr,
+                             nullptr, nullptr, 1, 0, 0, nullptr, 0, nullptr, nullptr);
+    }
+    state.PauseTiming();
+    free_all_info();
+    state.ResumeTiming();
+  }
+  state.SetItemsProcessed(state.iterations() * count);
+}
+BENCHMARK(BM_SameNameVariants)->Arg(10000)->Unit(benchmark::kMillisecond);
+
 }  // namespace
 
 int main(int argc, char **argv) {

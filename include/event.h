@@ -51,6 +51,22 @@ EVENTS_STATIC_ASSERT(sizeof(trap_headerEMS) == 24, "trap_headerEMS is 24 octets"
                                   installation, else the daemon's Unix socket */
 #define EVENT_TRANS_TCP_RAW 6  /* TCP to "host+text/port", no headers */
 
+/* Application source numbers of event_infoEMS.source: open_event accepts
+ * EVENT_SOURCE_FIRST to EVENT_SOURCE_LAST.  The daemon's own number sends
+ * no connected or disconnecting event; the remote daemon's number says
+ * hello only over EVENT_TRANS_TCP and always says goodbye as on it. */
+#define EVENT_SOURCE_FIRST 1
+#define EVENT_SOURCE_LAST 27
+#define EVENT_SOURCE_HUBD 4
+#define EVENT_SOURCE_REMOTE_HUBD 24
+
+/* Results of recv_trap and recv_event other than a message length. */
+#define EVENT_RECV_CLOSED 0           /* end of stream */
+#define EVENT_RECV_ERROR (-1)         /* bad argument, failed wait, unsupported
+                                         length form, failed decoding */
+#define EVENT_RECV_NOT_SEQUENCE (-5)  /* headerless stream: not a SEQUENCE */
+#define EVENT_RECV_BAD_SIZE (-6)      /* over 8,192 or under 20 octets */
+
 /* Largest SNMP message sent or received on any transport. */
 #define EVENT_MAX_MESSAGE 8192
 
@@ -93,7 +109,9 @@ EVENTS_EXPORT int set_sock_buf_size_if_larger(int sd, int buf_type, int new_size
  * is read and dropped so the next one is found), or the failing recv or
  * hook result.  A signal interrupting a wait does not end the read.
  * recv_event_hdr reads with recv_trap and decodes into sti and vars (the
- * caller sets sti->clen, sti->elen and sti->maxvars as for snmp_parse_trap);
+ * caller sets sti->clen, sti->elen and sti->maxvars as for snmp_parse_trap,
+ * before every call: decoding overwrites clen and elen with the lengths
+ * found, see snmp_trap_reset_capacities);
  * copies the header's time into ei->time and points *th at the header.
  * Returns the message length, -1 if decoding failed, or recv_trap's result.
  * recv_event is recv_event_hdr without the header pointer. */

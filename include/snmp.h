@@ -113,12 +113,21 @@ EVENTS_EXPORT unsigned char *build_var_op(unsigned char *data, const oid *var_na
  * Returns 0, or -1 after reporting the failure on standard error and the
  * trace log.  At most maxvars bindings are decoded; a binding naming the
  * notification-address variable moves its address into sti->agent and is
- * not counted.  `ei` is not used. */
+ * not counted.  `ei` is not used.
+ * The decoder writes the lengths it found back into clen and elen, so they
+ * are no longer capacities afterwards: a caller decoding into the same
+ * record again, as a receive loop does, sets the capacities anew each time
+ * (snmp_trap_reset_capacities), or a later trap with a longer community or
+ * enterprise fails.
+ *
+ * snmp_trap_reset_capacities sets clen to 127, elen to 128 and maxvars to
+ * `maxvars`, the caller's binding array size: the largest capacities. */
 EVENTS_EXPORT int snmpBuildTrapEMS(unsigned char *out_data, int *out_length,
                                    snmp_trap_infoEMS *sti, struct event_infoEMS_s *ei,
                                    EMSsnmpVarBind *vars);
 EVENTS_EXPORT int snmp_parse_trap(unsigned char *buf, int len, snmp_trap_infoEMS *sti,
                                   struct event_infoEMS_s *ei, EMSsnmpVarBind *vars);
+EVENTS_EXPORT void snmp_trap_reset_capacities(snmp_trap_infoEMS *sti, int maxvars);
 
 /* Returns 1 if the identifier begins with the notification-address
  * variable 1.3.6.1.4.1.99.12.45.2.1.0, else 0 (also for NULL).

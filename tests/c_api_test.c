@@ -54,6 +54,9 @@ int main(void) {
   CHECK(strcmp((char *)trap.community, "public") == 0);
   CHECK(trap.elen == 10 && trap.enterprise[6] == 49999);
   CHECK(trap.vars == 1 && vars[0].val.integer == -5);
+  snmp_trap_reset_capacities(&trap, 1);
+  CHECK(trap.clen == 127 && trap.elen == 128 && trap.maxvars == 1);
+  CHECK(recv_trap(0, NULL, EVENT_TRANS_UNIX, NULL, NULL, NULL) == EVENT_RECV_ERROR);
   CHECK(tracelogfp == NULL && snmptracemaskEMS == 0);
   CHECK(open_event(NULL, 1, "/nonexistent", EVENT_TRANS_UNIX) == -1);
   CHECK(strlen(getApplName(2)) > 0 && kzc_recv_event == NULL);

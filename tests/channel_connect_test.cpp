@@ -45,9 +45,15 @@ TEST(OpenEvent, RefusesBadSourcesTransportsAndPeersWithoutTouchingTheRecord) {
   Listener hub(path);
   std::string nobody = unique_loopback();  // nothing listens on its port 1661
   std::tuple<int, const char *, int> refused[] = {
-      {0, path.c_str(), 2},       {28, path.c_str(), 2},  {-3, path.c_str(), 2},
-      {1, path.c_str(), 0},       {1, path.c_str(), 4},   {1, path.c_str(), 7},
-      {1, nullptr, 2},            {1, absent.c_str(), 2}, {1, nobody.c_str(), 3},
+      {EVENT_SOURCE_FIRST - 1, path.c_str(), 2},
+      {EVENT_SOURCE_LAST + 1, path.c_str(), 2},
+      {-3, path.c_str(), 2},
+      {1, path.c_str(), 0},
+      {1, path.c_str(), 4},
+      {1, path.c_str(), 7},
+      {1, nullptr, 2},
+      {1, absent.c_str(), 2},
+      {1, nobody.c_str(), 3},
       {1, dir.path().c_str(), 2},  // exists, but is no socket
   };
   int before = open_descriptors();
@@ -97,13 +103,13 @@ TEST(OpenEvent, AnnouncesAndTakesLeaveByApplication) {
   std::string path = dir.file("hub.sock"), host = unique_loopback();
   Listener unix_hub(path), tcp_hub(host, 1661);
   std::tuple<int, int, std::vector<uint32_t>> cases[] = {
-      {27, 2, {EVENT_CONNECTED, EVENT_DISCONNECTING}},
+      {EVENT_SOURCE_LAST, 2, {EVENT_CONNECTED, EVENT_DISCONNECTING}},
       {1, 3, {EVENT_CONNECTED, EVENT_DISCONNECTING}},
-      {4, 2, {}},  // the daemon itself
-      {4, 3, {}},
-      {24, 2, {EVENT_DISCONNECTING}},  // a remote daemon greets only on TCP
-      {24, 6, {EVENT_DISCONNECTING}},  // and takes leave with a header
-      {24, 3, {EVENT_CONNECTED, EVENT_DISCONNECTING}},
+      {EVENT_SOURCE_HUBD, 2, {}},
+      {EVENT_SOURCE_HUBD, 3, {}},
+      {EVENT_SOURCE_REMOTE_HUBD, 2, {EVENT_DISCONNECTING}},  // greets only on TCP
+      {EVENT_SOURCE_REMOTE_HUBD, 6, {EVENT_DISCONNECTING}},  // and leaves with a header
+      {EVENT_SOURCE_REMOTE_HUBD, 3, {EVENT_CONNECTED, EVENT_DISCONNECTING}},
   };
   for (const auto &[source, trans, expected] : cases) {
     SCOPED_TRACE("source " + std::to_string(source) + " transport " + std::to_string(trans));
@@ -113,8 +119,8 @@ TEST(OpenEvent, AnnouncesAndTakesLeaveByApplication) {
     std::string name = trans == 2 ? path : trans == 3 ? host : host + "+x/1661";
     int peer = open_to(&ei, source, name, trans, trans == 2 ? unix_hub : tcp_hub);
     EXPECT_EQ(close_event(&ei), 0);
-    if (source == 24) {
-      EXPECT_EQ(ei.trans, 3) << "the record keeps the transport of its goodbye";
+    if (source == EVENT_SOURCE_REMOTE_HUBD) {
+      EXPECT_EQ(ei.trans, EVENT_TRANS_TCP) << "the record keeps the transport of its goodbye";
     }
     std::vector<Received> events = receive_all(peer, 3);
     close(peer);

@@ -39,9 +39,8 @@ bool may_bind_port_162(const std::string &host) {
   close(fd);
   return bound;
 }
-#define SKIP_UNLESS_PORT_162_FREE()                 \
-  if (!may_bind_port_162(unique_loopback()))        \
-  GTEST_SKIP() << "binding UDP port 162 needs root"
+#define SKIP_UNLESS_PORT_162_FREE() \
+  if (!may_bind_port_162(unique_loopback())) GTEST_SKIP() << "binding UDP port 162 needs root"
 
 // A hub listening on every transport: the Unix socket hub.sock, and TCP
 // ports 1661 (with headers) and raw_port, UDP port 162 of `host`.
@@ -51,7 +50,7 @@ struct HubSetup {
   std::string raw_port = std::to_string(17100 + getpid() % 800);
   std::unique_ptr<ChildProcess> hub =
       start_dev_hub({"--unix", path, "--tcp", host + ":1661", "--raw-tcp", host + ":" + raw_port,
-                 "--udp", host + ":162", "--verbose"});
+                     "--udp", host + ":162", "--verbose"});
 };
 
 TEST(DevHub, RelaysEventsFromEveryTransport) {
@@ -60,9 +59,10 @@ TEST(DevHub, RelaysEventsFromEveryTransport) {
   setenv("KZ_HUBD_SOCKET", setup.path.c_str(), 1);
   unsetenv("KZ_CLIENT");
   event_infoEMS listener{}, raw_listener{};
-  ASSERT_GE(open_event(&listener, 2, setup.path.c_str(), 2), 0);
+  ASSERT_GE(open_event(&listener, 2, setup.path.c_str(), EVENT_TRANS_UNIX), 0);
   std::string raw_name = setup.host + "+hub/" + setup.raw_port;
-  ASSERT_GE(open_event(&raw_listener, 4, raw_name.c_str(), 6), 0);
+  ASSERT_GE(open_event(&raw_listener, EVENT_SOURCE_HUBD, raw_name.c_str(), EVENT_TRANS_TCP_RAW),
+            0);
   struct Case {
     int trans;
     std::string name;

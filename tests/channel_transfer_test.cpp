@@ -2,14 +2,15 @@
 // loopback sockets: the framing of each transport, the event bindings, the
 // receive limits, interrupted reads, the receive hook and sendsig.
 
+#include <fcntl.h>
+#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <functional>
 #include <thread>
@@ -17,6 +18,7 @@
 #include "event.h"
 #include "support/channel.h"
 #include "support/diagnostics.h"
+#include "support/sample_trap.h"
 
 using namespace std::chrono_literals;
 using namespace testsupport;
@@ -59,6 +61,12 @@ Bytes operator+(Bytes a, const Bytes &b) {
 
 Bytes filler(size_t n) { return Bytes(n, 0x5A); }
 
+// Short names for the transports and receive results in the tables.
+constexpr int kUdp = EVENT_TRANS_UDP, kUnix = EVENT_TRANS_UNIX, kTcp = EVENT_TRANS_TCP,
+              kHook = EVENT_TRANS_HOOK, kRaw = EVENT_TRANS_TCP_RAW;
+constexpr int kError = EVENT_RECV_ERROR, kNotSeq = EVENT_RECV_NOT_SEQUENCE,
+              kSize = EVENT_RECV_BAD_SIZE;
+
 // Modes 2 and 3 put a header from the record before the message (its
 // fields are checked with the connected event), mode 6 sends the message
 // alone, and the others send nothing.  A trap that cannot be encoded is
@@ -69,7 +77,7 @@ TEST(SendFraming, EachTransportFramesTheMessage) {
   bad.clen = 6;
   bad.elen = 200;  // beyond the record's arrays
   Bytes hex = sample_message();
-  for (int trans : {2, 3, 6, 0, 4, 5, 7}) {
+  for (int trans : {kUnix, kTcp, kRaw, 0, kHook, EVENT_TRANS_DEFAULT, 7}) {
     SCOPED_TRACE("transport " + std::to_string(trans));
     Pair pair(trans);
     EXPECT_EQ(send_event(&pair.ei, 50790438, "gw", "text", "data", "db"), 0);
@@ -172,25 +180,33 @@ TEST(RecvTrap, FramesStreamsAndRefusesWhatDoesNotFit) {
     Bytes stream;
     std::vector<int> results;
   } cases[] = {
-      {"largest message", 3, header_bytes(8192) + filler(8192), {8192, 0}},
-      {"oversize is skipped", 2, header_bytes(8193) + filler(8193) + header_bytes(n) + trap,
-       {-6, n, 0}},
-      {"undersize is skipped", 2, header_bytes(19) + filler(19) + header_bytes(n) + trap,
-       {-6, n, 0}},
-      {"empty and negative", 2, header_bytes(0) + header_bytes(-4), {-6, -6, 0}},
-      {"ends inside header", 2, filler(10), {0}},
-      {"ends inside message", 2, header_bytes(n) + cut, {0}},
-      {"raw one length octet", 6, long_trap + Bytes{0x30, 0x81, 0x80} + filler(128),
+      {"largest message", kTcp, header_bytes(8192) + filler(8192), {8192, 0}},
+      {"oversize is skipped",
+       kUnix,
+       header_bytes(8193) + filler(8193) + header_bytes(n) + trap,
+       {kSize, n, 0}},
+      {"undersize is skipped",
+       kUnix,
+       header_bytes(19) + filler(19) + header_bytes(n) + trap,
+       {kSize, n, 0}},
+      {"empty and negative", kUnix, header_bytes(0) + header_bytes(-4), {kSize, kSize, 0}},
+      {"ends inside header", kUnix, filler(10), {0}},
+      {"ends inside message", kUnix, header_bytes(n) + cut, {0}},
+      {"raw one length octet",
+       kRaw,
+       long_trap + Bytes{0x30, 0x81, 0x80} + filler(128),
        {long_n, 131, 0}},
-      {"raw largest", 6, Bytes{0x30, 0x82, 0x1F, 0xFC} + filler(8188), {8192, 0}},
-      {"raw oversize is skipped", 6, Bytes{0x30, 0x82, 0x1F, 0xFD} + filler(8189) + trap,
-       {-6, n, 0}},
-      {"raw not a sequence", 6, Bytes{0xA4, 0x05} + trap, {-5, n, 0}},
-      {"raw three length octets", 6, Bytes{0x30, 0x83, 0x00, 0x01, 0x00}, {-1}},
-      {"raw indefinite length", 6, Bytes{0x30, 0x80} + trap, {-1, n, 0}},
-      {"raw undersize", 6, Bytes{0x30, 0x03, 1, 2, 3}, {-6, 0}},
-      {"raw lone type octet", 6, Bytes{0x30}, {-6, 0}},
-      {"raw ends inside message", 6, Bytes(trap.begin(), trap.end() - 1), {0}},
+      {"raw largest", kRaw, Bytes{0x30, 0x82, 0x1F, 0xFC} + filler(8188), {8192, 0}},
+      {"raw oversize is skipped",
+       kRaw,
+       Bytes{0x30, 0x82, 0x1F, 0xFD} + filler(8189) + trap,
+       {kSize, n, 0}},
+      {"raw not a sequence", kRaw, Bytes{0xA4, 0x05} + trap, {kNotSeq, n, 0}},
+      {"raw three length octets", kRaw, Bytes{0x30, 0x83, 0x00, 0x01, 0x00}, {kError}},
+      {"raw indefinite length", kRaw, Bytes{0x30, 0x80} + trap, {kError, n, 0}},
+      {"raw undersize", kRaw, Bytes{0x30, 0x03, 1, 2, 3}, {kSize, 0}},
+      {"raw lone type octet", kRaw, Bytes{0x30}, {kSize, 0}},
+      {"raw ends inside message", kRaw, Bytes(trap.begin(), trap.end() - 1), {0}},
   };
   for (Case &c : cases) {
     SCOPED_TRACE(c.what);
@@ -199,7 +215,7 @@ TEST(RecvTrap, FramesStreamsAndRefusesWhatDoesNotFit) {
     pair.hang_up();
     for (int expected : c.results) ASSERT_EQ(recv_one(pair.ei.sd, c.trans), expected);
   }
-  EXPECT_EQ(recv_trap(0, nullptr, 2, nullptr, nullptr, nullptr), -1);
+  EXPECT_EQ(recv_trap(0, nullptr, kUnix, nullptr, nullptr, nullptr), kError);
 }
 
 // Long forms with their octets at hand (a stream only ever gives
@@ -260,7 +276,7 @@ TEST(RecvTrap, SignalWhileWaitingLosesNothing) {
 
 TEST(RecvTrap, DatagramsFromSnmptrapAndTheirLimits) {
   event_infoEMS ei{};
-  ASSERT_GE(open_event(&ei, 4, "127.0.0.1", 1), 0);
+  ASSERT_GE(open_event(&ei, EVENT_SOURCE_HUBD, "127.0.0.1", kUdp), 0);
   sockaddr_in local{};
   socklen_t size = sizeof local;
   getsockname(ei.sd, reinterpret_cast<sockaddr *>(&local), &size);
@@ -269,7 +285,7 @@ TEST(RecvTrap, DatagramsFromSnmptrapAndTheirLimits) {
   for (size_t length : {19u, 9000u}) {
     Bytes datagram = filler(length);
     sendto(sender, datagram.data(), length, 0, reinterpret_cast<sockaddr *>(&local), size);
-    EXPECT_EQ(recv_one(ei.sd, 1), -6) << length;
+    EXPECT_EQ(recv_one(ei.sd, kUdp), kSize) << length;
   }
   close(sender);
 
@@ -301,17 +317,78 @@ TEST(RecvTrap, HookReadsForTransport4) {
   Bytes trap = sample_message();
   int n = static_cast<int>(trap.size());
   // The hook's result and length (-1: what it read), and recv_trap's result.
-  std::tuple<int, int, int> cases[] = {{1, -1, n}, {0, -1, 0}, {-3, -1, -3}, {1, 9000, -6},
-                                       {1, 12, -6}};
+  std::tuple<int, int, int> cases[] = {
+      {1, -1, n}, {0, -1, 0}, {-3, -1, -3}, {1, 9000, kSize}, {1, 12, kSize}};
   kzc_recv_event = read_by_hook;
   for (const auto &[result, length, expected] : cases) {
-    Pair pair(4);
+    Pair pair(kHook);
     pair.write_peer(trap);
     hook_result = result;
     hook_length = length;
-    EXPECT_EQ(recv_one(pair.ei.sd, 4), expected) << result << " " << length;
+    EXPECT_EQ(recv_one(pair.ei.sd, kHook), expected) << result << " " << length;
   }
   kzc_recv_event = nullptr;
+}
+
+// An fd_set holds descriptors below 1024 only; waits on higher ones must
+// neither overrun it nor fail.  The message arrives only after the wait
+// has begun.
+TEST(RecvTrap, WaitsOnDescriptorsAbove1024) {
+  Bytes trap = sample_message();
+  int n = static_cast<int>(trap.size());
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  if (limit.rlim_cur < 1100) GTEST_SKIP() << "needs 1,100 descriptors, has " << limit.rlim_cur;
+  kzc_recv_event = read_by_hook;
+  hook_result = 1;
+  hook_length = -1;
+  for (int trans : {kUnix, kRaw, kHook}) {
+    SCOPED_TRACE("transport " + std::to_string(trans));
+    Pair pair(trans);
+    int high = fcntl(pair.ei.sd, F_DUPFD, 1050);
+    ASSERT_GE(high, 1050);
+    Bytes whole = trans == kUnix ? header_bytes(n) + trap : trap;
+    std::thread late([&] {
+      std::this_thread::sleep_for(50ms);
+      pair.write_peer(whole);
+    });
+    EXPECT_EQ(recv_one(high, trans), n);
+    late.join();
+    close(high);
+  }
+  kzc_recv_event = nullptr;
+}
+
+// Decoding writes the lengths found back into clen and elen: a receive
+// loop that does not set the capacities again fails on the first trap with
+// a longer community than the one before.
+TEST(RecvEvent, LoopNeedsCapacitiesResetBeforeEachTrap) {
+  for (bool reset : {false, true}) {
+    SCOPED_TRACE(reset ? "reset" : "set once");
+    Pair pair(kUnix);
+    SnmpVarBindEMS sent_vars[5];
+    snmp_trap_infoEMS sent;
+    for (const char *community : {"ab", "a-longer-community"}) {
+      make_sample_trap(&sent, sent_vars, 5);
+      sent.clen = static_cast<int32_t>(strlen(community));
+      memcpy(sent.community, community, strlen(community));
+      ASSERT_EQ(send_trap(&pair.ei, &sent, sent_vars), 0);
+    }
+    event_infoEMS receiver = pair.ei;
+    receiver.sd = pair.peer;
+    snmp_trap_infoEMS info{};
+    SnmpVarBindEMS vars[5];
+    snmp_trap_reset_capacities(&info, 5);
+    EXPECT_GT(recv_event(&receiver, &info, vars), 0);
+    EXPECT_EQ(info.clen, 2);
+    if (reset) snmp_trap_reset_capacities(&info, 5);
+    int result = 0;
+    with_diagnostics(0, [&] { result = recv_event(&receiver, &info, vars); });
+    EXPECT_EQ(result > 0, reset) << result;
+    if (reset) {
+      EXPECT_STREQ(reinterpret_cast<char *>(info.community), "a-longer-community");
+    }
+  }
 }
 
 TEST(SendSig, SignalsTheProcessNamedInAPidFile) {

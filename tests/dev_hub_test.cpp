@@ -3,13 +3,12 @@
 // clients cost, and refuses what it cannot serve.
 
 #include <arpa/inet.h>
+#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <memory>
 #include <string>
@@ -85,7 +84,8 @@ TEST(DevHubLimits, RelaysOneCheckedTrapPerMessage) {
                             setup.host + ":" + std::to_string(setup.raw_port), "--udp",
                             "127.0.0.1:" + std::to_string(udp)});
   event_infoEMS headerless{}, framed{};
-  ASSERT_GE(open_event(&headerless, 4, setup.raw_name.c_str(), EVENT_TRANS_TCP_RAW), 0);
+  ASSERT_GE(open_event(&headerless, EVENT_SOURCE_HUBD, setup.raw_name.c_str(), EVENT_TRANS_TCP_RAW),
+            0);
   ASSERT_GE(open_event(&framed, 2, setup.path.c_str(), EVENT_TRANS_UNIX), 0);
   Trap trap;
   trap_headerEMS header;
@@ -105,7 +105,8 @@ TEST(DevHubLimits, RelaysOneCheckedTrapPerMessage) {
     ASSERT_EQ(sendto(sender.fd(), datagram.data(), datagram.size(), 0,
                      reinterpret_cast<sockaddr *>(&to), sizeof to),
               static_cast<ssize_t>(datagram.size()));
-    ASSERT_TRUE(write_all(framed.sd, header_bytes(static_cast<int32_t>(datagram.size())) + datagram));
+    ASSERT_TRUE(
+        write_all(framed.sd, header_bytes(static_cast<int32_t>(datagram.size())) + datagram));
     for (int copy = 0; copy < 2; ++copy) {
       ASSERT_GT(receive_within(&headerless, &trap, &header, 3s), 0);
       EXPECT_EQ(trap.info.specific, 17u);
@@ -131,13 +132,12 @@ TEST(DevHubLimits, JunkNeitherStallsNorSwampsIt) {
   ASSERT_TRUE(write_all(sender.sd, framed));
   Trap trap;
   trap_headerEMS header;
-  do
-    ASSERT_GT(receive_within(&listener, &trap, &header, 5s), 0);
+  do ASSERT_GT(receive_within(&listener, &trap, &header, 5s), 0);
   while (trap.info.specific != 17u);
   close_event(&listener);
 
   // A client that never reads loses its connection, not the hub its memory.
-  ASSERT_GE(open_event(&idle, 4, setup.path.c_str(), EVENT_TRANS_UNIX), 0);
+  ASSERT_GE(open_event(&idle, EVENT_SOURCE_HUBD, setup.path.c_str(), EVENT_TRANS_UNIX), 0);
   ASSERT_TRUE(write_all(sender.sd, repeated(framed, 5000)));
   std::string line = counters(*hub);
   EXPECT_NE(line.find("not a trap 20000,"), std::string::npos) << line;
@@ -150,11 +150,8 @@ TEST(DevHubLimits, RefusesWhatItCannotServe) {
   Hub setup;
   uint16_t udp = free_udp_port();
   std::string tcp_port = std::to_string(setup.raw_port + 1000);
-  // prlimit leaves the hub few descriptors, for the connections below.
-  ChildProcess hub({"prlimit", "--nofile=10", HUBD_DEV_PATH, "--raw-tcp",
-                    setup.host + ":" + std::to_string(setup.raw_port), "--tcp", tcp_port, "--udp",
-                    "127.0.0.1:" + std::to_string(udp)});
-  ASSERT_NE(hub.wait_for_line("hubd-dev: ready", 10s), "");
+  auto hub = start_dev_hub({"--raw-tcp", setup.host + ":" + std::to_string(setup.raw_port), "--tcp",
+                            tcp_port, "--udp", "127.0.0.1:" + std::to_string(udp)});
 
   // The datagrams of a port are not shared with a second hub.
   ChildProcess second({HUBD_DEV_PATH, "--udp", "127.0.0.1:" + std::to_string(udp)});
@@ -172,10 +169,17 @@ TEST(DevHubLimits, RefusesWhatItCannotServe) {
   EXPECT_TRUE(closed_by_peer(raw));
   close(raw);
 
-  // Out of descriptors, new connections are closed at once, not left
-  // pending while the hub spins.
+  EXPECT_NE(counters(*hub).find("stream out of step 1,"), std::string::npos);
+
+  // Out of descriptors (prlimit leaves the hub few), new connections are
+  // closed at once, not left pending while the hub spins.
+  std::string port = std::to_string(setup.raw_port + 2000);
+  ChildProcess limited({"prlimit", "--nofile=16", HUBD_DEV_PATH, "--raw-tcp", port});
+  ASSERT_NE(limited.wait_for_line("hubd-dev: ready", 10s), "");
   std::vector<pollfd> clients;
-  for (int i = 0; i < 12; ++i) clients.push_back({connect_tcp(setup.host, setup.raw_port), POLLIN, 0});
+  for (int i = 0; i < 24; ++i)
+    clients.push_back(
+        {connect_tcp("127.0.0.1", static_cast<uint16_t>(std::stoi(port))), POLLIN, 0});
   ASSERT_GT(poll(clients.data(), clients.size(), 5000), 0);
   for (const pollfd &client : clients) {
     if (client.revents != 0) {
@@ -183,8 +187,7 @@ TEST(DevHubLimits, RefusesWhatItCannotServe) {
     }
     close(client.fd);
   }
-  std::string line = counters(hub);
-  EXPECT_NE(line.find("stream out of step 1,"), std::string::npos) << line;
+  std::string line = counters(limited);
   EXPECT_EQ(line.find("connection without descriptor 0"), std::string::npos) << line;
 }
 

@@ -107,7 +107,8 @@ TEST(Hubconf, WarnsAboutLinesThatReadOtherwiseThanTheyLook) {
   ToolRun lenient = hubconf({"check", file}, wanted);
   EXPECT_EQ(lenient.status, 0);
   for (size_t i = 0; i < wanted.size(); ++i) EXPECT_NE(lenient.lines[i], "") << wanted[i];
-  EXPECT_EQ(hubconf({"check", "--strict", file}, {"8 warnings, and --strict was given"}).status, 1);
+  EXPECT_EQ(hubconf({"check", "--strict", file}, {"8 warnings, and --strict was given"}).status,
+            1);
 
   // Blanks after SDESC hide the keyword: the warning says why the read fails.
   testsupport::write_file(file, "cisco {1.3.6.1.4.1.9}\nt {1.3.6.1.4.1.9} 6 1 A 1 0 \"IGNORE\"\n"

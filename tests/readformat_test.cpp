@@ -2,6 +2,8 @@
 // its line, section and category rules, source lists and switches.
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
@@ -184,15 +186,37 @@ TEST_F(Reader, EveryErrorNamesTheLine) {
   EXPECT_EQ(strlen(nameToExactTrap("tempHigh")->trapDescription), 5019u);
 }
 
+// Files that cannot be read to their end fail with the reason, whether
+// they are hubd.conf itself, an added file or a source list.  A FIFO
+// without a writer must not block (the alarm ends a hanging test).
 TEST_F(Reader, UnreadableFiles) {
-  setHubdConfFile(dir_.file("absent.conf").c_str());
-  char *error = nullptr;
-  EXPECT_EQ(read_trapspec_file(&error), -1);
-  EXPECT_EQ(std::string(error), "Could not open trap format file \"" + dir_.file("absent.conf") +
-                                    "\": No such file or directory\n");
-  EXPECT_EQ(augmentTrapspecFile(&error, "/nonexistent/more.conf"), -1);
-  EXPECT_EQ(std::string(error), "Could not open new trap format file \"/nonexistent/more.conf\": "
-                                "No such file or directory\n");
+  std::string fifo = dir_.file("fifo"), absent = dir_.file("absent");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  std::pair<std::string, std::string> cases[] = {
+      {absent, "No such file or directory"},
+      {dir_.path(), "Is a directory"},
+      {fifo, "Not a regular file"},
+      {"/proc/self/mem", "Input/output error"},  // a regular file whose read fails
+  };
+  alarm(20);
+  for (const auto &[path, reason] : cases) {
+    SCOPED_TRACE(path);
+    setHubdConfFile(path.c_str());
+    char *error = nullptr;
+    EXPECT_EQ(read_trapspec_file(&error), -1);
+    EXPECT_EQ(std::string(error),
+              path == absent ? "Could not open trap format file \"" + path + "\": " + reason + "\n"
+                             : "Could not read \"" + path + "\": " + reason + "\n");
+    EXPECT_EQ(augmentTrapspecFile(&error, path.c_str()), -1);
+    EXPECT_NE(std::string(error).find(reason), std::string::npos) << error;
+    setHubdConfFile(path_.c_str());
+    std::string nodes = kTrap + "format\nNODES a, " + path + "\nSDESC\nEDESC\n";
+    std::string expected = path == absent ? "Could not open source list file \"" + path + "\"" +
+                                                at(4, "NODES a, " + path)
+                                          : "Could not read \"" + path + "\": " + reason + "\n";
+    EXPECT_EQ(read(nodes), expected);
+  }
+  alarm(0);
 }
 
 TEST_F(Reader, CategoryPlacementAndDefaults) {

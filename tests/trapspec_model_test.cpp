@@ -2,9 +2,13 @@
 // order and node matching, name uniqueness, lookups and frees.
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
+#include <random>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -107,6 +111,28 @@ TEST_F(Model, LongestConfiguredPrefixWinsInEitherInsertOrder) {
   EXPECT_STREQ(find({1, 3, 6, 1, 4, 1, 9, 1})->enterprise_name, "ciscoSystems");
 }
 
+// Enterprises arriving in random order, with shared prefixes and repeats,
+// form one list in oidcmp order without duplicates.
+TEST_F(Model, EnterpriseListStaysInOrderWhateverTheInsertOrder) {
+  std::vector<Oid> oids;
+  for (ObjectIdEMS a = 0; a < 6; ++a)
+    for (ObjectIdEMS b = 0; b < 6; ++b) oids.push_back(b == 0 ? Oid{1, a} : Oid{1, a, b % 3, b});
+  oids.insert(oids.end(), oids.begin(), oids.begin() + 10);
+  std::mt19937 random(7);
+  for (int round = 0; round < 20; ++round) {
+    free_all_info();
+    std::shuffle(oids.begin(), oids.end(), random);
+    for (const Oid &oid : oids) add_enterprise(oid, "e");
+    int count = 0;
+    for (enterprise_info *e = enterprise_list_head.next; e != nullptr; e = e->next, ++count) {
+      if (e->next == nullptr) break;
+      ASSERT_LT(oidcmp(e->enterprise_oid, e->next->enterprise_oid, e->oid_len, e->next->oid_len), 0)
+          << "round " << round;
+    }
+    EXPECT_EQ(count + 1, 36) << "round " << round;
+  }
+}
+
 TEST_F(Model, TrapsSortByNumbersAndNodeFormatsComeFirst) {
   enterprise_info *e = cisco();
   add_trap(e, "six-five", 6, 5);
@@ -190,20 +216,35 @@ TEST_F(Model, NodeListsWithSourceListFiles) {
   enterprise_info *e = cisco();
   trap_record *listed = add_trap(e, "listed", 6, 1, {"sw-1", list});
   trap_record *missing = add_trap(e, "missing", 6, 2, {dir.file("absent.list"), "sw-1"});
+  // Lists that open but cannot be read count as missing; a FIFO must not block.
+  std::string fifo = dir.file("fifo");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  trap_record *unreadable[] = {add_trap(e, "folder", 6, 3, {dir.path(), "sw-1"}),
+                               add_trap(e, "fifo", 6, 4, {fifo, "sw-1"}),
+                               add_trap(e, "failing", 6, 5, {"/proc/self/mem", "sw-1"})};
   trap_record unrestricted = {};
   struct Case {
     trap_record *record;
     const char *node;
     int expected;
   } cases[] = {
-      {listed, "sw-1", 1},  {listed, "rtr-1", 1},     {listed, "rtr-2", 1},
-      {listed, "rtr-9", 0}, {listed, "Frankfurt", 0}, {listed, nullptr, 0},
+      {listed, "sw-1", 1},
+      {listed, "rtr-1", 1},
+      {listed, "rtr-2", 1},
+      {listed, "rtr-9", 0},
+      {listed, "Frankfurt", 0},
+      {listed, nullptr, 0},
       {&unrestricted, nullptr, 1},
       // An unreadable list ends the search, even before an exact entry.
       {missing, "sw-1", 0},
+      {unreadable[0], "sw-1", 0},
+      {unreadable[1], "sw-1", 0},
+      {unreadable[2], "sw-1", 0},
   };
+  alarm(20);
   for (const Case &c : cases)
     EXPECT_EQ(trapRecNodesMatch(c.record, c.node), c.expected) << (c.node ? c.node : "(null)");
+  alarm(0);
 }
 
 TEST_F(Model, NamesAreUniqueAndLookupsFollowUpdates) {
@@ -222,6 +263,17 @@ TEST_F(Model, NamesAreUniqueAndLookupsFollowUpdates) {
   EXPECT_EQ(record->specific_trap, 3);
   EXPECT_EQ(nameToTrapAndEnterprise("linkDown_3", &record, &owner), -1);
   EXPECT_EQ(owner, nullptr);
+  // Names are unique as stored: a 40-character name is checked cut to 39.
+  const std::string name40(40, 'm');
+  std::set<std::string> stored;
+  for (int specific = 20; specific < 24; ++specific)
+    stored.insert(add_trap(e, name40.c_str(), 6, specific)->name);
+  EXPECT_EQ(stored.size(), 4u);
+  EXPECT_EQ(stored.count(std::string(39, 'm')), 1u);
+  // A name given up is handed out again.
+  EXPECT_STREQ(add_trap(e, "other", 6, 2)->name, "other");
+  EXPECT_STREQ(add_trap(e, "linkDown", 6, 30)->name, "linkDown_1");
+  EXPECT_STREQ(add_trap(e, "linkDown", 6, 31)->name, "linkDown_3");
 
   // Same numbers and node update a record, which keeps its node list.
   trap_record *first = add_trap(e, "tempHigh", 6, 7, {"rtr-1", "rtr-2"});

@@ -46,10 +46,17 @@ constexpr size_t kDefaultMaxQueued = 64u << 20;
 enum class Kind { UnixListener, TcpListener, RawListener, Udp, Framed, Raw };
 
 // Why a message, a part of one, a client or a connection was dropped.
-enum Drop { kNotATrap, kTrailingOctets, kTooLarge, kOutOfStep, kOverQueueLimit, kNoDescriptor,
-            kDropReasons };
+enum Drop {
+  kNotATrap,
+  kTrailingOctets,
+  kTooLarge,
+  kOutOfStep,
+  kOverQueueLimit,
+  kNoDescriptor,
+  kDropReasons
+};
 const char *const kDropNames[kDropReasons] = {
-    "not a trap",        "trailing octets",         "too large",
+    "not a trap",         "trailing octets",         "too large",
     "stream out of step", "client over queue limit", "connection without descriptor"};
 
 struct Endpoint {
@@ -230,7 +237,8 @@ void drop(Hub &hub, int fd, const char *why) {
 
 void drop_message(Hub &hub, Drop reason, size_t size, const std::string &sender) {
   ++hub.dropped[reason];
-  if (hub.verbose) printf("dropped %zu octets from %s: %s\n", size, sender.c_str(), kDropNames[reason]);
+  if (hub.verbose)
+    printf("dropped %zu octets from %s: %s\n", size, sender.c_str(), kDropNames[reason]);
 }
 
 // Relays the trap at the start of one message from `from` to every other

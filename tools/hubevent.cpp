@@ -203,8 +203,9 @@ event_infoEMS connect_hub(const Options &options) {
   if (open_event(&ei, options.source, name, options.trans) < 0) {
     const char *reason = errno != 0 ? strerror(errno) : "no such host or service";
     if (options.trans == EVENT_TRANS_DEFAULT)
-      failure("cannot connect to the default daemon (KZ_HUBD_SOCKET, or KZ_SERVER if KZ_CLIENT=1): %s",
-              reason);
+      failure(
+          "cannot connect to the default daemon (KZ_HUBD_SOCKET, or KZ_SERVER if KZ_CLIENT=1): %s",
+          reason);
     failure("cannot connect by %s to %s: %s", transport_name(options.trans),
             name ? name : "the local host", reason);
   }
@@ -355,13 +356,14 @@ int listen_command(const Options &options, int argc) {
     int length = recv_event_hdr(&ei, &trap, vars, &header);
     if (length > 0) {
       print_trap(++received, length, *header, trap, vars);
-    } else if (length == 0) {
+    } else if (length == EVENT_RECV_CLOSED) {
       fprintf(stderr, "hubevent: the daemon closed the connection\n");
       status = 1;
       break;
-    } else if (length == -1 || length == -5 || length == -6) {
+    } else if (length == EVENT_RECV_ERROR || length == EVENT_RECV_NOT_SEQUENCE ||
+               length == EVENT_RECV_BAD_SIZE) {
       fprintf(stderr, "hubevent: skipped a message that is not a trap (%d)\n", length);
-      if (length == -1 && ei.trans == EVENT_TRANS_TCP_RAW) {
+      if (length == EVENT_RECV_ERROR && ei.trans == EVENT_TRANS_TCP_RAW) {
         status = 1;
         break;
       }
@@ -442,7 +444,8 @@ int main(int argc, char **argv) {
         options.name = optarg;
         break;
       case 's':
-        options.source = static_cast<int>(number(optarg, "source", 1, 27));
+        options.source =
+            static_cast<int>(number(optarg, "source", EVENT_SOURCE_FIRST, EVENT_SOURCE_LAST));
         break;
       case kStatus:
         options.status = static_cast<int32_t>(number(optarg, "status", INT32_MIN, INT32_MAX));

@@ -3,11 +3,56 @@
 
 #include "config_line.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
 #include <cstring>
 
 #include "trp_format.h"
 
 namespace events {
+
+FILE *open_config_file(const char *path, const char **refused) {
+  *refused = nullptr;
+  int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return nullptr;
+  struct stat status;
+  if (fstat(fd, &status) != 0) {
+    *refused = strerror(errno);
+  } else if (S_ISDIR(status.st_mode)) {
+    *refused = strerror(EISDIR);
+  } else if (!S_ISREG(status.st_mode)) {
+    *refused = "Not a regular file";
+  }
+  FILE *file = nullptr;
+  if (*refused == nullptr && fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK) == 0)
+    file = fdopen(fd, "r");
+  if (file == nullptr) {
+    int error = errno;
+    close(fd);
+    errno = error;
+  }
+  return file;
+}
+
+int read_failure(char *errmem, const char *path, const char *reason) {
+  if (errmem != nullptr)
+    snprintf(errmem, TRAPSPEC_ERROR_SIZE, "Could not read \"%s\": %s\n", path, reason);
+  return -1;
+}
+
+int fail(char *errmem, int line, const char *conffile, const char *rawline, const char *fmt, ...) {
+  if (errmem == nullptr) return -1;
+  va_list args;
+  va_start(args, fmt);
+  vsnprintf(errmem, TRAPSPEC_ERROR_SIZE, fmt, args);
+  va_end(args);
+  appendLineInfo(errmem, line, conffile, rawline);
+  return -1;
+}
 
 int read_config_line(char *buf, int n, FILE *fp, int *line_number, const char *conffile,
                      char *errmem) {
@@ -18,6 +63,8 @@ int read_config_line(char *buf, int n, FILE *fp, int *line_number, const char *c
       buf[count++] = static_cast<char>(c);
       if (c == '\n') break;
     }
+    // A failed read is not the end of the file: what follows is unknown.
+    if (c == EOF && ferror(fp)) return read_failure(errmem, conffile, strerror(errno));
     if (count == 0) return 0;
     buf[count] = '\0';
     ++*line_number;
@@ -25,11 +72,7 @@ int read_config_line(char *buf, int n, FILE *fp, int *line_number, const char *c
       int next = getc_unlocked(fp);
       if (next != EOF) {
         ungetc(next, fp);
-        if (errmem != nullptr) {
-          snprintf(errmem, TRAPSPEC_ERROR_SIZE, "Line too long");
-          appendLineInfo(errmem, *line_number, conffile, buf);
-        }
-        return -1;
+        return fail(errmem, *line_number, conffile, buf, "Line too long");
       }
     }
     int start = 0;

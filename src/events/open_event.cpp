@@ -21,10 +21,7 @@
 
 namespace {
 
-constexpr int kMaxSource = 27;
 constexpr int kSocketBuffer = 65536;
-constexpr int kSourceDaemon = 4;
-constexpr int kSourceRemoteDaemon = 24;
 constexpr uint16_t kFallbackTrapPort = 162;
 
 // Display names of the source numbers that have one; every other number
@@ -157,7 +154,7 @@ extern "C" EVENTS_EXPORT int set_sock_buf_size_if_larger(int sd, int buf_type, i
 extern "C" EVENTS_EXPORT int open_event(event_infoEMS *ei, int source, const char *name,
                                         int trans) {
   CHANNEL_LOG("Beginning of open_event() call.\n");
-  if (ei == nullptr || source <= 0 || source > kMaxSource) return -1;
+  if (ei == nullptr || source < EVENT_SOURCE_FIRST || source > EVENT_SOURCE_LAST) return -1;
 
   int sd;
   switch (trans) {
@@ -195,7 +192,8 @@ extern "C" EVENTS_EXPORT int open_event(event_infoEMS *ei, int source, const cha
   CHANNEL_LOG("send the application wakeup event open_event().\n");
   // The daemon does not greet itself; a remote daemon is announced only on
   // the client service.
-  if (source != kSourceDaemon && (source != kSourceRemoteDaemon || trans == EVENT_TRANS_TCP)) {
+  if (source != EVENT_SOURCE_HUBD &&
+      (source != EVENT_SOURCE_REMOTE_HUBD || trans == EVENT_TRANS_TCP)) {
     char text[128];
     snprintf(text, sizeof text, "%s connected to hubd.", getApplName(source));
     send_event(ei, EVENT_CONNECTED, nullptr, text, nullptr, nullptr);
@@ -209,8 +207,8 @@ extern "C" EVENTS_EXPORT int close_event(event_infoEMS *ei) {
   CHANNEL_LOG("send application disconnect event from close_event().\n");
   // A remote daemon always says goodbye as on the client service, with a
   // transmission header, whatever it connected by.
-  if (ei->source == kSourceRemoteDaemon) ei->trans = EVENT_TRANS_TCP;
-  if (ei->source != kSourceDaemon) {
+  if (ei->source == EVENT_SOURCE_REMOTE_HUBD) ei->trans = EVENT_TRANS_TCP;
+  if (ei->source != EVENT_SOURCE_HUBD) {
     char text[128];
     snprintf(text, sizeof text, "%s disconnecting from hubd.",
              getApplName(static_cast<int>(ei->source)));

@@ -128,3 +128,9 @@ extern "C" EVENTS_EXPORT int snmp_parse_trap(unsigned char *buf, int len, snmp_t
   sti->vars = notification_seen ? count - 1 : count;
   return 0;
 }
+
+extern "C" EVENTS_EXPORT void snmp_trap_reset_capacities(snmp_trap_infoEMS *sti, int maxvars) {
+  sti->clen = SNMP_COMMUNITY_MAX - 1;
+  sti->elen = SNMP_OID_MAX;
+  sti->maxvars = maxvars;
+}

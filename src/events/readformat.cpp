@@ -67,6 +67,8 @@ EVENTS_EXPORT char *ignoreCatString = ignoreText;
 
 namespace {
 
+using events::fail;
+
 constexpr int kMaxOidArcs = 512;
 constexpr int kMaxSlots = 100;
 constexpr size_t kMaxDescription = 5020;
@@ -221,12 +223,11 @@ int read_nodes(TrapGroup &group, char *text, const char *conffile, char *errmem,
       trpFmtAddSourceToList(&group.node_count, &group.node_capacity, &group.nodes, token);
       continue;
     }
-    FILE *list = fopen(token, "r");
-    if (list == nullptr) {
-      set_error(errmem, "Could not open source list file \"%s\"", token);
-      appendLineInfo(errmem, line, conffile, rawline);
-      return -1;
-    }
+    const char *refused;
+    FILE *list = events::open_config_file(token, &refused);
+    if (refused != nullptr) return events::read_failure(errmem, token, refused);
+    if (list == nullptr)
+      return fail(errmem, line, conffile, rawline, "Could not open source list file \"%s\"", token);
     int list_line = 0;
     int got;
     while ((got = events::read_config_line(reader.source_line, TRAPSPEC_LINE_SIZE, list,
@@ -319,18 +320,6 @@ int read_optional_lines(TrapGroup &group, FILE *fp, char *rawline, const char *c
     if (!advance(emapKeyword)) return -1;
   }
   return 0;
-}
-
-// Returns -1 after writing the message and the line information.
-int fail(char *errmem, int line, const char *conffile, const char *rawline, const char *fmt, ...)
-    __attribute__((format(printf, 5, 6)));
-int fail(char *errmem, int line, const char *conffile, const char *rawline, const char *fmt, ...) {
-  va_list args;
-  va_start(args, fmt);
-  vsnprintf(errmem, TRAPSPEC_ERROR_SIZE, fmt, args);
-  va_end(args);
-  appendLineInfo(errmem, line, conffile, rawline);
-  return -1;
 }
 
 // The alert mapping file (vorad.conf) is read into the model here, after a
@@ -629,8 +618,10 @@ extern "C" EVENTS_EXPORT int read_trapspec_file(char **errstring_ptr) {
   errmem[0] = '\0';
   *errstring_ptr = errmem;
   trace(routine, "opening hubd.conf");
-  const char *conffile;
-  FILE *fp = fopenConfFile("r", &conffile);
+  const char *conffile = getHubdConfFile();
+  const char *refused;
+  FILE *fp = events::open_config_file(conffile, &refused);
+  if (refused != nullptr) return events::read_failure(errmem, conffile, refused);
   if (fp == nullptr) {
     set_error(errmem, "Could not open trap format file \"%s\": %s\n", conffile, strerror(errno));
     return -1;
@@ -655,7 +646,9 @@ extern "C" EVENTS_EXPORT int augmentTrapspecFile(char **errstring_ptr, const cha
   char *errmem = reader.augment_error;
   errmem[0] = '\0';
   *errstring_ptr = errmem;
-  FILE *fp = fopen(newfile, "r");
+  const char *refused;
+  FILE *fp = events::open_config_file(newfile, &refused);
+  if (refused != nullptr) return events::read_failure(errmem, newfile, refused);
   if (fp == nullptr) {
     set_error(errmem, "Could not open new trap format file \"%s\": %s\n", newfile, strerror(errno));
     return -1;

@@ -3,8 +3,8 @@
 // or an application's hook), into the library's static receive area, and
 // decoded into the caller's records.
 
+#include <poll.h>
 #include <signal.h>
-#include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/types.h>
 
@@ -42,19 +42,29 @@ void note(const char *text) {
   if (text != nullptr) logger(1, "recv_trap", "%s", text);
 }
 
+// One wait, without a time-out, for sd to become readable.  poll rather
+// than select: an fd_set cannot hold descriptors from FD_SETSIZE up.
+// Returns poll's result; a descriptor that is not open fails with EBADF.
+int poll_readable(int sd) {
+  pollfd watched = {sd, POLLIN, 0};
+  int ready = poll(&watched, 1, -1);
+  if (ready > 0 && (watched.revents & POLLNVAL) != 0) {
+    errno = EBADF;
+    return -1;
+  }
+  return ready;
+}
+
 // Waits until sd is readable, restarting after signals.  Returns 1, or -1.
 int wait_readable(int sd, const char *interrupted) {
   for (;;) {
-    fd_set readable;
-    FD_ZERO(&readable);
-    FD_SET(sd, &readable);
-    int ready = select(sd + 1, &readable, nullptr, nullptr, nullptr);
+    int ready = poll_readable(sd);
     if (ready > 0) return 1;
     if (ready < 0 && errno == EINTR) {
       note(interrupted);
       continue;
     }
-    return -1;
+    return EVENT_RECV_ERROR;
   }
 }
 
@@ -104,7 +114,7 @@ void made_up_header(int length) {
 
 int too_large(long length) {
   if (tracelogfp) log_trace("recv_trap", "TCP trap = %ld bytes is too large.", length);
-  return -6;
+  return EVENT_RECV_BAD_SIZE;
 }
 
 int receive_datagram(int sd, sockaddr *from, int *fromlen) {
@@ -124,10 +134,7 @@ int receive_datagram(int sd, sockaddr *from, int *fromlen) {
 
 int receive_by_hook(int sd, sockaddr *from) {
   if (kzc_recv_event == nullptr) return 1;
-  fd_set readable;
-  FD_ZERO(&readable);
-  FD_SET(sd, &readable);
-  int ready = select(sd + 1, &readable, nullptr, nullptr, nullptr);
+  int ready = poll_readable(sd);
   if (ready <= 0) return ready;
   int length = EVENT_MAX_MESSAGE;
   int result = kzc_recv_event(sd, from, area.packet, &length);
@@ -173,7 +180,7 @@ int receive_raw(int sd) {
                 "Error: could not identify TCP message as a trap, initial hex character = %#02x",
                 packet[0]);
     if (dump_packetEMS) hexdumpEMS(packet, static_cast<int>(n));
-    return -5;
+    return EVENT_RECV_NOT_SEQUENCE;
   }
   // A length octet still on its way is waited for; a stream that ends
   // after the type octet leaves a one-octet message, refused as too short.
@@ -278,7 +285,7 @@ extern "C" EVENTS_EXPORT int recv_trap(int sd, unsigned char **buf, int trans, s
   if (result <= 0) return result;
   int length = area.header.len;
   if (dump_packetEMS && length > 0) hexdumpEMS(area.packet, std::min(length, EVENT_MAX_MESSAGE));
-  return length >= kMinimumTrap ? length : -6;
+  return length >= kMinimumTrap ? length : EVENT_RECV_BAD_SIZE;
 }
 
 extern "C" EVENTS_EXPORT int recv_event_hdr(event_infoEMS *ei, snmp_trap_infoEMS *sti,

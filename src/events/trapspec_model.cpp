@@ -9,11 +9,17 @@
 //     each generic/specific pair (a new format finds its place and its
 //     possible twin without walking the enterprise's list),
 //   - exact enterprise identifiers (the longest-prefix match becomes one
-//     probe per prefix length of the query).
+//     probe per prefix length of the query), and the enterprises in list
+//     order (a new enterprise finds its place without walking the list),
+//   - per trap name the suffix counter last handed out, while no name was
+//     given up (a run of formats sharing one name does not count up from 1
+//     each time).
 // The enterprise index answers only while the list is known to be in a
 // consistent oidcmp order, which holds as long as every configured arc is
 // below 2^31 (above it the arc difference of oidcmp wraps); otherwise the
 // list itself is walked, as the lookups are defined.
+
+#include "trapspec_model.h"
 
 #include <cstdarg>
 #include <cstdint>
@@ -21,6 +27,7 @@
 #include <cstring>
 #include <map>
 #include <new>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -28,7 +35,6 @@
 
 #include "config_line.h"
 #include "kz_platform.h"
-#include "trapspec_model.h"
 #include "trp_format.h"
 
 static_assert(sizeof(trap_arg) == 8, "trap_arg is two 32-bit fields");
@@ -73,12 +79,34 @@ struct EnterpriseSide {
   bool pairs_known = false;
 };
 
+// Enterprises ordered as oidcmp orders their identifiers; looked up by
+// an identifier as well.
+struct OidView {
+  const ObjectIdEMS *arcs;
+  unsigned long length;
+};
+struct OidOrder {
+  using is_transparent = void;
+  static OidView view(const enterprise_info *e) { return {e->enterprise_oid, e->oid_len}; }
+  static OidView view(OidView v) { return v; }
+  template <typename A, typename B>
+  bool operator()(const A &a, const B &b) const {
+    OidView x = view(a), y = view(b);
+    return oidcmp(const_cast<ObjectIdEMS *>(x.arcs), const_cast<ObjectIdEMS *>(y.arcs), x.length,
+                  y.length) < 0;
+  }
+};
+
 struct Model {
   char *conf_file = nullptr;
   std::unordered_map<std::string, std::vector<trap_record *>> by_name;
   std::unordered_map<const trap_record *, enterprise_info *> owner;
   std::unordered_map<const enterprise_info *, EnterpriseSide> enterprises;
   std::unordered_multimap<uint64_t, enterprise_info *> by_oid;
+  std::set<enterprise_info *, OidOrder> in_order;  // kept while `ordered`
+  // Trap name to the suffix counter last used for it; every smaller
+  // counter gave a name in use.  Forgotten whenever a name is given up.
+  std::unordered_map<std::string, int> last_suffix;
   // False once an enterprise with an arc of 2^31 or more was configured,
   // until the list is emptied.
   bool ordered = true;
@@ -111,9 +139,9 @@ uint64_t oid_hash(const ObjectIdEMS *oid, unsigned long length) {
   return hash;
 }
 
-bool has_wide_arc(const enterprise_info *enterprise) {
-  for (unsigned long i = 0; i < enterprise->oid_len; ++i) {
-    if (enterprise->enterprise_oid[i] >= kWideArc) return true;
+bool has_wide_arc(const ObjectIdEMS *oid, unsigned long length) {
+  for (unsigned long i = 0; i < length; ++i) {
+    if (oid[i] >= kWideArc) return true;
   }
   return false;
 }
@@ -123,8 +151,13 @@ void index_enterprise(enterprise_info *enterprise) {
     uint64_t hash = oid_hash(enterprise->enterprise_oid, enterprise->oid_len);
     model.enterprises[enterprise].oid_hash = hash;
     model.by_oid.emplace(hash, enterprise);
+    if (has_wide_arc(enterprise->enterprise_oid, enterprise->oid_len)) model.ordered = false;
+    if (model.ordered) {
+      model.in_order.insert(enterprise);
+    } else {
+      model.in_order.clear();
+    }
   });
-  if (has_wide_arc(enterprise)) model.ordered = false;
 }
 
 void unindex_enterprise(const enterprise_info *enterprise) {
@@ -138,6 +171,13 @@ void unindex_enterprise(const enterprise_info *enterprise) {
     }
   }
   model.enterprises.erase(side);
+  auto ordered = model.in_order.find(const_cast<enterprise_info *>(enterprise));
+  if (ordered != model.in_order.end() && *ordered == enterprise) {
+    model.in_order.erase(ordered);
+  } else {
+    // Its identifier was changed behind the model's back.
+    std::erase_if(model.in_order, [&](const enterprise_info *e) { return e == enterprise; });
+  }
   if (enterprise_list_head.next == nullptr) model.ordered = true;
 }
 
@@ -155,6 +195,7 @@ enterprise_info *unindex_name(const trap_record *record) {
   if (owner == model.owner.end()) return nullptr;
   enterprise_info *enterprise = owner->second;
   model.owner.erase(owner);
+  model.last_suffix.clear();
   auto entry = model.by_name.find(record->name);
   if (entry != model.by_name.end()) {
     std::vector<trap_record *> &records = entry->second;
@@ -172,6 +213,7 @@ enterprise_info *unindex_name(const trap_record *record) {
 void rebuild_name_index() {
   model.by_name.clear();
   model.owner.clear();
+  model.last_suffix.clear();
   for (enterprise_info *e = enterprise_list_head.next; e != nullptr; e = e->next) {
     for (trap_record *r = e->trap_rec_list_head.next; r != nullptr; r = r->next) index_name(r, e);
   }
@@ -300,18 +342,24 @@ void forget_pairs(enterprise_info *enterprise) {
 // here once the alert mapping file is read into the model.
 void release_alert_mapping(trap_record *) {}
 
-// A copy of `name` that no format carries yet: name, name_1, name_2, ...,
-// each cut to leave room for its suffix in 40 bytes.
+// A name that no format carries yet, as it will be stored (cut to 39
+// characters): name, name_1, name_2, ..., each cut to leave room for its
+// suffix in 40 bytes before the cut to 39.
 std::string unique_trap_name(const char *name) {
-  std::string candidate = name;
+  std::string candidate(name, strnlen(name, TRAP_NAME_SIZE - 1));
   enterprise_info *ignored;
-  for (int counter = 1; lookup_name(candidate.c_str(), &ignored) != nullptr; ++counter) {
+  if (lookup_name(candidate.c_str(), &ignored) == nullptr) return candidate;
+  int counter = 0;
+  guarded([&] { counter = model.last_suffix[name]; });
+  do {
     char suffix[16];
-    snprintf(suffix, sizeof suffix, "_%d", counter);
+    snprintf(suffix, sizeof suffix, "_%d", ++counter);
     size_t keep = TRAP_NAME_SIZE - strlen(suffix);
     candidate.assign(name, strnlen(name, keep));
     candidate += suffix;
-  }
+    candidate.resize(std::min(candidate.size(), size_t{TRAP_NAME_SIZE - 1}));
+  } while (lookup_name(candidate.c_str(), &ignored) != nullptr);
+  guarded([&] { model.last_suffix[name] = counter; });
   return candidate;
 }
 
@@ -472,7 +520,8 @@ extern "C" EVENTS_EXPORT int trapRecNodesMatch(trap_record *trap_rec_ptr, const 
     const char *entry = trap_rec_ptr->nodeList[i];
     if (strcmp(entry, nodename) == 0) return 1;
     if (entry[0] != '/') continue;
-    FILE *list = fopen(entry, "r");
+    const char *refused;
+    FILE *list = events::open_config_file(entry, &refused);
     if (list == nullptr) return 0;
     int line_number = 0;
     while (events::read_config_line(model.node_line, TRAPSPEC_LINE_SIZE, list, &line_number, entry,
@@ -486,7 +535,11 @@ extern "C" EVENTS_EXPORT int trapRecNodesMatch(trap_record *trap_rec_ptr, const 
         return 1;
       }
     }
+    // A list that cannot be read to its end matches nothing, as one that
+    // cannot be opened; a line too long only ends that list.
+    bool unreadable = ferror(list) != 0;
     fclose(list);
+    if (unreadable) return 0;
   }
   return 0;
 }
@@ -533,10 +586,31 @@ extern "C" EVENTS_EXPORT int oid_to_name(ObjectIdEMS *oid, unsigned long oid_len
 
 // ---- inserts ------------------------------------------------------------
 
+namespace {
+
+// Finds from the ordered index the enterprise after which `oid` belongs
+// (the list head when it comes first).  False when the index cannot say:
+// identifiers outside a consistent order, or a list that no longer agrees
+// with the index; the list is then walked.
+bool place_enterprise(const ObjectIdEMS *oid, unsigned long oid_len, enterprise_info **previous) {
+  OidView key = {oid, oid_len};
+  if (!model.ordered || has_wide_arc(oid, oid_len)) return false;
+  auto next = model.in_order.lower_bound(key);
+  enterprise_info *before = &enterprise_list_head;
+  if (next != model.in_order.begin()) before = *std::prev(next);
+  enterprise_info *after = next != model.in_order.end() ? *next : nullptr;
+  if (before->next != after) return false;
+  *previous = before;
+  return true;
+}
+
+}  // namespace
+
 extern "C" EVENTS_EXPORT void insert_enterprise(ObjectIdEMS *oid, unsigned long oid_len,
                                                 const char *enterprise_name) {
   enterprise_info *previous = &enterprise_list_head;
   enterprise_info *current = enterprise_list_head.next;
+  if (place_enterprise(oid, oid_len, &previous)) current = previous->next;
   for (; current != nullptr; previous = current, current = current->next) {
     int order = oidcmp(oid, current->enterprise_oid, oid_len, current->oid_len);
     if (order == 0) {
@@ -758,6 +832,8 @@ extern "C" EVENTS_EXPORT void free_all_info(void) {
   model.owner.clear();
   model.enterprises.clear();
   model.by_oid.clear();
+  model.in_order.clear();
+  model.last_suffix.clear();
   model.ordered = true;
   for (int slot = 0; slot < EMS_MAX_CATEGORIES; ++slot) {
     doFree(EMScategories[slot]);

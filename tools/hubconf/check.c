@@ -20,11 +20,12 @@
 #include "trp_format.h"
 
 static void usage(FILE *out) {
-  fputs("usage: hubconf check [--strict] [FILE]\n"
-        "  Reads a trap configuration (default: $KZHUBDCONF, else the configuration\n"
-        "  directory's C/hubd.conf) and prints a summary, or the first error found.\n"
-        "  Warns about lines that read otherwise than they look; --strict fails on them.\n",
-        out);
+  fputs(
+      "usage: hubconf check [--strict] [FILE]\n"
+      "  Reads a trap configuration (default: $KZHUBDCONF, else the configuration\n"
+      "  directory's C/hubd.conf) and prints a summary, or the first error found.\n"
+      "  Warns about lines that read otherwise than they look; --strict fails on them.\n",
+      out);
 }
 
 static void print_oid(const ObjectIdEMS *oid, unsigned long length) {
@@ -123,7 +124,8 @@ int hubconf_check(int argc, char **argv) {
     return 1;
   }
   if (!S_ISREG(info.st_mode)) {
-    fprintf(stderr, "%s: %s\n", file, S_ISDIR(info.st_mode) ? "is a directory" : "is not a regular file");
+    fprintf(stderr, "%s: %s\n", file,
+            S_ISDIR(info.st_mode) ? "is a directory" : "is not a regular file");
     return 1;
   }
   warnings = hubconf_lint(file);
