@@ -163,7 +163,8 @@ int hubconf_lint(const char *file) {
       check_references(&lint, text);
     } else if (starts_with(text, smapKeyword)) {
       in_slots = 1;
-    } else if (strchr(text, '{') != NULL && strchr(text, '}') != NULL) {
+    } else if (!starts_with(text, nodesKeyword) && !starts_with(text, eventclassKeyword) &&
+               strchr(text, '{') != NULL && strchr(text, '}') != NULL) {
       const char *rest = strchr(text, '}') + 1;
       if (rest[strspn(rest, " \t")] == '\0') {
         check_numbers(&lint, strchr(text, '{'), rest, 1);
