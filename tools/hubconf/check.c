@@ -128,7 +128,7 @@ int hubconf_check(int argc, char **argv) {
             S_ISDIR(info.st_mode) ? "is a directory" : "is not a regular file");
     return 1;
   }
-  warnings = hubconf_lint(file);
+  warnings = hubconf_lint(file, stderr);
   if (read_trapspec_file(&error) != 0) {
     if (error != NULL && error[0] != '\0') {
       print_error(file, error);

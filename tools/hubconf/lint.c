@@ -17,6 +17,7 @@ enum { kMaxReferences = 79, kMaxReferenceNumber = 80 };
 
 struct lint {
   const char *file;
+  FILE *report;
   int line;
   int warnings;
 };
@@ -25,9 +26,9 @@ static void warn(struct lint *lint, const char *fmt, ...) __attribute__((format(
 static void warn(struct lint *lint, const char *fmt, ...) {
   va_list args;
   va_start(args, fmt);
-  fprintf(stderr, "%s:%d: warning: ", lint->file, lint->line);
-  vfprintf(stderr, fmt, args);
-  fputc('\n', stderr);
+  fprintf(lint->report, "%s:%d: warning: ", lint->file, lint->line);
+  vfprintf(lint->report, fmt, args);
+  fputc('\n', lint->report);
   va_end(args);
   ++lint->warnings;
 }
@@ -120,8 +121,8 @@ static void check_name_line(struct lint *lint, const char *text) {
     warn(lint, "generic number %d is neither 0 to 6 nor -1 (any)", generic);
 }
 
-int hubconf_lint(const char *file) {
-  struct lint lint = {file, 0, 0};
+int hubconf_lint(const char *file, FILE *report) {
+  struct lint lint = {file, report, 0, 0};
   FILE *in = fopen(file, "r");
   char *buffer = NULL;
   size_t size = 0;
