@@ -317,7 +317,10 @@ EVENTS_EXPORT void suck_a_char(char *c);
  *   until the next read.  A failed read leaves what was read before the
  *   offending line in the model.
  * augmentTrapspecFile reads another file of the same form on top of the
- *   model; it has its own error text. */
+ *   model; it has its own error text.
+ * Both read regular files only, and the source lists named in NODES too: a
+ *   directory, a FIFO or a file whose read fails gives "Could not read
+ *   "PATH": REASON" without waiting for a writer. */
 EVENTS_EXPORT int read_trapspec_file(char **errstring_ptr);
 EVENTS_EXPORT int augmentTrapspecFile(char **errstring_ptr, const char *newfile);
 

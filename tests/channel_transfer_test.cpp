@@ -1,6 +1,6 @@
 // Sending and receiving on one connection at a time, over socket pairs and
 // loopback sockets: the framing of each transport, the event bindings, the
-// receive limits, interrupted reads, the receive hook and sendsig.
+// receive limits, interrupted reads and the receive hook.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -9,7 +9,6 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/time.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <functional>
@@ -389,24 +388,6 @@ TEST(RecvEvent, LoopNeedsCapacitiesResetBeforeEachTrap) {
       EXPECT_STREQ(reinterpret_cast<char *>(info.community), "a-longer-community");
     }
   }
-}
-
-TEST(SendSig, SignalsTheProcessNamedInAPidFile) {
-  TempDir dir;
-  pid_t child = fork();
-  if (child == 0) {
-    pause();
-    _exit(0);
-  }
-  write_file(dir.file("child.pid"), std::to_string(child) + "\n");
-  write_file(dir.file("junk.pid"), "not a pid\n");
-  EXPECT_EQ(sendsig(SIGTERM, "anything", dir.file("child.pid").c_str()), 0);
-  int status = 0;
-  waitpid(child, &status, 0);
-  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM);
-  EXPECT_EQ(sendsig(SIGTERM, nullptr, dir.file("child.pid").c_str()), child) << "now gone";
-  EXPECT_EQ(sendsig(SIGTERM, nullptr, dir.file("junk.pid").c_str()), 1);
-  EXPECT_EQ(sendsig(SIGTERM, nullptr, dir.file("absent.pid").c_str()), 1);
 }
 
 }  // namespace

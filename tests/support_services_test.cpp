@@ -1,11 +1,12 @@
 // Message catalog, time text, white-space stripping, the identifier
-// parser of the platform services and the gathering daemon's probes.
+// parser of the platform services, the gathering daemon's probes and
+// sendsig.
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -14,6 +15,7 @@
 #include <vector>
 
 #include "env_probe.h"
+#include "event.h"
 #include "events_msg.h"
 #include "kz_platform.h"
 #include "support/fixtures.h"
@@ -167,6 +169,24 @@ TEST(GatherProbe, RunningMeansSomeoneHoldsTheLock) {
   close(ready[0]);
   close(ready[1]);
   EXPECT_EQ(isSnmpGatherRunning(), 0) << "the lock ends with the process";
+}
+
+TEST(SendSig, SignalsTheProcessNamedInAPidFile) {
+  testsupport::TempDir dir;
+  pid_t child = fork();
+  if (child == 0) {
+    pause();
+    _exit(0);
+  }
+  testsupport::write_file(dir.file("child.pid"), std::to_string(child) + "\n");
+  testsupport::write_file(dir.file("junk.pid"), "not a pid\n");
+  EXPECT_EQ(sendsig(SIGTERM, "anything", dir.file("child.pid").c_str()), 0);
+  int status = 0;
+  waitpid(child, &status, 0);
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM);
+  EXPECT_EQ(sendsig(SIGTERM, nullptr, dir.file("child.pid").c_str()), child) << "now gone";
+  EXPECT_EQ(sendsig(SIGTERM, nullptr, dir.file("junk.pid").c_str()), 1);
+  EXPECT_EQ(sendsig(SIGTERM, nullptr, dir.file("absent.pid").c_str()), 1);
 }
 
 }  // namespace

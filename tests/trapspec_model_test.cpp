@@ -1,8 +1,11 @@
 // Configuration model: identifier order, longest-prefix matching, trap list
 // order and node matching, name uniqueness, lookups and frees.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -320,6 +323,43 @@ TEST_F(Model, DeletesAndFrees) {
   free_all_info();
   EXPECT_EQ(enterprise_list_head.next, nullptr);
   EXPECT_EQ(nameToExactTrap("a"), nullptr);
+}
+
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kAddressSanitizer = true;
+#elif defined(__has_feature)
+constexpr bool kAddressSanitizer = __has_feature(address_sanitizer);
+#else
+constexpr bool kAddressSanitizer = false;
+#endif
+
+// A failed allocation inside the library, outside the memory routines too
+// (here the standard library's string of a long configuration directory),
+// ends the process as doMalloc does rather than escaping as an exception.
+TEST(Allocation, FailureEndsTheProcessAsDoMallocDoes) {
+  if (kAddressSanitizer) GTEST_SKIP() << "the address sanitizer reserves more than any limit";
+  testsupport::TempDir dir;
+  std::string errors = dir.file("stderr");
+  pid_t child = fork();
+  if (child == 0) {
+    int fd = open(errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    dup2(fd, 2);
+    setenv("KZ_CONF_DIR", std::string(64 << 20, 'd').c_str(), 1);
+    long pages = 0;
+    FILE *statm = fopen("/proc/self/statm", "r");
+    if (statm == nullptr || fscanf(statm, "%ld", &pages) != 1) _exit(3);
+    fclose(statm);
+    rlimit limit = {};
+    limit.rlim_cur = limit.rlim_max = static_cast<rlim_t>(pages) * 4096 + (32 << 20);
+    setrlimit(RLIMIT_AS, &limit);
+    setHubdConfFile(nullptr);
+    getHubdConfFile();
+    _exit(0);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << "status " << status;
+  EXPECT_EQ(testsupport::read_file(errors), "malloc(0) failed in file readformat.\n");
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 // decoded into the caller's records.
 
 #include <poll.h>
-#include <signal.h>
 #include <sys/socket.h>
 #include <sys/types.h>
 
@@ -313,16 +312,4 @@ extern "C" EVENTS_EXPORT int recv_event_hdr(event_infoEMS *ei, snmp_trap_infoEMS
 extern "C" EVENTS_EXPORT int recv_event(event_infoEMS *ei, snmp_trap_infoEMS *sti,
                                         EMSsnmpVarBind *vars) {
   return recv_event_hdr(ei, sti, vars, nullptr);
-}
-
-extern "C" EVENTS_EXPORT int sendsig(int signo, const char *, const char *pidFile) {
-  if (pidFile == nullptr) return 1;
-  FILE *file = fopen(pidFile, "r");
-  if (file == nullptr) return 1;
-  int pid;
-  int found = fscanf(file, "%d", &pid);
-  fclose(file);
-  if (found != 1) return 1;
-  if (kill(pid, signo) != 0 && errno == ESRCH) return pid;
-  return 0;
 }

@@ -1,15 +1,20 @@
 // Probes for the gathering daemon snmpGather: installed, needed, running.
 // The daemon holds a write lock on its pid file while it runs, so a lock
-// query on that file tells whether it is alive.
+// query on that file tells whether it is alive.  Beside them, sendsig
+// signals whichever process a pid file names.
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "env_probe.h"
+#include "event.h"
 
 namespace {
 
@@ -51,4 +56,16 @@ extern "C" EVENTS_EXPORT int isSnmpGatherHappy(void) {
   if (stat("/usr/KZ/bin/snmpGather", &info) != 0) return 1;
   if (isCnode()) return 1;
   return isSnmpGatherRunning();
+}
+
+extern "C" EVENTS_EXPORT int sendsig(int signo, const char *, const char *pidFile) {
+  if (pidFile == nullptr) return 1;
+  FILE *file = fopen(pidFile, "r");
+  if (file == nullptr) return 1;
+  int pid;
+  int found = fscanf(file, "%d", &pid);
+  fclose(file);
+  if (found != 1) return 1;
+  if (kill(pid, signo) != 0 && errno == ESRCH) return pid;
+  return 0;
 }

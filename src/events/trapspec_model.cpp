@@ -67,6 +67,20 @@ void allocation_failed(const char *what, unsigned long size) {
 
 namespace {
 
+// A std::bad_alloc must never reach a C caller, who cannot catch it: from
+// the moment the library is loaded a failed operator new, in the library's
+// code and the standard library it calls alike, ends the process as
+// doMalloc does.  An application that sets a new_handler of its own
+// replaces this one.
+[[gnu::constructor]] void end_process_on_allocation_failure() {
+  if (std::get_new_handler() == nullptr)
+    std::set_new_handler([] { events::allocation_failed("malloc", 0); });
+}
+
+}  // namespace
+
+namespace {
+
 constexpr unsigned long kWideArc = 0x80000000ul;
 
 using PairKey = std::pair<int, int>;  // generic, specific number
@@ -115,17 +129,6 @@ struct Model {
 
 Model model;
 
-// Index updates allocate; a failed allocation ends the process like
-// doMalloc does, and no exception leaves the library.
-template <typename Body>
-void guarded(Body body) {
-  try {
-    body();
-  } catch (const std::bad_alloc &) {
-    events::allocation_failed("malloc", 0);
-  }
-}
-
 uint64_t mix(uint64_t hash, ObjectIdEMS arc) {
   hash ^= arc + 0x9e3779b97f4a7c15ull + (hash << 6) + (hash >> 2);
   return hash * 0xff51afd7ed558ccdull;
@@ -147,17 +150,15 @@ bool has_wide_arc(const ObjectIdEMS *oid, unsigned long length) {
 }
 
 void index_enterprise(enterprise_info *enterprise) {
-  guarded([&] {
-    uint64_t hash = oid_hash(enterprise->enterprise_oid, enterprise->oid_len);
-    model.enterprises[enterprise].oid_hash = hash;
-    model.by_oid.emplace(hash, enterprise);
-    if (has_wide_arc(enterprise->enterprise_oid, enterprise->oid_len)) model.ordered = false;
-    if (model.ordered) {
-      model.in_order.insert(enterprise);
-    } else {
-      model.in_order.clear();
-    }
-  });
+  uint64_t hash = oid_hash(enterprise->enterprise_oid, enterprise->oid_len);
+  model.enterprises[enterprise].oid_hash = hash;
+  model.by_oid.emplace(hash, enterprise);
+  if (has_wide_arc(enterprise->enterprise_oid, enterprise->oid_len)) model.ordered = false;
+  if (model.ordered) {
+    model.in_order.insert(enterprise);
+  } else {
+    model.in_order.clear();
+  }
 }
 
 void unindex_enterprise(const enterprise_info *enterprise) {
@@ -182,10 +183,8 @@ void unindex_enterprise(const enterprise_info *enterprise) {
 }
 
 void index_name(trap_record *record, enterprise_info *enterprise) {
-  guarded([&] {
-    model.by_name[record->name].push_back(record);
-    model.owner[record] = enterprise;
-  });
+  model.by_name[record->name].push_back(record);
+  model.owner[record] = enterprise;
 }
 
 // Removes the record from the name index; returns its enterprise, or null
@@ -253,7 +252,7 @@ trap_record *lookup_name(const char *name, enterprise_info **enterprise) {
       if (found != nullptr && strcmp(found->name, name) == 0) return found;
     }
     // A record was renamed or unlinked behind the model's back.
-    guarded(rebuild_name_index);
+    rebuild_name_index();
   }
   return nullptr;
 }
@@ -268,11 +267,9 @@ EnterpriseSide *side_of(const enterprise_info *enterprise) {
 }
 
 void index_pairs(enterprise_info *enterprise, EnterpriseSide &side) {
-  guarded([&] {
-    side.pair_last.clear();
-    for (trap_record *r = enterprise->trap_rec_list_head.next; r != nullptr; r = r->next)
-      side.pair_last[pair_of(r)] = r;
-  });
+  side.pair_last.clear();
+  for (trap_record *r = enterprise->trap_rec_list_head.next; r != nullptr; r = r->next)
+    side.pair_last[pair_of(r)] = r;
   side.pairs_known = true;
 }
 
@@ -329,7 +326,7 @@ void note_linked(enterprise_info *enterprise, trap_record *record) {
   EnterpriseSide *side = side_of(enterprise);
   if (side == nullptr || !side->pairs_known) return;
   if (record->next == nullptr || pair_of(record->next) != pair_of(record)) {
-    guarded([&] { side->pair_last[pair_of(record)] = record; });
+    side->pair_last[pair_of(record)] = record;
   }
 }
 
@@ -349,8 +346,7 @@ std::string unique_trap_name(const char *name) {
   std::string candidate(name, strnlen(name, TRAP_NAME_SIZE - 1));
   enterprise_info *ignored;
   if (lookup_name(candidate.c_str(), &ignored) == nullptr) return candidate;
-  int counter = 0;
-  guarded([&] { counter = model.last_suffix[name]; });
+  int counter = model.last_suffix[name];
   do {
     char suffix[16];
     snprintf(suffix, sizeof suffix, "_%d", ++counter);
@@ -359,7 +355,7 @@ std::string unique_trap_name(const char *name) {
     candidate += suffix;
     candidate.resize(std::min(candidate.size(), size_t{TRAP_NAME_SIZE - 1}));
   } while (lookup_name(candidate.c_str(), &ignored) != nullptr);
-  guarded([&] { model.last_suffix[name] = counter; });
+  model.last_suffix[name] = counter;
   return candidate;
 }
 
@@ -495,7 +491,7 @@ extern "C" EVENTS_EXPORT void find_enterprise(ObjectIdEMS *enterprise_oid,
   std::vector<uint64_t> large_hashes;
   uint64_t *hashes = small_hashes;
   if (enterprise_oidlen >= 129) {
-    guarded([&] { large_hashes.resize(enterprise_oidlen + 1); });
+    large_hashes.resize(enterprise_oidlen + 1);
     hashes = large_hashes.data();
   }
   hashes[0] = kOidSeed;
