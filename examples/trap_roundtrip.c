@@ -3,8 +3,8 @@
 #include <stdio.h>
 #include <string.h>
 
-#include "asn1.h"
-#include "snmp.h"
+#include <libevents/asn1.h>
+#include <libevents/snmp.h>
 
 static void print_oid(const ObjectIdEMS *oid, unsigned length) {
   for (unsigned i = 0; i < length; ++i) printf("%s%u", i ? "." : "", oid[i]);

@@ -162,7 +162,7 @@ Decoder as_objid(int capacity = 16) {
     int count = capacity;
     *end = asnParseObjid09(p, room, arcs, &count);
     std::string text;
-    for (int i = 0; *end && i < count; ++i) text += (i ? "." : "") + std::to_string(arcs[i]);
+    for (int i = 0; *end && i < count; ++i) text.append(i ? "." : "").append(std::to_string(arcs[i]));
     return text;
   };
 }

@@ -114,8 +114,9 @@ TEST(OpenEvent, AnnouncesAndTakesLeaveByApplication) {
     std::string name = trans == 2 ? path : trans == 3 ? host : host + "+x/1661";
     int peer = open_to(&ei, source, name, trans, trans == 2 ? unix_hub : tcp_hub);
     EXPECT_EQ(close_event(&ei), 0);
-    if (source == EVENT_SOURCE_REMOTE_HUBD)
+    if (source == EVENT_SOURCE_REMOTE_HUBD) {
       EXPECT_EQ(ei.trans, EVENT_TRANS_TCP) << "the record keeps the transport of its goodbye";
+    }
     std::vector<Received> events = receive_all(peer, 3);
     close(peer);
     ASSERT_EQ(events.size(), expected.size());
@@ -144,7 +145,9 @@ TEST(SetSockBufSize, RaisesSmallBuffersAndKeepsLargeOnes) {
       getsockopt(sd, SOL_SOCKET, option, &before, &size);
       EXPECT_EQ(set_sock_buf_size_if_larger(sd, option, 65536), 0);
       getsockopt(sd, SOL_SOCKET, option, &after, &size);
-      if (before >= 65536) EXPECT_EQ(after, before) << initial;
+      if (before >= 65536) {
+        EXPECT_EQ(after, before) << initial;
+      }
       EXPECT_GE(after, 65536) << initial;
       close(sd);
     }

@@ -2,6 +2,9 @@
 // hub, which relays to listening clients; the command-line client sends,
 // listens and fails as a command should; the hub ends cleanly on a signal.
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -24,13 +27,20 @@ namespace {
 
 constexpr int kFormatChange = 50790438;
 
-// The development hub with the given listeners, ready on return.
-std::unique_ptr<ChildProcess> start_hub(std::vector<std::string> options) {
-  options.insert(options.begin(), HUBD_DEV_PATH);
-  auto hub = std::make_unique<ChildProcess>(options);
-  EXPECT_NE(hub->wait_for_line("hubd-dev: ready", 10s), "");
-  return hub;
+// Whether this process may bind UDP port 162 of `host`, as the hub of
+// HubSetup does: only root may, on most systems.
+bool may_bind_port_162(const std::string &host) {
+  int fd = socket(AF_INET, SOCK_DGRAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(162);
+  inet_pton(AF_INET, host.c_str(), &address.sin_addr);
+  bool bound = bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0;
+  close(fd);
+  return bound;
 }
+#define SKIP_UNLESS_PORT_162_FREE() \
+  if (!may_bind_port_162(unique_loopback())) GTEST_SKIP() << "binding UDP port 162 needs root"
 
 // A hub listening on every transport: the Unix socket hub.sock, and TCP
 // ports 1661 (with headers) and raw_port, UDP port 162 of `host`.
@@ -39,18 +49,20 @@ struct HubSetup {
   std::string path = dir.file("hub.sock"), host = unique_loopback();
   std::string raw_port = std::to_string(17100 + getpid() % 800);
   std::unique_ptr<ChildProcess> hub =
-      start_hub({"--unix", path, "--tcp", host + ":1661", "--raw-tcp", host + ":" + raw_port,
-                 "--udp", host + ":162", "--verbose"});
+      start_dev_hub({"--unix", path, "--tcp", host + ":1661", "--raw-tcp", host + ":" + raw_port,
+                     "--udp", host + ":162", "--verbose"});
 };
 
 TEST(DevHub, RelaysEventsFromEveryTransport) {
+  SKIP_UNLESS_PORT_162_FREE();
   HubSetup setup;
   setenv("KZ_HUBD_SOCKET", setup.path.c_str(), 1);
   unsetenv("KZ_CLIENT");
   event_infoEMS listener{}, raw_listener{};
-  ASSERT_GE(open_event(&listener, 2, setup.path.c_str(), 2), 0);
+  ASSERT_GE(open_event(&listener, 2, setup.path.c_str(), EVENT_TRANS_UNIX), 0);
   std::string raw_name = setup.host + "+hub/" + setup.raw_port;
-  ASSERT_GE(open_event(&raw_listener, 4, raw_name.c_str(), 6), 0);
+  ASSERT_GE(open_event(&raw_listener, EVENT_SOURCE_HUBD, raw_name.c_str(), EVENT_TRANS_TCP_RAW),
+            0);
   struct Case {
     int trans;
     std::string name;
@@ -87,6 +99,7 @@ TEST(DevHub, RelaysEventsFromEveryTransport) {
 }
 
 TEST(DevHub, HubeventSendsAndListens) {
+  SKIP_UNLESS_PORT_162_FREE();
   HubSetup setup;
   ChildProcess listen({HUBEVENT_PATH, "listen", "-t", "unix", "-n", setup.path, "--count", "3"});
   ASSERT_NE(listen.wait_for_line("hubevent: listening", 5s), "");
@@ -105,8 +118,9 @@ TEST(DevHub, HubeventSendsAndListens) {
 }
 
 TEST(DevHub, CommandLineExitStatuses) {
-  HubSetup setup;
-  std::string path = setup.path, absent = setup.dir.file("absent.sock");
+  TempDir dir;
+  std::string path = dir.file("hub.sock"), absent = dir.file("absent.sock");
+  std::unique_ptr<ChildProcess> hub = start_dev_hub({"--unix", path});
   const std::string oid = "1.3.6.1.4.1.9";
   // By exit status: sent, no connection, bad usage.
   std::vector<std::vector<std::string>> by_status[] = {
@@ -125,7 +139,8 @@ TEST(DevHub, CommandLineExitStatuses) {
        {"send", "-n", path, "event", "1"},
        {"send", "-n", path, "trap", oid, "6", "1", "1.3.6.1.2", "q", "v"},
        {"send", "-n", path, "trap", oid, "7", "1"},
-       {"send", "-n", path, "trap", oid, "6", "1", "1.3.6", "i"}},
+       {"send", "-n", path, "trap", oid, "6", "1", "1.3.6", "i"},
+       {"send", "-t", "unix", "event", "1", "x"}},
   };
   for (int status = 0; status < 3; ++status) {
     for (std::vector<std::string> args : by_status[status]) {
@@ -133,13 +148,20 @@ TEST(DevHub, CommandLineExitStatuses) {
       EXPECT_EQ(run_command(args), status) << testing::PrintToString(args);
     }
   }
+  // A failed connection names the transport and the reason.
+  ChildProcess failed({HUBEVENT_PATH, "send", "-t", "2", "-n", absent, "event", "1", "x"});
+  EXPECT_NE(failed.wait_for_line("by unix to " + absent + ": No such file or directory", 5s), "");
+  for (const char *tool : {HUBD_DEV_PATH, HUBEVENT_PATH, HUBCONF_PATH}) {
+    ChildProcess version({tool, "--version"});
+    EXPECT_NE(version.wait_for_line(EVENTS_VERSION, 5s), "") << tool;
+  }
 }
 
 TEST(DevHub, StopsOnSignalAndRemovesItsSocket) {
   for (int signo : {SIGTERM, SIGINT}) {
     TempDir dir;
     std::string path = dir.file("hub.sock");
-    std::unique_ptr<ChildProcess> hub = start_hub({"--unix", path});
+    std::unique_ptr<ChildProcess> hub = start_dev_hub({"--unix", path});
     event_infoEMS client{};
     ASSERT_GE(open_event(&client, 1, path.c_str(), 2), 0);
     kill(hub->pid(), signo);

@@ -129,7 +129,9 @@ TEST(SendEvent, BindingsCarryTheFirstHostWordAndCutTexts) {
     EXPECT_EQ(trap.vars[0].val.integer, 12);
     for (int i = 0; i < trap.info.vars; ++i) {
       EXPECT_EQ(trap.vars[i].oid[11], static_cast<ObjectIdEMS>(i + 2)) << i;
-      if (i > 0) EXPECT_EQ(trap.text(i), texts[i - 1]) << i;
+      if (i > 0) {
+        EXPECT_EQ(trap.text(i), texts[i - 1]) << i;
+      }
     }
   }
   event_infoEMS ei{};
@@ -154,8 +156,12 @@ int recv_one(int sd, int trans, std::string *errors = nullptr) {
   Diagnostics d = with_diagnostics(
       0, [&] { result = recv_trap(sd, &packet, trans, nullptr, nullptr, &header); });
   EXPECT_TRUE(packet == recv_packetEMS && header == recv_headerEMS);
-  if (result > 0) EXPECT_EQ(header->len, result);
-  if (result > 0 && trans != 2 && trans != 3) EXPECT_TRUE(header->src == 1u && header->pid == -1);
+  if (result > 0) {
+    EXPECT_EQ(header->len, result);
+    if (trans != 2 && trans != 3) {
+      EXPECT_TRUE(header->src == 1u && header->pid == -1);
+    }
+  }
   if (errors != nullptr) *errors = d.standard_error;
   return result;
 }
@@ -214,17 +220,21 @@ TEST(RecvTrap, FramesStreamsAndRefusesWhatDoesNotFit) {
 // Long forms with their octets at hand (a stream only ever gives
 // get_pdu_len the first length octet).
 TEST(GetPduLen, ReadsLongForms) {
-  std::tuple<Bytes, int, int32_t> cases[] = {
+  struct Case {
+    Bytes octets;
+    int expected;
+    int32_t expected_length;
+  } cases[] = {
       {{0x81, 0xC8}, 0, 200},      {{0x82, 0x01, 0x00}, 0, 256}, {{0x84, 0x00}, 1, 4},
       {{0x84, 0x01, 0x02, 0x03, 0x04}, 0, 0x01020304},         {{0x85, 0x01}, -1, -9},
       {{0xFF}, -1, -9},
   };
-  for (auto &[octets, expected, expected_length] : cases) {
+  for (Case &c : cases) {
     int32_t length = -9;
     int result = 0;
-    with_diagnostics(0, [&] { result = get_pdu_len(octets.data(), &length); });
-    EXPECT_EQ(result, expected) << std::hex << int(octets[0]);
-    EXPECT_EQ(length, expected_length) << std::hex << int(octets[0]);
+    with_diagnostics(0, [&] { result = get_pdu_len(c.octets.data(), &length); });
+    EXPECT_EQ(result, c.expected) << std::hex << int(c.octets[0]);
+    EXPECT_EQ(length, c.expected_length) << std::hex << int(c.octets[0]);
   }
 }
 
@@ -374,7 +384,9 @@ TEST(RecvEvent, LoopNeedsCapacitiesResetBeforeEachTrap) {
     int result = 0;
     with_diagnostics(0, [&] { result = recv_event(&receiver, &info, vars); });
     EXPECT_EQ(result > 0, reset) << result;
-    if (reset) EXPECT_STREQ(reinterpret_cast<char *>(info.community), "a-longer-community");
+    if (reset) {
+      EXPECT_STREQ(reinterpret_cast<char *>(info.community), "a-longer-community");
+    }
   }
 }
 

@@ -39,7 +39,7 @@ TEST(FormatCompiler, ReferencesBecomePlaceholdersInOrder) {
   std::string many, many_format;
   Args many_args;
   for (int i = 1; i <= 85; ++i) {
-    std::string reference = "$" + std::to_string(i % 9 + 1) + " ";
+    std::string reference = std::string("$").append(std::to_string(i % 9 + 1)).append(" ");
     many += reference;
     many_format += i <= 79 ? "%s " : reference;
     if (i <= 79) many_args.emplace_back(ARG_NUM, i % 9 + 1);

@@ -1,11 +1,14 @@
 // hubconf check: the operator's view of a good and of a broken file.
 
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <iterator>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/fixtures.h"
@@ -50,17 +53,69 @@ TEST(Hubconf, SummaryOfAGoodFileAndTheLineOfABadOne) {
   for (const std::string &line : ok.lines) EXPECT_NE(line, "");
 
   testsupport::write_file(bad, cisco + "t {1.3.6.1.4.1.11} 6 1 A 1 0 \"IGNORE\"\n");
-  const std::string where = "No such enterprise in line #2 of";
-  ToolRun failed = hubconf({"check", bad}, {where, "t {1.3.6.1.4.1.11}"});
+  ToolRun failed = hubconf({"check", bad}, {":2: ", "t {1.3.6.1.4.1.11}"});
   EXPECT_EQ(failed.status, 1);
-  EXPECT_EQ(failed.lines[0], "hubconf: " + bad + ": " + where + " \"" + bad + "\":");
+  EXPECT_EQ(failed.lines[0], bad + ":2: No such enterprise");
+  EXPECT_EQ(failed.lines[1], "  t {1.3.6.1.4.1.11} 6 1 A 1 0 \"IGNORE\"");
 
   testsupport::write_file(slots, cisco + "t {1.3.6.1.4.1.9} 6 1 A 1 0 \"IGNORE\"\nf\n"
                                  "BEGIN_SLOT_MAPPING\nnoblank\nEND_SLOT_MAPPING\nSDESC\nEDESC\n");
   EXPECT_NE(hubconf({"check", slots}, {"a slot mapping is invalid"}).lines[0], "");
   const std::string absent = dir.file("absent.conf");
-  EXPECT_EQ(hubconf({"check", absent}, {"Could not open trap format file"}).status, 1);
-  EXPECT_EQ(hubconf({"frobnicate"}, {"usage: hubconf check [FILE]"}).status, 2);
+  const std::string fifo = dir.file("fifo.conf");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  std::pair<std::string, std::string> unreadable[] = {{absent, ": No such file or directory"},
+                                                      {dir.path(), ": is a directory"},
+                                                      {fifo, ": is not a regular file"}};
+  for (const auto &[file, reason] : unreadable)
+    EXPECT_EQ(hubconf({"check", file}, {file + reason}).status, 1) << file;
+  EXPECT_EQ(hubconf({"frobnicate"}, {"usage: hubconf COMMAND"}).status, 2);
+}
+
+// Lines the library reads without an error, but otherwise than they look.
+TEST(Hubconf, WarnsAboutLinesThatReadOtherwiseThanTheyLook) {
+  testsupport::TempDir dir;
+  const std::string file = dir.file("hubd.conf");
+  // Each line with the warnings it gives, in the order they are printed.
+  const std::pair<const char *, std::vector<const char *>> lines[] = {
+      {"CATEGORY 3 \"Status Events\"", {}},
+      {"ACTION 4294967296 \"Ping\" ping", {"the number 4294967296 is outside the 32-bit range"}},
+      {"SDESC", {}},
+      {"text\r", {"the line ends in a carriage return"}},
+      {"EDESC \t", {"blanks after EDESC"}},
+      {"EDESC", {}},
+      {"cisco {1.3.6.1.4.1.9}", {}},
+      {"t {1.3.6.1.4.1.9} 7 1 A 1 0 \"Status Events\"", {"generic number 7 is neither"}},
+      {"$A $1 $-2 $%3 $$3 $+x $99", {"\"$+x\" is not a $ reference", "\"$99\""}},
+      {"DISPLAY $0", {"\"$0\" is not a $ reference"}},
+      {"SDESC", {}},
+      {"EDESC", {}},
+      {"u {1.3.6.1.4.1.9} 6 -2147483649 A 1 0 \"Status Events",
+       {"the number -2147483649", "the quote is not closed"}},
+      {"format", {}},
+      {"SDESC", {}},
+      {"EDESC", {}},
+  };
+  std::string text;
+  std::vector<std::string> wanted;
+  for (size_t i = 0; i < std::size(lines); ++i) {
+    text += std::string(lines[i].first) + "\n";
+    for (const char *warning : lines[i].second)
+      wanted.push_back(file + ":" + std::to_string(i + 1) + ": warning: " + warning);
+  }
+  testsupport::write_file(file, text);
+  ToolRun lenient = hubconf({"check", file}, wanted);
+  EXPECT_EQ(lenient.status, 0);
+  for (size_t i = 0; i < wanted.size(); ++i) EXPECT_NE(lenient.lines[i], "") << wanted[i];
+  EXPECT_EQ(hubconf({"check", "--strict", file}, {"8 warnings, and --strict was given"}).status,
+            1);
+
+  // Blanks after SDESC hide the keyword: the warning says why the read fails.
+  testsupport::write_file(file, "cisco {1.3.6.1.4.1.9}\nt {1.3.6.1.4.1.9} 6 1 A 1 0 \"IGNORE\"\n"
+                                "format\nSDESC \nEDESC\n");
+  ToolRun failed = hubconf({"check", file}, {":4: warning: blanks after SDESC", ":4: Did not find"});
+  EXPECT_EQ(failed.status, 1);
+  for (const std::string &line : failed.lines) EXPECT_NE(line, "");
 }
 
 }  // namespace

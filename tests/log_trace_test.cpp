@@ -31,7 +31,7 @@ TEST(TraceLog, LinesAreStampedFramedAndAppended) {
   std::string log = read_file(path);
   ASSERT_EQ(log.rfind("earlier line\n", 0), 0u) << "existing log truncated";
   std::string rest = log.substr(13);
-  std::regex line_shape("(" + std::string("[A-Z][a-z]{2} [A-Z][a-z]{2} [0-9]{2} [0-9:]{8} [0-9]{4} ") +
+  std::regex line_shape(std::string("([A-Z][a-z]{2} [A-Z][a-z]{2} [0-9]{2} [0-9:]{8} [0-9]{4} ") +
                         "(Tracing Started|Tracing Stopped|recv_trap: got 42 octets from hubd)\n)*");
   EXPECT_TRUE(std::regex_match(rest, line_shape)) << rest;
   EXPECT_EQ(std::count(rest.begin(), rest.end(), '\n'), 6);

@@ -42,7 +42,9 @@ class Reader : public ::testing::Test {
     int status = read_trapspec_file(&error);
     if (result != nullptr) *result = status;
     EXPECT_NE(error, nullptr);
-    if (status == 0) EXPECT_STREQ(error, "");
+    if (status == 0) {
+      EXPECT_STREQ(error, "");
+    }
     return error;
   }
   std::string at(int line, const std::string &text) const {

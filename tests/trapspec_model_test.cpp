@@ -182,7 +182,7 @@ TEST_F(Model, OrderHoldsForFormatsArrivingInAnyOrder) {
   };
   for (int i = 0; i < 3000; ++i) {
     Entry entry{static_cast<int>(next(4)) - 1, static_cast<int>(next(40)), next(3) == 0,
-                "t" + std::to_string(i)};
+                std::string("t").append(std::to_string(i))};
     auto pair = [](const Entry &x) { return std::make_pair(x.generic, x.specific); };
     auto first = std::find_if(expected.begin(), expected.end(),
                               [&](const Entry &x) { return pair(x) >= pair(entry); });

@@ -5,6 +5,11 @@
 // transmission header on the Unix and TCP ports, as the bare message on the
 // headerless port.  It is a tool for tests and demonstrations, not the
 // platform's daemon.
+//
+// Whatever it is sent, it relays exactly one checked BER element per
+// message, so a headerless client's stream never falls out of step; anything
+// else is dropped and counted.  Clients that stop reading get a bounded
+// share of memory, then lose their connection.
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -18,6 +23,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -34,9 +40,24 @@
 namespace {
 
 constexpr size_t kHeaderSize = sizeof(trap_headerEMS);
-constexpr size_t kMaxQueued = 4u << 20;  // a client that falls further behind is dropped
+constexpr size_t kMaxQueuedPerClient = 4u << 20;
+constexpr size_t kDefaultMaxQueued = 64u << 20;
 
 enum class Kind { UnixListener, TcpListener, RawListener, Udp, Framed, Raw };
+
+// Why a message, a part of one, a client or a connection was dropped.
+enum Drop {
+  kNotATrap,
+  kTrailingOctets,
+  kTooLarge,
+  kOutOfStep,
+  kOverQueueLimit,
+  kNoDescriptor,
+  kDropReasons
+};
+const char *const kDropNames[kDropReasons] = {
+    "not a trap",         "trailing octets",         "too large",
+    "stream out of step", "client over queue limit", "connection without descriptor"};
 
 struct Endpoint {
   Kind kind;
@@ -48,12 +69,32 @@ struct Endpoint {
 struct Hub {
   std::map<int, Endpoint> endpoints;
   bool verbose = false;
+  size_t max_queued = kDefaultMaxQueued;
+  size_t queued = 0;  // octets waiting in every client's output
+  // Held open so that a connection can still be accepted, and closed at
+  // once, when the process runs out of descriptors.
+  int spare_fd = -1;
+  unsigned long long received = 0, relayed = 0, dropped[kDropReasons] = {};
 };
 
 volatile sig_atomic_t stop_requested = 0;
+volatile sig_atomic_t report_requested = 0;
 std::string created_socket;  // removed on every way out
 
-void on_signal(int) { stop_requested = 1; }
+void on_signal(int signo) {
+  if (signo == SIGUSR1)
+    report_requested = 1;
+  else
+    stop_requested = 1;
+}
+
+void print_counters(const Hub &hub) {
+  printf("hubd-dev: received %llu, relayed %llu, dropped:", hub.received, hub.relayed);
+  for (int reason = 0; reason < kDropReasons; ++reason)
+    printf("%s %s %llu", reason ? "," : "", kDropNames[reason], hub.dropped[reason]);
+  putchar('\n');
+  fflush(stdout);
+}
 
 [[noreturn]] void fail(const char *fmt, ...) {
   va_list args;
@@ -69,18 +110,21 @@ void on_signal(int) { stop_requested = 1; }
 void usage(FILE *to) {
   fputs(
       "usage: hubd-dev [--unix PATH] [--tcp [HOST:]PORT] [--raw-tcp [HOST:]PORT]\n"
-      "                [--udp [HOST:]PORT] [--verbose]\n"
+      "                [--udp [HOST:]PORT] [--max-queue OCTETS] [--verbose] [--version]\n"
       "  --unix PATH          Unix stream socket, transmission headers (transport 2)\n"
       "  --tcp [HOST:]PORT    TCP with transmission headers (transport 3)\n"
       "  --raw-tcp [HOST:]PORT TCP without headers (transport 6)\n"
       "  --udp [HOST:]PORT    UDP datagrams (transport 1)\n"
-      "  --verbose            print one line per relayed or dropped message\n"
-      "At least one listener is required.  SIGINT or SIGTERM stops the hub.\n",
+      "  --max-queue OCTETS   total output held for slow clients (default 64 MiB)\n"
+      "  --verbose            print one line per relayed or dropped message, and let\n"
+      "                       the library's decoding diagnostics reach standard error\n"
+      "A bare PORT listens on 127.0.0.1 only.  At least one listener is required.\n"
+      "SIGUSR1 prints the counters; SIGINT or SIGTERM prints them and stops the hub.\n",
       to);
 }
 
 sockaddr_in inet_address(const std::string &where) {
-  std::string host = "0.0.0.0";
+  std::string host = "127.0.0.1";
   std::string port = where;
   size_t colon = where.rfind(':');
   if (colon != std::string::npos) {
@@ -107,8 +151,10 @@ void set_nonblocking(int fd) { fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOC
 int listen_inet(const std::string &where, int type) {
   sockaddr_in address = inet_address(where);
   int fd = socket(AF_INET, type, 0);
+  // A TCP port in TIME_WAIT may be taken again at once; a UDP port never
+  // shared, since the two hubs would split the datagrams between them.
   int on = 1;
-  setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  if (type == SOCK_STREAM) setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   if (fd < 0 || bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
       (type == SOCK_STREAM && listen(fd, 16) != 0))
     fail("cannot listen on %s: %s", where.c_str(), strerror(errno));
@@ -148,36 +194,69 @@ std::string describe_trap(const std::vector<unsigned char> &message) {
                       &trap, nullptr, vars) != 0)
     return "";
   std::string text = "enterprise ";
-  for (int i = 0; i < trap.elen; ++i) text += (i ? "." : "") + std::to_string(trap.enterprise[i]);
+  for (int i = 0; i < trap.elen; ++i) {
+    if (i > 0) text += '.';
+    text += std::to_string(trap.enterprise[i]);
+  }
   text += " generic " + std::to_string(trap.gen) + " specific " + std::to_string(trap.specific);
   return text;
 }
 
-void flush(Endpoint &client, int fd) {
+// The length of the BER SEQUENCE at the start of `octets`, header
+// included, in the definite forms the library reads (short, or one to four
+// length octets); 0 while its length is not yet all there, -1 if it is not
+// such a SEQUENCE.
+long element_length(const unsigned char *octets, size_t size) {
+  if (size >= 1 && octets[0] != ASN_SEQUENCE) return -1;
+  if (size < 2) return 0;
+  size_t count = octets[1] & 0x80 ? octets[1] & 0x7Fu : 0;
+  if (octets[1] == 0x80 || count > 4) return -1;
+  if (size < 2 + count) return 0;
+  unsigned long body = count == 0 ? octets[1] : 0;
+  for (size_t i = 0; i < count; ++i) body = (body << 8) | octets[2 + i];
+  return static_cast<long>(2 + count + body);
+}
+
+void flush(Hub &hub, Endpoint &client, int fd) {
   while (!client.out.empty()) {
     ssize_t n = send(fd, client.out.data(), client.out.size(), MSG_NOSIGNAL);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) return;  // full for now, or broken: poll reports which
     client.out.erase(client.out.begin(), client.out.begin() + n);
+    hub.queued -= static_cast<size_t>(n);
   }
 }
 
 void drop(Hub &hub, int fd, const char *why) {
-  if (hub.verbose) printf("closed %s: %s\n", hub.endpoints[fd].name.c_str(), why);
+  Endpoint &client = hub.endpoints[fd];
+  if (hub.verbose) printf("closed %s: %s\n", client.name.c_str(), why);
+  hub.queued -= client.out.size();
   close(fd);
   hub.endpoints.erase(fd);
 }
 
-// Relays one message from `from` to every other client.  The header keeps
-// the sender's fields and gets the hub's time.
-void relay(Hub &hub, int from, trap_headerEMS header, const std::vector<unsigned char> &message) {
+void drop_message(Hub &hub, Drop reason, size_t size, const std::string &sender) {
+  ++hub.dropped[reason];
+  if (hub.verbose)
+    printf("dropped %zu octets from %s: %s\n", size, sender.c_str(), kDropNames[reason]);
+}
+
+// Relays the trap at the start of one message from `from` to every other
+// client.  The header keeps the sender's fields and gets the hub's time.
+void relay(Hub &hub, int from, trap_headerEMS header, std::vector<unsigned char> message) {
   const std::string &sender = hub.endpoints[from].name;
-  std::string summary = describe_trap(message);
-  if (summary.empty()) {
-    if (hub.verbose)
-      printf("dropped %zu octets from %s: not an SNMPv1 trap\n", message.size(), sender.c_str());
-    return;
+  ++hub.received;
+  long length = element_length(message.data(), message.size());
+  std::string summary;
+  if (length > 0 && static_cast<size_t>(length) <= message.size()) {
+    if (static_cast<size_t>(length) < message.size()) {
+      drop_message(hub, kTrailingOctets, message.size() - static_cast<size_t>(length), sender);
+      message.resize(static_cast<size_t>(length));
+    }
+    summary = describe_trap(message);
   }
+  if (summary.empty()) return drop_message(hub, kNotATrap, message.size(), sender);
+  ++hub.relayed;
   header.len = static_cast<int32_t>(message.size());
   header.time = static_cast<int32_t>(time(nullptr));
   const auto *head = reinterpret_cast<const unsigned char *>(&header);
@@ -185,17 +264,29 @@ void relay(Hub &hub, int from, trap_headerEMS header, const std::vector<unsigned
   int receivers = 0;
   for (auto &[fd, client] : hub.endpoints) {
     if (fd == from || (client.kind != Kind::Framed && client.kind != Kind::Raw)) continue;
+    size_t size = (client.kind == Kind::Framed ? kHeaderSize : 0) + message.size();
+    // A client with nothing waiting always gets the message: only one
+    // that has stopped reading can be over its share.
+    if (!client.out.empty() &&
+        (client.out.size() + size > std::min(kMaxQueuedPerClient, hub.max_queued) ||
+         hub.queued + size > hub.max_queued)) {
+      laggards.push_back(fd);
+      continue;
+    }
     if (client.kind == Kind::Framed) client.out.insert(client.out.end(), head, head + kHeaderSize);
     client.out.insert(client.out.end(), message.begin(), message.end());
-    flush(client, fd);
-    if (client.out.size() > kMaxQueued) laggards.push_back(fd);
+    hub.queued += size;
+    flush(hub, client, fd);
     ++receivers;
   }
   if (hub.verbose)
     printf("relayed %zu octets from %s (source %u, pid %d) to %d client%s: %s\n", message.size(),
            sender.c_str(), header.src, header.pid, receivers, receivers == 1 ? "" : "s",
            summary.c_str());
-  for (int fd : laggards) drop(hub, fd, "too far behind");
+  for (int fd : laggards) {
+    ++hub.dropped[kOverQueueLimit];
+    drop(hub, fd, kDropNames[kOverQueueLimit]);
+  }
 }
 
 trap_headerEMS headerless(void) {
@@ -219,17 +310,11 @@ bool take_messages(Hub &hub, int fd) {
       start = kHeaderSize;
       length = static_cast<size_t>(header.len);
     } else {
-      if (in.empty()) return true;
-      if (in[0] != 0x30) return false;
-      if (in.size() < 2) return true;
-      size_t octets = in[1] < 0x80 ? 0 : in[1] & 0x7Fu;
-      if (octets > 2) return false;
-      if (in.size() < 2 + octets) return true;
-      size_t body = octets == 0 ? in[1] : 0;
-      for (size_t i = 0; i < octets; ++i) body = (body << 8) | in[2 + i];
+      long element = element_length(in.data(), in.size());
+      if (element < 0 || element > EVENT_MAX_MESSAGE) return false;
+      if (element == 0) return true;
       start = 0;
-      length = 2 + octets + body;
-      if (length > EVENT_MAX_MESSAGE) return false;
+      length = static_cast<size_t>(element);
     }
     if (in.size() < start + length) return true;
     std::vector<unsigned char> message(in.begin() + static_cast<long>(start),
@@ -242,6 +327,18 @@ bool take_messages(Hub &hub, int fd) {
 
 void accept_client(Hub &hub, int listener, Kind kind) {
   int fd = accept(listener, nullptr, nullptr);
+  if (fd < 0 && (errno == EMFILE || errno == ENFILE) && hub.spare_fd >= 0) {
+    // Out of descriptors: the connection would stay pending and poll would
+    // report it again at once, for ever.  Take it with the spare and close
+    // it, so the client learns at once.
+    close(hub.spare_fd);
+    fd = accept(listener, nullptr, nullptr);
+    if (fd >= 0) close(fd);
+    hub.spare_fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    ++hub.dropped[kNoDescriptor];
+    if (hub.verbose) printf("refused a connection: %s\n", strerror(EMFILE));
+    return;
+  }
   if (fd < 0) return;
   set_nonblocking(fd);
   const char *prefix = kind == Kind::Framed
@@ -263,8 +360,8 @@ void read_datagram(Hub &hub, int fd) {
   snprintf(name, sizeof name, "udp %s:%u", inet_ntoa(from.sin_addr), ntohs(from.sin_port));
   hub.endpoints[fd].name = name;
   if (n > EVENT_MAX_MESSAGE) {
-    if (hub.verbose) printf("dropped a datagram from %s: too large\n", name);
-    return;
+    ++hub.received;
+    return drop_message(hub, kTooLarge, static_cast<size_t>(n), name);
   }
   message.resize(static_cast<size_t>(n));
   relay(hub, fd, headerless(), message);
@@ -277,7 +374,10 @@ void read_client(Hub &hub, int fd) {
   if (n <= 0) return drop(hub, fd, n == 0 ? "end of stream" : strerror(errno));
   std::vector<unsigned char> &in = hub.endpoints[fd].in;
   in.insert(in.end(), chunk, chunk + n);
-  if (!take_messages(hub, fd)) drop(hub, fd, "not a framed trap stream");
+  if (!take_messages(hub, fd)) {
+    ++hub.dropped[kOutOfStep];
+    drop(hub, fd, kDropNames[kOutOfStep]);
+  }
 }
 
 void serve(Hub &hub) {
@@ -285,12 +385,25 @@ void serve(Hub &hub) {
   sigemptyset(&blocked);
   sigaddset(&blocked, SIGINT);
   sigaddset(&blocked, SIGTERM);
+  sigaddset(&blocked, SIGUSR1);
   sigprocmask(SIG_BLOCK, &blocked, &during_wait);
   struct sigaction action {};
   action.sa_handler = on_signal;
   sigaction(SIGINT, &action, nullptr);
   sigaction(SIGTERM, &action, nullptr);
+  sigaction(SIGUSR1, &action, nullptr);
   signal(SIGPIPE, SIG_IGN);
+  hub.spare_fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  // The library's decoder reports every message it refuses on standard
+  // error.  Junk traffic must not reach a terminal or, worse, block the hub
+  // on a pipe that nobody reads.
+  if (!hub.verbose) {
+    int null = open("/dev/null", O_WRONLY);
+    if (null >= 0) {
+      dup2(null, STDERR_FILENO);
+      close(null);
+    }
+  }
 
   printf("hubd-dev: ready\n");
   fflush(stdout);
@@ -298,7 +411,11 @@ void serve(Hub &hub) {
     std::vector<pollfd> waits;
     for (auto &[fd, endpoint] : hub.endpoints)
       waits.push_back({fd, static_cast<short>(POLLIN | (endpoint.out.empty() ? 0 : POLLOUT)), 0});
-    if (ppoll(waits.data(), waits.size(), nullptr, &during_wait) < 0) continue;
+    if (ppoll(waits.data(), waits.size(), nullptr, &during_wait) < 0) {
+      if (report_requested) print_counters(hub);
+      report_requested = 0;
+      continue;
+    }
     for (const pollfd &wait : waits) {
       if (wait.revents == 0 || hub.endpoints.count(wait.fd) == 0) continue;
       Endpoint &endpoint = hub.endpoints[wait.fd];
@@ -314,7 +431,7 @@ void serve(Hub &hub) {
           read_datagram(hub, wait.fd);
           break;
         default:
-          if (wait.revents & POLLOUT) flush(endpoint, wait.fd);
+          if (wait.revents & POLLOUT) flush(hub, endpoint, wait.fd);
           if (wait.revents & (POLLIN | POLLHUP | POLLERR)) read_client(hub, wait.fd);
           break;
       }
@@ -323,6 +440,7 @@ void serve(Hub &hub) {
   }
   for (auto &[fd, endpoint] : hub.endpoints) close(fd);
   if (!created_socket.empty()) unlink(created_socket.c_str());
+  print_counters(hub);
   printf("hubd-dev: stopped\n");
 }
 
@@ -333,13 +451,15 @@ int main(int argc, char **argv) {
                                    {"tcp", required_argument, nullptr, 't'},
                                    {"raw-tcp", required_argument, nullptr, 'r'},
                                    {"udp", required_argument, nullptr, 'd'},
+                                   {"max-queue", required_argument, nullptr, 'q'},
                                    {"verbose", no_argument, nullptr, 'v'},
+                                   {"version", no_argument, nullptr, 'V'},
                                    {"help", no_argument, nullptr, 'h'},
                                    {nullptr, 0, nullptr, 0}};
   Hub hub;
   std::vector<std::pair<Kind, std::string>> listeners;
   int option;
-  while ((option = getopt_long(argc, argv, "u:t:r:d:vh", options, nullptr)) != -1) {
+  while ((option = getopt_long(argc, argv, "u:t:r:d:q:vh", options, nullptr)) != -1) {
     switch (option) {
       case 'u':
         listeners.emplace_back(Kind::UnixListener, optarg);
@@ -353,9 +473,21 @@ int main(int argc, char **argv) {
       case 'd':
         listeners.emplace_back(Kind::Udp, optarg);
         break;
+      case 'q': {
+        char *end = nullptr;
+        errno = 0;
+        unsigned long long octets = strtoull(optarg, &end, 10);
+        if (*optarg == '\0' || *end != '\0' || errno != 0 || octets == 0 || octets > SIZE_MAX / 2)
+          fail("bad --max-queue '%s'", optarg);
+        hub.max_queued = static_cast<size_t>(octets);
+        break;
+      }
       case 'v':
         hub.verbose = true;
         break;
+      case 'V':
+        printf("hubd-dev %s\n", EVENTS_VERSION);
+        return 0;
       case 'h':
         usage(stdout);
         return 0;

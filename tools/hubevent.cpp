@@ -35,6 +35,7 @@ const char kUsage[] =
     "usage: hubevent send [OPTIONS] event NUMBER DESCRIPTION\n"
     "       hubevent send [OPTIONS] trap ENTERPRISE GENERIC SPECIFIC [OID TYPE VALUE]...\n"
     "       hubevent listen [OPTIONS]\n"
+    "       hubevent --version\n"
     "connection:\n"
     "  -t, --transport MODE  udp (1), unix (2), tcp (3), default (5) or raw (6); default 5\n"
     "  -n, --name NAME       daemon host (udp, tcp), socket path (unix) or\n"
@@ -92,14 +93,27 @@ long number(const char *text, const char *what, long low, long high, int base = 
   return value;
 }
 
+const struct {
+  const char *name;
+  int mode;
+} kTransports[] = {{"udp", EVENT_TRANS_UDP},
+                   {"unix", EVENT_TRANS_UNIX},
+                   {"tcp", EVENT_TRANS_TCP},
+                   {"default", EVENT_TRANS_DEFAULT},
+                   {"raw", EVENT_TRANS_TCP_RAW}};
+
 int transport(const char *text) {
-  static const struct {
-    const char *name;
-    int mode;
-  } modes[] = {{"udp", 1}, {"unix", 2}, {"tcp", 3}, {"default", 5}, {"raw", 6}};
-  for (const auto &mode : modes)
-    if (strcmp(text, mode.name) == 0) return mode.mode;
-  return static_cast<int>(number(text, "transport", 1, 6));
+  for (const auto &transport : kTransports)
+    if (strcmp(text, transport.name) == 0) return transport.mode;
+  int mode = static_cast<int>(number(text, "transport", EVENT_TRANS_UDP, EVENT_TRANS_TCP_RAW));
+  if (mode == EVENT_TRANS_HOOK) usage_error("transport 4 only receives, through a hook");
+  return mode;
+}
+
+const char *transport_name(int mode) {
+  for (const auto &transport : kTransports)
+    if (transport.mode == mode) return transport.name;
+  return "?";
 }
 
 bool parse_oid(const char *text, ObjectIdEMS *arcs, uint32_t *length) {
@@ -185,10 +199,15 @@ event_infoEMS connect_hub(const Options &options) {
   ei.status = options.status;
   ei.target = options.target;
   const char *name = options.name.empty() ? nullptr : options.name.c_str();
+  errno = 0;
   if (open_event(&ei, options.source, name, options.trans) < 0) {
+    const char *reason = errno != 0 ? strerror(errno) : "no such host or service";
     if (options.trans == EVENT_TRANS_DEFAULT)
-      failure("cannot connect to the default daemon (KZ_HUBD_SOCKET, or KZ_SERVER if KZ_CLIENT=1)");
-    failure("cannot connect by transport %d to %s", options.trans, name ? name : "(no name)");
+      failure(
+          "cannot connect to the default daemon (KZ_HUBD_SOCKET, or KZ_SERVER if KZ_CLIENT=1): %s",
+          reason);
+    failure("cannot connect by %s to %s: %s", transport_name(options.trans),
+            name ? name : "the local host", reason);
   }
   return ei;
 }
@@ -337,13 +356,14 @@ int listen_command(const Options &options, int argc) {
     int length = recv_event_hdr(&ei, &trap, vars, &header);
     if (length > 0) {
       print_trap(++received, length, *header, trap, vars);
-    } else if (length == 0) {
+    } else if (length == EVENT_RECV_CLOSED) {
       fprintf(stderr, "hubevent: the daemon closed the connection\n");
       status = 1;
       break;
-    } else if (length == -1 || length == -5 || length == -6) {
+    } else if (length == EVENT_RECV_ERROR || length == EVENT_RECV_NOT_SEQUENCE ||
+               length == EVENT_RECV_BAD_SIZE) {
       fprintf(stderr, "hubevent: skipped a message that is not a trap (%d)\n", length);
-      if (length == -1 && ei.trans == EVENT_TRANS_TCP_RAW) {
+      if (length == EVENT_RECV_ERROR && ei.trans == EVENT_TRANS_TCP_RAW) {
         status = 1;
         break;
       }
@@ -401,6 +421,10 @@ int main(int argc, char **argv) {
     fputs(kUsage, stdout);
     return 0;
   }
+  if (strcmp(argv[1], "--version") == 0) {
+    printf("hubevent %s\n", EVENTS_VERSION);
+    return 0;
+  }
   std::string command = argv[1];
   if (command != "send" && command != "listen") usage_error("unknown command '%s'", argv[1]);
 
@@ -420,7 +444,8 @@ int main(int argc, char **argv) {
         options.name = optarg;
         break;
       case 's':
-        options.source = static_cast<int>(number(optarg, "source", 1, 27));
+        options.source =
+            static_cast<int>(number(optarg, "source", EVENT_SOURCE_FIRST, EVENT_SOURCE_LAST));
         break;
       case kStatus:
         options.status = static_cast<int32_t>(number(optarg, "status", INT32_MIN, INT32_MAX));
@@ -447,6 +472,8 @@ int main(int argc, char **argv) {
         usage_error("bad option");
     }
   }
+  if (options.trans == EVENT_TRANS_UNIX && options.name.empty())
+    usage_error("-t unix needs the socket path: -n PATH");
   int rest = argc - optind;
   char **args = argv + optind;
   if (command == "listen") return listen_command(options, rest);

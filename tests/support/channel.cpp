@@ -100,6 +100,13 @@ int receive_within(event_infoEMS *ei, Trap *trap, trap_headerEMS *header,
   return result;
 }
 
+std::unique_ptr<ChildProcess> start_dev_hub(std::vector<std::string> options) {
+  options.insert(options.begin(), HUBD_DEV_PATH);
+  auto hub = std::make_unique<ChildProcess>(options);
+  EXPECT_NE(hub->wait_for_line("hubd-dev: ready", std::chrono::seconds(10)), "");
+  return hub;
+}
+
 std::vector<Received> receive_all(int fd, int trans) {
   event_infoEMS ei{};
   ei.sd = fd;

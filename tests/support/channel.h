@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -56,6 +57,9 @@ struct Received {
   trap_headerEMS header;
   Trap trap;
 };
+// The development hub with the given listeners, ready on return.
+std::unique_ptr<ChildProcess> start_dev_hub(std::vector<std::string> options);
+
 // Receives events from fd, framed for `trans`, until the peer closes;
 // fails the test if the stream does not end after whole events.
 std::vector<Received> receive_all(int fd, int trans);

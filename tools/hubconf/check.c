@@ -1,24 +1,31 @@
 /* hubconf check: reads a trap configuration file the way the library reads it.
  *
- *   hubconf check [FILE]
+ *   hubconf check [--strict] [FILE]
  *
  * Reads FILE (default: $KZHUBDCONF, else <configuration directory>/C/
  * hubd.conf) with read_trapspec_file.  On success prints what was loaded:
  * the display categories, the operator actions, each enterprise with its
  * number of trap formats, and the totals; exit status 0.  On failure prints
- * the library's error text (which names the line) and exits with 1; a
- * usage error exits with 2. */
+ * the library's error as FILE:LINE: message, so that editors can jump to
+ * it, and exits with 1; a usage error exits with 2.  Warnings about lines
+ * the library reads otherwise than they look go to standard error too;
+ * --strict makes them a failure. */
+#include <errno.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 
 #include "hubconf.h"
 #include "trp_format.h"
 
 static void usage(FILE *out) {
-  fputs("usage: hubconf check [FILE]\n"
-        "  Reads a trap configuration (default: $KZHUBDCONF, else the configuration\n"
-        "  directory's C/hubd.conf) and prints a summary, or the first error found.\n",
-        out);
+  fputs(
+      "usage: hubconf check [--strict] [FILE]\n"
+      "  Reads a trap configuration (default: $KZHUBDCONF, else the configuration\n"
+      "  directory's C/hubd.conf) and prints a summary, or the first error found.\n"
+      "  Warns about lines that read otherwise than they look; --strict fails on them.\n",
+      out);
 }
 
 static void print_oid(const ObjectIdEMS *oid, unsigned long length) {
@@ -66,34 +73,79 @@ static void print_summary(const char *file) {
          categories, numActionCommands, enterprises, formats, with_nodes);
 }
 
+/* Prints the library's error text as FILE:LINE: message, then the
+ * offending line; a text without line information as FILE: message. */
+static void print_error(const char *file, const char *error) {
+  const char *where = strstr(error, " in line #");
+  const char *rest;
+  char *end;
+  long line = where != NULL ? strtol(where + strlen(" in line #"), &end, 10) : 0;
+  if (line <= 0) {
+    fprintf(stderr, "%s: %s", file, error);
+    if (error[strlen(error) - 1] != '\n') fputc('\n', stderr);
+    return;
+  }
+  fprintf(stderr, "%s:%ld: %.*s\n", file, line, (int)(where - error), error);
+  /* Then the line itself, without the full stop the library ends it with. */
+  rest = strstr(end, ":\n");
+  if (rest != NULL && rest[2] != '\0') {
+    int length = (int)strlen(rest + 2);
+    if (length >= 2 && strcmp(rest + 2 + length - 2, ".\n") == 0) length -= 2;
+    fprintf(stderr, "  %.*s\n", length, rest + 2);
+  }
+}
+
 int hubconf_check(int argc, char **argv) {
   char *error = NULL;
   const char *file;
+  struct stat info;
+  int strict = 0, warnings;
 
   if (argc >= 2 && (strcmp(argv[1], "-h") == 0 || strcmp(argv[1], "--help") == 0)) {
     usage(stdout);
     return 0;
   }
-  if (argc > 2) {
+  if (argc >= 2 && strcmp(argv[1], "--strict") == 0) {
+    strict = 1;
+    --argc;
+    ++argv;
+  }
+  if (argc > 2 || (argc == 2 && argv[1][0] == '-')) {
     usage(stderr);
     return 2;
   }
   if (argc == 2) setHubdConfFile(argv[1]);
   file = getHubdConfFile();
 
+  /* A directory or a FIFO is refused before anything opens it: opening a
+   * FIFO would wait for a writer. */
+  if (stat(file, &info) != 0) {
+    fprintf(stderr, "%s: %s\n", file, strerror(errno));
+    return 1;
+  }
+  if (!S_ISREG(info.st_mode)) {
+    fprintf(stderr, "%s: %s\n", file,
+            S_ISDIR(info.st_mode) ? "is a directory" : "is not a regular file");
+    return 1;
+  }
+  warnings = hubconf_lint(file, stderr);
   if (read_trapspec_file(&error) != 0) {
     if (error != NULL && error[0] != '\0') {
-      fprintf(stderr, "hubconf: %s: %s", file, error);
-      if (error[strlen(error) - 1] != '\n') fputc('\n', stderr);
+      print_error(file, error);
     } else {
       /* The one failure the reader reports without a text of its own. */
       fprintf(stderr,
-              "hubconf: %s: a slot mapping is invalid: every line between %s and %s\n"
+              "%s: a slot mapping is invalid: every line between %s and %s\n"
               "must be \"name value\" with a blank between them, at most 100 lines per trap\n",
               file, smapKeyword, emapKeyword);
     }
     return 1;
   }
   print_summary(file);
+  if (strict && warnings > 0) {
+    fprintf(stderr, "%s: %d warning%s, and --strict was given\n", file, warnings,
+            warnings == 1 ? "" : "s");
+    return 1;
+  }
   return 0;
 }

@@ -4,6 +4,13 @@
 #ifndef HUBCONF_HUBCONF_H_
 #define HUBCONF_HUBCONF_H_
 
+#include <stdio.h>
+
 int hubconf_check(int argc, char **argv);
+
+/* Reads `file` as text and reports on `report`, as FILE:LINE: warning: ...,
+ * each line the library reads without an error but otherwise than it
+ * looks.  Returns the number of warnings. */
+int hubconf_lint(const char *file, FILE *report);
 
 #endif

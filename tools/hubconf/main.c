@@ -19,6 +19,7 @@ static const struct {
 static void usage(FILE *out) {
   size_t i;
   fputs("usage: hubconf COMMAND [ARGS]...\n"
+        "       hubconf --version\n"
         "  COMMAND --help describes one command.\n\ncommands:\n",
         out);
   for (i = 0; i < sizeof commands / sizeof commands[0]; ++i)
@@ -29,6 +30,10 @@ int main(int argc, char **argv) {
   size_t i;
   if (argc >= 2 && (strcmp(argv[1], "-h") == 0 || strcmp(argv[1], "--help") == 0)) {
     usage(stdout);
+    return 0;
+  }
+  if (argc == 2 && strcmp(argv[1], "--version") == 0) {
+    printf("hubconf %s\n", EVENTS_VERSION);
     return 0;
   }
   for (i = 0; argc >= 2 && i < sizeof commands / sizeof commands[0]; ++i)

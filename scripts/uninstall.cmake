@@ -1,0 +1,11 @@
+# Removes the files listed in an install manifest (cmake -DMANIFEST=... -P).
+if(NOT EXISTS "${MANIFEST}")
+  message(FATAL_ERROR "nothing to uninstall: ${MANIFEST} does not exist")
+endif()
+file(STRINGS "${MANIFEST}" installed)
+foreach(file ${installed})
+  if(EXISTS "${file}" OR IS_SYMLINK "${file}")
+    message(STATUS "Removing ${file}")
+    file(REMOVE "${file}")
+  endif()
+endforeach()

@@ -1,0 +1,194 @@
+// The development hub under careless and hostile clients: it relays one
+// checked trap per message, drops and counts the rest, bounds what slow
+// clients cost, and refuses what it cannot serve.
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "event.h"
+#include "support/channel.h"
+
+using namespace std::chrono_literals;
+using namespace testsupport;
+
+namespace {
+
+// The hub's counters line, asked for with SIGUSR1.
+std::string counters(ChildProcess &hub) {
+  kill(hub.pid(), SIGUSR1);
+  return hub.wait_for_line("hubd-dev: received", 5s);
+}
+
+// Writes all of `bytes`, as long as the peer keeps reading.
+bool write_all(int fd, const Bytes &bytes) {
+  for (size_t done = 0; done < bytes.size();) {
+    pollfd wait{fd, POLLOUT, 0};
+    if (poll(&wait, 1, 5000) != 1) return false;
+    ssize_t n = send(fd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (n <= 0) return false;
+    done += static_cast<size_t>(n);
+  }
+  return true;
+}
+
+// Whether the peer closes `fd` without sending anything first.
+bool closed_by_peer(int fd) {
+  pollfd wait{fd, POLLIN, 0};
+  char octet;
+  return poll(&wait, 1, 5000) == 1 && recv(fd, &octet, 1, 0) == 0;
+}
+
+int connect_tcp(const std::string &host, uint16_t port) {
+  int fd = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  inet_pton(AF_INET, host.c_str(), &address.sin_addr);
+  if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0) return fd;
+  close(fd);
+  return -1;
+}
+
+Bytes operator+(Bytes a, const Bytes &b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
+Bytes repeated(const Bytes &part, int times) {
+  Bytes all;
+  for (int i = 0; i < times; ++i) all.insert(all.end(), part.begin(), part.end());
+  return all;
+}
+
+struct Hub {
+  TempDir dir;
+  std::string path = dir.file("hub.sock"), host = unique_loopback();
+  uint16_t raw_port = static_cast<uint16_t>(18000 + getpid() % 800);
+  std::string raw_name = host + "+hub/" + std::to_string(raw_port);
+};
+
+TEST(DevHubLimits, RelaysOneCheckedTrapPerMessage) {
+  Hub setup;
+  UdpSocket sender;
+  uint16_t udp = free_udp_port();
+  auto hub = start_dev_hub({"--unix", setup.path, "--raw-tcp",
+                            setup.host + ":" + std::to_string(setup.raw_port), "--udp",
+                            "127.0.0.1:" + std::to_string(udp)});
+  event_infoEMS headerless{}, framed{};
+  ASSERT_GE(open_event(&headerless, EVENT_SOURCE_HUBD, setup.raw_name.c_str(), EVENT_TRANS_TCP_RAW),
+            0);
+  ASSERT_GE(open_event(&framed, 2, setup.path.c_str(), EVENT_TRANS_UNIX), 0);
+  Trap trap;
+  trap_headerEMS header;
+  ASSERT_GT(receive_within(&headerless, &trap, &header, 3s), 0) << "the connected event";
+
+  const Bytes message = sample_message(1);
+  sockaddr_in to{};
+  to.sin_family = AF_INET;
+  to.sin_port = htons(udp);
+  to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  // Each trap is followed by octets that belong to no element; a
+  // headerless client must still read every trap in step.
+  const Bytes tails[] = {{0x00}, {0x30, 0x03, 0x02}, {}, {0x30}};
+  for (const Bytes &tail : tails) {
+    SCOPED_TRACE(testing::PrintToString(tail));
+    Bytes datagram = message + tail;
+    ASSERT_EQ(sendto(sender.fd(), datagram.data(), datagram.size(), 0,
+                     reinterpret_cast<sockaddr *>(&to), sizeof to),
+              static_cast<ssize_t>(datagram.size()));
+    ASSERT_TRUE(
+        write_all(framed.sd, header_bytes(static_cast<int32_t>(datagram.size())) + datagram));
+    for (int copy = 0; copy < 2; ++copy) {
+      ASSERT_GT(receive_within(&headerless, &trap, &header, 3s), 0);
+      EXPECT_EQ(trap.info.specific, 17u);
+    }
+  }
+  EXPECT_NE(counters(*hub).find("relayed 9, dropped: not a trap 0, trailing octets 6,"),
+            std::string::npos);
+  close_event(&headerless);
+  close_event(&framed);
+}
+
+TEST(DevHubLimits, JunkNeitherStallsNorSwampsIt) {
+  Hub setup;
+  // The hub's output stays unread: its diagnostics must not block it.
+  auto hub = start_dev_hub({"--unix", setup.path, "--max-queue", "65536"});
+  event_infoEMS sender{}, listener{}, idle{};
+  ASSERT_GE(open_event(&listener, 2, setup.path.c_str(), EVENT_TRANS_UNIX), 0);
+  ASSERT_GE(open_event(&sender, 3, setup.path.c_str(), EVENT_TRANS_UNIX), 0);
+  const Bytes junk = header_bytes(5) + Bytes{0x30, 0x03, 0x02, 0x01, 0x00};
+  ASSERT_TRUE(write_all(sender.sd, repeated(junk, 20000))) << "the hub stopped reading";
+  const Bytes message = sample_message(5);
+  const Bytes framed = header_bytes(static_cast<int32_t>(message.size())) + message;
+  ASSERT_TRUE(write_all(sender.sd, framed));
+  Trap trap;
+  trap_headerEMS header;
+  do ASSERT_GT(receive_within(&listener, &trap, &header, 5s), 0);
+  while (trap.info.specific != 17u);
+  close_event(&listener);
+
+  // A client that never reads loses its connection, not the hub its memory.
+  ASSERT_GE(open_event(&idle, EVENT_SOURCE_HUBD, setup.path.c_str(), EVENT_TRANS_UNIX), 0);
+  ASSERT_TRUE(write_all(sender.sd, repeated(framed, 5000)));
+  std::string line = counters(*hub);
+  EXPECT_NE(line.find("not a trap 20000,"), std::string::npos) << line;
+  EXPECT_NE(line.find("client over queue limit 1,"), std::string::npos) << line;
+  close_event(&sender);
+  close(idle.sd);
+}
+
+TEST(DevHubLimits, RefusesWhatItCannotServe) {
+  Hub setup;
+  uint16_t udp = free_udp_port();
+  std::string tcp_port = std::to_string(setup.raw_port + 1000);
+  auto hub = start_dev_hub({"--raw-tcp", setup.host + ":" + std::to_string(setup.raw_port), "--tcp",
+                            tcp_port, "--udp", "127.0.0.1:" + std::to_string(udp)});
+
+  // The datagrams of a port are not shared with a second hub.
+  ChildProcess second({HUBD_DEV_PATH, "--udp", "127.0.0.1:" + std::to_string(udp)});
+  EXPECT_NE(second.wait_for_line("cannot listen", 5s), "");
+
+  // A bare port listens on loopback only.
+  int local = connect_tcp("127.0.0.1", static_cast<uint16_t>(std::stoi(tcp_port)));
+  EXPECT_GE(local, 0);
+  EXPECT_LT(connect_tcp(setup.host, static_cast<uint16_t>(std::stoi(tcp_port))), 0);
+  close(local);
+
+  // An indefinite length (0x80) is not read as 128 octets to come.
+  int raw = connect_tcp(setup.host, setup.raw_port);
+  ASSERT_TRUE(write_all(raw, {0x30, 0x80, 0x02, 0x01, 0x00, 0x00, 0x00}));
+  EXPECT_TRUE(closed_by_peer(raw));
+  close(raw);
+
+  EXPECT_NE(counters(*hub).find("stream out of step 1,"), std::string::npos);
+
+  // Out of descriptors (prlimit leaves the hub few), new connections are
+  // closed at once, not left pending while the hub spins.
+  std::string port = std::to_string(setup.raw_port + 2000);
+  ChildProcess limited({"prlimit", "--nofile=16", HUBD_DEV_PATH, "--raw-tcp", port});
+  ASSERT_NE(limited.wait_for_line("hubd-dev: ready", 10s), "");
+  std::vector<pollfd> clients;
+  for (int i = 0; i < 24; ++i)
+    clients.push_back(
+        {connect_tcp("127.0.0.1", static_cast<uint16_t>(std::stoi(port))), POLLIN, 0});
+  ASSERT_GT(poll(clients.data(), clients.size(), 5000), 0);
+  for (const pollfd &client : clients) {
+    if (client.revents != 0) {
+      EXPECT_TRUE(closed_by_peer(client.fd));
+    }
+    close(client.fd);
+  }
+  std::string line = counters(limited);
+  EXPECT_EQ(line.find("connection without descriptor 0"), std::string::npos) << line;
+}
+
+}  // namespace
