@@ -7,10 +7,15 @@
  * the display categories, the operator actions, each enterprise with its
  * number of trap formats, and the totals; exit status 0.  On failure prints
  * the library's error text (which names the line) and exits with 1; a
- * usage error exits with 2. */
+ * usage error exits with 2.  After a good read it also reports the alert
+ * mapping file ($VORAD_CONF, else vorad.conf in the configuration
+ * directory): how many formats it maps, or its error (exit status 1); a
+ * missing alert file is not an error. */
+#include <errno.h>
 #include <stdio.h>
 #include <string.h>
 
+#include "alert_mapping.h"
 #include "hubconf.h"
 #include "trp_format.h"
 
@@ -66,6 +71,30 @@ static void print_summary(const char *file) {
          categories, numActionCommands, enterprises, formats, with_nodes);
 }
 
+/* The reader keeps the alert mapping file's error after a good read of the
+ * configuration.  A missing file only means that no trap raises an alert. */
+static int report_alert_file(const char *error) {
+  FILE *fp = NULL;
+  char *path = NULL;
+  int mapped = 0;
+  const enterprise_info *enterprise;
+  const trap_record *record;
+  if (error[0] != '\0') {
+    if (open_vora_lock_file("r", &fp, &path) == -1 && errno == ENOENT) {
+      printf("no alert mapping file (%s)\n", path);
+      return 0;
+    }
+    if (fp != NULL) fclose(fp);
+    fprintf(stderr, "hubconf: alert mapping file: %s", error);
+    return 1;
+  }
+  for (enterprise = enterprise_list_head.next; enterprise != NULL; enterprise = enterprise->next)
+    for (record = enterprise->trap_rec_list_head.next; record != NULL; record = record->next)
+      mapped += record->alert_element != NULL;
+  printf("%d trap format%s mapped to alerts\n", mapped, mapped == 1 ? "" : "s");
+  return 0;
+}
+
 int hubconf_check(int argc, char **argv) {
   char *error = NULL;
   const char *file;
@@ -95,5 +124,5 @@ int hubconf_check(int argc, char **argv) {
     return 1;
   }
   print_summary(file);
-  return 0;
+  return report_alert_file(error);
 }

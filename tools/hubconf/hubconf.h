@@ -5,5 +5,13 @@
 #define HUBCONF_HUBCONF_H_
 
 int hubconf_check(int argc, char **argv);
+int hubconf_list(int argc, char **argv);
+int hubconf_show(int argc, char **argv);
+int hubconf_set(int argc, char **argv);
+int hubconf_delete(int argc, char **argv);
+int hubconf_delete_action(int argc, char **argv);
+
+/* The name of a severity number ("?" outside 0 to 5). */
+const char *hubconf_severity_name(int severity);
 
 #endif
