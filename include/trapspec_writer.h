@@ -5,10 +5,11 @@
  * model, write_trapspec_file on the locked stream (which closes it and
  * ends the lock), then sendFMTCHGevent so that hubd and the event displays
  * reload.  The lock is advisory: it keeps a second editor out, nothing
- * else.  The writer saves the previous content to "<file>.bak" before it
- * truncates the file and flushes the new content to disk before closing,
- * so a writer that dies part-way leaves the whole previous configuration
- * in the backup.  Not thread-safe. */
+ * else, and it holds while the reader opens and closes the file again.
+ * The writer saves the previous content to getHubdConfFile() with ".bak"
+ * appended before it truncates the file, and flushes the new content to
+ * disk before closing, so a writer that dies part-way leaves the whole
+ * previous configuration in the backup.  Not thread-safe. */
 #ifndef EVENTS_TRAPSPEC_WRITER_H
 #define EVENTS_TRAPSPEC_WRITER_H
 
