@@ -75,8 +75,7 @@ void check_lists() {
   each_trap([](enterprise_info *, trap_record *r) {
     const alert_record *last = nullptr;
     for (const alert_record *a = r->alert_element; a != nullptr; a = a->next) last = a;
-    if (r->alert_element != nullptr && (last->subvector != 0 || last->num_codepoints != 0))
-      abort();
+    if (r->alert_element != nullptr && (last->subvector != 0 || last->num_codepoints != 0)) abort();
   });
 }
 

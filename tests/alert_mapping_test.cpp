@@ -1,12 +1,13 @@
 // Alert mapping file reader: the lists it builds and every error text.
 
+#include "alert_mapping.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <string>
 #include <vector>
 
-#include "alert_mapping.h"
 #include "support/fixtures.h"
 #include "trp_format.h"
 
@@ -18,9 +19,10 @@ class AlertFile : public ::testing::Test {
  protected:
   void SetUp() override {
     free_all_info();
-    write_file(conf_, "cisco {1.3.6.1.4.1.9}\nenv {1.3.6.1.4.1.9.9.13}\n"
-                      "linkDown {1.3.6.1.4.1.9} 2 0 A 4 0 \"IGNORE\"\nf\nSDESC\nEDESC\n"
-                      "temp {1.3.6.1.4.1.9.9.13} 6 3 A 4 0 \"IGNORE\"\nf\nSDESC\nEDESC\n");
+    write_file(conf_,
+               "cisco {1.3.6.1.4.1.9}\nenv {1.3.6.1.4.1.9.9.13}\n"
+               "linkDown {1.3.6.1.4.1.9} 2 0 A 4 0 \"IGNORE\"\nf\nSDESC\nEDESC\n"
+               "temp {1.3.6.1.4.1.9.9.13} 6 3 A 4 0 \"IGNORE\"\nf\nSDESC\nEDESC\n");
     setHubdConfFile(conf_.c_str());
     setenv("VORAD_CONF", vora_.c_str(), 1);
   }
@@ -81,7 +83,8 @@ TEST_F(AlertFile, BuildsTheSubvectorListsOfEachTrap) {
   };
   check("linkDown", {{0x96, 0, {0x10a1, 0x1002}, {{1, "interface $1 of $A"}}},
                      {0x81, 0, {0x2001, 0x20c3}, {{2, ""}, {3, "x"}}}});
-  check("temp", {{0x92, 0x11, {0x3004}, {}}, {0x93, 0, {0x4001, -1}, {}}, {0x98, 0, {}, {{5, "load"}}}});
+  check("temp",
+        {{0x92, 0x11, {0x3004}, {}}, {0x93, 0, {0x4001, -1}, {}}, {0x98, 0, {}, {{5, "load"}}}});
 }
 
 TEST_F(AlertFile, EveryErrorNamesItsLine) {
@@ -100,7 +103,8 @@ TEST_F(AlertFile, EveryErrorNamesItsLine) {
       {"# c\nx {1.3.6.1.4.1.9.9} 2 0\n",
        "No such enterprise exact (7 vs 8) as defined in line #2 of\"" + vora_ +
            "\": x {1.3.6.1.4.1.9.9} 2 0\n"},
-      {"linkUp {1.3.6.1.4.1.9} 2 0\n", "Did not find a matching trap name at line #1" + where + "\n"},
+      {"linkUp {1.3.6.1.4.1.9} 2 0\n",
+       "Did not find a matching trap name at line #1" + where + "\n"},
       {head + "93 1 5\n", "Did not find a description line in line #2" + where + "\n"},
       {too_long, "Line #2" + where + " too long\n"},
       {head + "93 1 \"open text\n;\n", "Bad char in line #2" + where + ": 93 1 \"open text\n"},

@@ -70,24 +70,44 @@ TEST(Hubconf, SummaryOfAGoodFileAndTheLineOfABadOne) {
 TEST(Hubconf, EditCycle) {
   testsupport::TempDir dir;
   const std::string conf = dir.file("hubd.conf"), vora = dir.file("vorad.conf");
-  testsupport::write_file(conf, "ACTION 10 \"Ping\" ping $A\nSDESC\nEDESC\ncisco {1.3.6.1.4.1.9}\n"
-                                "linkDown {1.3.6.1.4.1.9} 2 0 A 4 0 \"IGNORE\"\nDown $1\nSDESC\nEDESC\n");
+  testsupport::write_file(conf,
+                          "ACTION 10 \"Ping\" ping $A\nSDESC\nEDESC\ncisco {1.3.6.1.4.1.9}\n"
+                          "linkDown {1.3.6.1.4.1.9} 2 0 A 4 0 \"IGNORE\"\nDown $1\nSDESC\nEDESC\n");
   testsupport::write_file(vora, "linkDown {1.3.6.1.4.1.9} 2 0\n93 1 5 ;\n");
   setenv("KZHUBDCONF", conf.c_str(), 1);
   setenv("VORAD_CONF", vora.c_str(), 1);
   setenv("KZ_HUBD_SOCKET", dir.file("no-hub.sock").c_str(), 1);
   unsetenv("KZ_CLIENT");
 
-  ToolRun added = hubconf({"set", "fanFail", "-e", "1.3.6.1.4.1.9", "-g", "6", "-s", "4", "-c",
-                           "IGNORE", "-S", "Major", "-f", "Fan $1 failed", "--exec", "/bin/true $A",
-                           "--nodes", "rtr-1, rtr-2", "--forward", "-d", "Fans.\nCheck them."},
+  ToolRun added = hubconf({"set",
+                           "fanFail",
+                           "-e",
+                           "1.3.6.1.4.1.9",
+                           "-g",
+                           "6",
+                           "-s",
+                           "4",
+                           "-c",
+                           "IGNORE",
+                           "-S",
+                           "Major",
+                           "-f",
+                           "Fan $1 failed",
+                           "--exec",
+                           "/bin/true $A",
+                           "--nodes",
+                           "rtr-1, rtr-2",
+                           "--forward",
+                           "-d",
+                           "Fans.\nCheck them."},
                           {"but cannot connect event to hubd", "hubd.conf written"});
   EXPECT_EQ(added.status, 0);
   for (const std::string &line : added.lines) EXPECT_NE(line, "");
   EXPECT_EQ(hubconf({"set", "fanFail", "--severity", "warning"}, {}).status, 0);
-  ToolRun shown = hubconf({"show", "fanFail"}, {"severity:    2 (Warning)", "format:      Fan $1",
-                                                "exec:        /bin/true $A", "forward:     yes",
-                                                "nodes:       rtr-1 rtr-2", "             Check them."});
+  ToolRun shown =
+      hubconf({"show", "fanFail"},
+              {"severity:    2 (Warning)", "format:      Fan $1", "exec:        /bin/true $A",
+               "forward:     yes", "nodes:       rtr-1 rtr-2", "             Check them."});
   for (const std::string &line : shown.lines) EXPECT_NE(line, "");
   EXPECT_NE(hubconf({"show", "linkDown"}, {"93 1 5  ;"}).lines[0], "");
 
@@ -112,9 +132,9 @@ TEST(Hubconf, EditCycle) {
   ASSERT_NE(held, nullptr);
   ASSERT_EQ(read_trapspec_file(&error), 0);
   const std::string before = testsupport::read_file(conf);
-  ToolRun refused = hubconf({"delete", "fanFail"},
-                            {"Another Event Configuration process is already running.",
-                             "Could not lock configuration file \"" + conf + "\"."});
+  ToolRun refused =
+      hubconf({"delete", "fanFail"}, {"Another Event Configuration process is already running.",
+                                      "Could not lock configuration file \"" + conf + "\"."});
   EXPECT_EQ(refused.status, 1);
   for (const std::string &line : refused.lines) EXPECT_NE(line, "");
   EXPECT_EQ(testsupport::read_file(conf), before);

@@ -2,13 +2,12 @@
 // bundled files, the editing helpers, the change notice through the
 // development hub, and a writer that dies or fails part-way.
 
+#include <gtest/gtest.h>
 #include <pwd.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <memory>
@@ -71,8 +70,8 @@ TEST_F(Writer, ExactTextOfAnEmptyModelAndOfEveryOptionalLine) {
   ASSERT_NE(fp, nullptr);
   ASSERT_EQ(write_trapspec_file(fp), 0);
   const std::string banner = "###################\n#\n# ";
-  const std::string head = "#\n# STAMP\n#\n" + banner + "enterprises:\n#\n" + banner +
-                           "display categories:\n#\n";
+  const std::string head =
+      "#\n# STAMP\n#\n" + banner + "enterprises:\n#\n" + banner + "display categories:\n#\n";
   const std::string enterprises = banner + "enterprises:\n#\n";
   const std::string formats = "#\n# User added trap formats:\n#\n";
   EXPECT_EQ(without_stamp(read_file(conf_)), head + enterprises + formats);
@@ -87,14 +86,17 @@ TEST_F(Writer, ExactTextOfAnEmptyModelAndOfEveryOptionalLine) {
       "BEGIN_SLOT_MAPPING\n sensor $1\n value $2\nEND_SLOT_MAPPING\n"
       "SDESC\nLine one.\nLine two.\nEDESC\n"
       "plain {1.3.6.1.4.1.9} 6 8 A 1 0 \"Status Events\"\nplain $A\nSDESC\nEDESC\n";
-  write_file(conf_, "CATEGORY 3 \"Status Events\"\nCATEGORY 12 \"Env\"\n"
-                    "ACTION 5 \"Ping\" ping -c 1 $A\nSDESC\nChecks the node.\nEDESC\n"
-                    "cisco {1.3.6.1.4.1.9}\n" + full);
+  write_file(conf_,
+             "CATEGORY 3 \"Status Events\"\nCATEGORY 12 \"Env\"\n"
+             "ACTION 5 \"Ping\" ping -c 1 $A\nSDESC\nChecks the node.\nEDESC\n"
+             "cisco {1.3.6.1.4.1.9}\n" +
+                 full);
   rewrite();
   EXPECT_EQ(without_stamp(read_file(conf_)),
             head + "CATEGORY 3 \"Status Events\"\nCATEGORY 9 \"IGNORE\"\nCATEGORY 12 \"Env\"\n" +
-                banner + "Operator Actions:\n#\nACTION 5 \"Ping\" ping -c 1 $A\n"
-                         "SDESC\nChecks the node.\nEDESC\n" +
+                banner +
+                "Operator Actions:\n#\nACTION 5 \"Ping\" ping -c 1 $A\n"
+                "SDESC\nChecks the node.\nEDESC\n" +
                 enterprises + "cisco {1.3.6.1.4.1.9}\n" + formats + full);
 }
 
@@ -129,8 +131,11 @@ TEST_F(Writer, EditingHelpers) {
     const char *text;
     int result;
     std::vector<unsigned> arcs;
-  } oid_cases[] = {{" .1.3.6,1 ", 0, {1, 3, 6, 1}}, {"1.3x", 1, {1, 3}}, {"", 0, {}},
-                   {"4294967295.2", 0, {4294967295u, 2}}, {"-1", 1, {}}};
+  } oid_cases[] = {{" .1.3.6,1 ", 0, {1, 3, 6, 1}},
+                   {"1.3x", 1, {1, 3}},
+                   {"", 0, {}},
+                   {"4294967295.2", 0, {4294967295u, 2}},
+                   {"-1", 1, {}}};
   for (const OidCase &c : oid_cases) {
     unsigned oid[8];
     unsigned long length = 99;
@@ -140,11 +145,12 @@ TEST_F(Writer, EditingHelpers) {
   std::vector<unsigned> long_oid(101, 7);
   EXPECT_EQ(std::string(oid_to_string(long_oid.data(), 101)).size(), 100 * 2 - 1u);
 
-  write_file(conf_, "ACTION 1 \"a\" x\nSDESC\nEDESC\nACTION 2 \"b\" y\nSDESC\nEDESC\n"
-                    "e1 {1.3.6.1.4.1.9}\n"
-                    "t1 {1.3.6.1.4.1.9} 2 0 A 1 0 \"IGNORE\"\nf\nSDESC\nEDESC\n"
-                    "t2 {1.3.6.1.4.1.9} 6 5 A 1 0 \"IGNORE\"\nf\nSDESC\nEDESC\n"
-                    "t3 {1.3.6.1.4.1.9} 6 9 A 1 0 \"IGNORE\"\nf\nSDESC\nEDESC\n");
+  write_file(conf_,
+             "ACTION 1 \"a\" x\nSDESC\nEDESC\nACTION 2 \"b\" y\nSDESC\nEDESC\n"
+             "e1 {1.3.6.1.4.1.9}\n"
+             "t1 {1.3.6.1.4.1.9} 2 0 A 1 0 \"IGNORE\"\nf\nSDESC\nEDESC\n"
+             "t2 {1.3.6.1.4.1.9} 6 5 A 1 0 \"IGNORE\"\nf\nSDESC\nEDESC\n"
+             "t3 {1.3.6.1.4.1.9} 6 9 A 1 0 \"IGNORE\"\nf\nSDESC\nEDESC\n");
   char *error = nullptr;
   ASSERT_EQ(read_trapspec_file(&error), 0) << error;
   enterprise_info *e = nullptr;

@@ -275,9 +275,8 @@ class ListBuilder {
       if (!take(&dataid)) return false;
       if (next_text_ >= body_.texts.size()) {
         // The texts for causes and for the other keys differ by a blank.
-        fail(is_cause(record->subvector)
-                 ? "Not enough Detailed Data subfields defined around line"
-                 : "Not enough Detailed Data subfields defined aroundline");
+        fail(is_cause(record->subvector) ? "Not enough Detailed Data subfields defined around line"
+                                         : "Not enough Detailed Data subfields defined aroundline");
         return false;
       }
       auto *entry = static_cast<detailed_data_record *>(doMalloc(sizeof(detailed_data_record)));
@@ -311,11 +310,11 @@ int read_record(FILE *fp, int *line_number) {
   char name[kLineSize], oid_text[kLineSize + 1], extra;
   int generic;
   unsigned long specific;
-  int matched = sscanf(line, "%s {%[^}]} %d %lu %c", name, oid_text + 1, &generic, &specific,
-                       &extra);
+  int matched =
+      sscanf(line, "%s {%[^}]} %d %lu %c", name, oid_text + 1, &generic, &specific, &extra);
   if (matched != 4) {
-    set_error("Bad name line in line #%d of \"%s\": %s\n(matched %d, not%d tokens)\n",
-              *line_number, vora.path, line, matched, 4);
+    set_error("Bad name line in line #%d of \"%s\": %s\n(matched %d, not%d tokens)\n", *line_number,
+              vora.path, line, matched, 4);
     return -1;
   }
   const char *identifier = oid_text + 1;
@@ -332,8 +331,8 @@ int read_record(FILE *fp, int *line_number) {
   enterprise_info *enterprise;
   find_enterprise(oid, static_cast<unsigned long>(oid_len), &enterprise);
   if (enterprise == nullptr) {
-    set_error("No such enterprise as defined in line #%d of \"%s\": %s\n", *line_number,
-              vora.path, line);
+    set_error("No such enterprise as defined in line #%d of \"%s\": %s\n", *line_number, vora.path,
+              line);
     return -1;
   }
   if (enterprise->oid_len != static_cast<unsigned long>(oid_len)) {
@@ -342,8 +341,7 @@ int read_record(FILE *fp, int *line_number) {
     return -1;
   }
   if (nameToExactTrap(name) == nullptr) {
-    set_error("Did not find a matching trap name at line #%d of \"%s\"\n", *line_number,
-              vora.path);
+    set_error("Did not find a matching trap name at line #%d of \"%s\"\n", *line_number, vora.path);
     return -1;
   }
   Body body;
@@ -351,8 +349,7 @@ int read_record(FILE *fp, int *line_number) {
   while (scan == Scan::kMore) {
     got = events::read_config_line(line, kLineSize, fp, line_number, vora.path, nullptr);
     if (got == 0) {
-      set_error("Did not find a description line in line #%d of \"%s\"\n", *line_number,
-                vora.path);
+      set_error("Did not find a description line in line #%d of \"%s\"\n", *line_number, vora.path);
       return -1;
     }
     if (got < 0) {
@@ -454,8 +451,8 @@ EVENTS_EXPORT int read_voraspec_file(char **errstring_ptr) {
   return result;
 }
 
-EVENTS_EXPORT int insert_malloc_alert_record(enterprise_info * /*enterprise_ptr*/,
-                                             char *alertname, int /*generic*/, int /*specific*/,
+EVENTS_EXPORT int insert_malloc_alert_record(enterprise_info * /*enterprise_ptr*/, char *alertname,
+                                             int /*generic*/, int /*specific*/,
                                              alert_record *alert_record_ptr) {
   trap_record *trap = nameToExactTrap(alertname);
   if (trap == nullptr) return -1;
@@ -483,8 +480,7 @@ EVENTS_EXPORT int write_voraspec_file(char **conffile_ptr) {
     return -3;
   }
   if (ftruncate(fileno(fp), 0) != 0) {
-    fprintf(stderr, "Cannot truncate alert mapping file \"%s\": %s\n", vora.path,
-            strerror(errno));
+    fprintf(stderr, "Cannot truncate alert mapping file \"%s\": %s\n", vora.path, strerror(errno));
     release_lock(fp);
     return -3;
   }
@@ -506,7 +502,8 @@ EVENTS_EXPORT int write_voraspec_file(char **conffile_ptr) {
     error = errno;
   }
   if (flushed != 0) {
-    fprintf(stderr, "Cannot write alert mapping file \"%s\" (%s); the previous mapping is in \"%s\"\n",
+    fprintf(stderr,
+            "Cannot write alert mapping file \"%s\" (%s); the previous mapping is in \"%s\"\n",
             vora.path, strerror(error), events::backup_path(vora.path).c_str());
     return -3;
   }

@@ -106,8 +106,9 @@ void write_header(FILE *fp) {
   strftime(when, sizeof when, "%a %b %d %H:%M:%S %Y", &local);
   // A user without a password entry is written with an empty name.
   const struct passwd *user = getpwuid(geteuid());
-  if (fprintf(fp, "#\n# Created by qwmtrap at %s by %s\n#\n###################\n#\n"
-                  "# enterprises:\n#\n",
+  if (fprintf(fp,
+              "#\n# Created by qwmtrap at %s by %s\n#\n###################\n#\n"
+              "# enterprises:\n#\n",
               when, user != nullptr ? user->pw_name : "") < 0)
     fprintf(stderr, "Cannot write to hubdconf file\n");
 }
@@ -145,9 +146,10 @@ EVENTS_EXPORT FILE *lockHubdConfFile(char **errmsg) {
   FILE *fp = fopenConfFile("r+", &path);
   if (fp == nullptr) {
     int error = errno;
-    *errmsg = doStrdup(catalog_message(1, 7, "Could not open configuration file \"%s\".\nError %d: %s.\n",
-                                       path, error, strerror(error))
-                           .c_str());
+    *errmsg =
+        doStrdup(catalog_message(1, 7, "Could not open configuration file \"%s\".\nError %d: %s.\n",
+                                 path, error, strerror(error))
+                     .c_str());
     return nullptr;
   }
   // An open-file-description lock rather than a process lock: the edit
@@ -197,7 +199,8 @@ EVENTS_EXPORT int write_trapspec_file(FILE *fp) {
     error = errno;
   }
   if (flushed != 0) {
-    fprintf(stderr, "Cannot write to hubdconf file\n(%s); the previous configuration is in \"%s\"\n",
+    fprintf(stderr,
+            "Cannot write to hubdconf file\n(%s); the previous configuration is in \"%s\"\n",
             strerror(error), events::backup_path(path).c_str());
     return -1;
   }
@@ -267,8 +270,7 @@ EVENTS_EXPORT int deleteTrapRecord(char *trapName) {
 
 EVENTS_EXPORT int deleteTrapAction(char *actionTitle) {
   int found = 0;
-  while (found < numActionCommands && strcmp(actionCommands[found].name, actionTitle) != 0)
-    ++found;
+  while (found < numActionCommands && strcmp(actionCommands[found].name, actionTitle) != 0) ++found;
   if (found == numActionCommands) return 1;
   freeAction(&actionCommands[found]);
   memmove(&actionCommands[found], &actionCommands[found + 1],
@@ -323,8 +325,8 @@ EVENTS_EXPORT char *oid_to_string(unsigned int *oid, unsigned long oid_len) {
   size_t used = 0;
   unsigned long count = oid_len < kMaxWrittenArcs ? oid_len : kMaxWrittenArcs;
   for (unsigned long i = 0; i < count && used < sizeof state.oid_text; ++i) {
-    int wrote = snprintf(text + used, sizeof state.oid_text - used, i + 1 < count ? "%u." : "%u",
-                         oid[i]);
+    int wrote =
+        snprintf(text + used, sizeof state.oid_text - used, i + 1 < count ? "%u." : "%u", oid[i]);
     if (wrote < 0) break;
     used += static_cast<size_t>(wrote);
   }
@@ -338,8 +340,8 @@ EVENTS_EXPORT int sendFMTCHGevent(char *progname, int source, char **errorMsg) {
       catalog_message(1, 9, "%s changed format file \"%s\"", text_or_empty(progname), file);
   event_infoEMS connection = {};
   connection.sd = -1;
-  int opened = open_event(&connection, source & 0xffff, "/usr/KZ/sockets/hubd.socket",
-                          EVENT_TRANS_DEFAULT);
+  int opened =
+      open_event(&connection, source & 0xffff, "/usr/KZ/sockets/hubd.socket", EVENT_TRANS_DEFAULT);
   // The log names the routine without the G of the function's name.
   KZuLogS(2, kLogSubsystem, kLogCatalog, 1, 0, "SendFMTCHevent() open event %d.\n", opened);
   const char *failed = nullptr;

@@ -103,26 +103,27 @@ struct set_request {
 };
 
 static void set_usage(FILE *out) {
-  fputs("usage: hubconf set NAME [OPTION]...\n"
-        "  Adds the trap format NAME, or changes the options given of an existing one.\n"
-        "  A new format needs --enterprise, --generic, --specific, --category, --format.\n"
-        "  -e, --enterprise NAME|OID  a configured enterprise, by name or dotted number\n"
-        "  -g, --generic N            generic trap number\n"
-        "  -s, --specific N           specific trap number\n"
-        "  -c, --category NAME        display category (as CATEGORY lines name them)\n"
-        "  -S, --severity N|NAME      0-5 or Cleared, Indeterminate, Warning, Minor,\n"
-        "                             Critical, Major (default 1)\n"
-        "  -f, --format TEXT          event-log format (one line, $-references)\n"
-        "      --exec TEXT            command to run (\"\" removes it)\n"
-        "      --display TEXT         pop-up message (\"\" removes it)\n"
-        "      --nodes LIST           node names or /path lists, blank or comma separated\n"
-        "                             (\"\" removes the limit)\n"
-        "      --forward, --no-forward  forward the event or not (default not)\n"
-        "      --event-class TEXT     event class (\"\" removes it)\n"
-        "  -d, --description TEXT     long description (may span lines)\n"
-        "      --source C             one-character source code (default A)\n"
-        "      --status N             status flag (default 0)\n",
-        out);
+  fputs(
+      "usage: hubconf set NAME [OPTION]...\n"
+      "  Adds the trap format NAME, or changes the options given of an existing one.\n"
+      "  A new format needs --enterprise, --generic, --specific, --category, --format.\n"
+      "  -e, --enterprise NAME|OID  a configured enterprise, by name or dotted number\n"
+      "  -g, --generic N            generic trap number\n"
+      "  -s, --specific N           specific trap number\n"
+      "  -c, --category NAME        display category (as CATEGORY lines name them)\n"
+      "  -S, --severity N|NAME      0-5 or Cleared, Indeterminate, Warning, Minor,\n"
+      "                             Critical, Major (default 1)\n"
+      "  -f, --format TEXT          event-log format (one line, $-references)\n"
+      "      --exec TEXT            command to run (\"\" removes it)\n"
+      "      --display TEXT         pop-up message (\"\" removes it)\n"
+      "      --nodes LIST           node names or /path lists, blank or comma separated\n"
+      "                             (\"\" removes the limit)\n"
+      "      --forward, --no-forward  forward the event or not (default not)\n"
+      "      --event-class TEXT     event class (\"\" removes it)\n"
+      "  -d, --description TEXT     long description (may span lines)\n"
+      "      --source C             one-character source code (default A)\n"
+      "      --status N             status flag (default 0)\n",
+      out);
 }
 
 static int parse_int(const char *text, int *value) {
@@ -153,24 +154,23 @@ static int one_line(const char *option, const char *text) {
 }
 
 static int parse_set(int argc, char **argv, struct set_request *request) {
-  static const struct option options[] = {
-      {"enterprise", required_argument, NULL, 'e'},
-      {"generic", required_argument, NULL, 'g'},
-      {"specific", required_argument, NULL, 's'},
-      {"category", required_argument, NULL, 'c'},
-      {"severity", required_argument, NULL, 'S'},
-      {"format", required_argument, NULL, 'f'},
-      {"description", required_argument, NULL, 'd'},
-      {"exec", required_argument, NULL, OPT_EXEC},
-      {"display", required_argument, NULL, OPT_DISPLAY},
-      {"nodes", required_argument, NULL, OPT_NODES},
-      {"forward", no_argument, NULL, OPT_FORWARD},
-      {"no-forward", no_argument, NULL, OPT_NO_FORWARD},
-      {"event-class", required_argument, NULL, OPT_EVENT_CLASS},
-      {"source", required_argument, NULL, OPT_SOURCE},
-      {"status", required_argument, NULL, OPT_STATUS},
-      {"help", no_argument, NULL, 'h'},
-      {NULL, 0, NULL, 0}};
+  static const struct option options[] = {{"enterprise", required_argument, NULL, 'e'},
+                                          {"generic", required_argument, NULL, 'g'},
+                                          {"specific", required_argument, NULL, 's'},
+                                          {"category", required_argument, NULL, 'c'},
+                                          {"severity", required_argument, NULL, 'S'},
+                                          {"format", required_argument, NULL, 'f'},
+                                          {"description", required_argument, NULL, 'd'},
+                                          {"exec", required_argument, NULL, OPT_EXEC},
+                                          {"display", required_argument, NULL, OPT_DISPLAY},
+                                          {"nodes", required_argument, NULL, OPT_NODES},
+                                          {"forward", no_argument, NULL, OPT_FORWARD},
+                                          {"no-forward", no_argument, NULL, OPT_NO_FORWARD},
+                                          {"event-class", required_argument, NULL, OPT_EVENT_CLASS},
+                                          {"source", required_argument, NULL, OPT_SOURCE},
+                                          {"status", required_argument, NULL, OPT_STATUS},
+                                          {"help", no_argument, NULL, 'h'},
+                                          {NULL, 0, NULL, 0}};
   int option;
   memset(request, 0, sizeof *request);
   request->severity = request->source = request->status = request->forward = -1;
@@ -178,26 +178,59 @@ static int parse_set(int argc, char **argv, struct set_request *request) {
   while ((option = getopt_long(argc, argv, "e:g:s:c:S:f:d:h", options, NULL)) != -1) {
     int ok = 1;
     switch (option) {
-      case 'e': request->enterprise = optarg; break;
-      case 'g': ok = request->has_generic = parse_int(optarg, &request->generic); break;
-      case 's': ok = request->has_specific = parse_int(optarg, &request->specific); break;
-      case 'c': request->category = optarg; break;
-      case 'S': ok = parse_severity(optarg, &request->severity); break;
-      case 'f': request->format = optarg; break;
-      case 'd': request->description = optarg; break;
-      case OPT_EXEC: request->exec = optarg; break;
-      case OPT_DISPLAY: request->display = optarg; break;
-      case OPT_NODES: request->nodes = optarg; break;
-      case OPT_FORWARD: request->forward = 1; break;
-      case OPT_NO_FORWARD: request->forward = 0; break;
-      case OPT_EVENT_CLASS: request->event_class = optarg; break;
+      case 'e':
+        request->enterprise = optarg;
+        break;
+      case 'g':
+        ok = request->has_generic = parse_int(optarg, &request->generic);
+        break;
+      case 's':
+        ok = request->has_specific = parse_int(optarg, &request->specific);
+        break;
+      case 'c':
+        request->category = optarg;
+        break;
+      case 'S':
+        ok = parse_severity(optarg, &request->severity);
+        break;
+      case 'f':
+        request->format = optarg;
+        break;
+      case 'd':
+        request->description = optarg;
+        break;
+      case OPT_EXEC:
+        request->exec = optarg;
+        break;
+      case OPT_DISPLAY:
+        request->display = optarg;
+        break;
+      case OPT_NODES:
+        request->nodes = optarg;
+        break;
+      case OPT_FORWARD:
+        request->forward = 1;
+        break;
+      case OPT_NO_FORWARD:
+        request->forward = 0;
+        break;
+      case OPT_EVENT_CLASS:
+        request->event_class = optarg;
+        break;
       case OPT_SOURCE:
         ok = strlen(optarg) == 1 && optarg[0] != ' ';
         request->source = (unsigned char)optarg[0];
         break;
-      case OPT_STATUS: ok = parse_int(optarg, &request->status); break;
-      case 'h': set_usage(stdout); return 0;
-      default: ok = 0; optarg = NULL; break;
+      case OPT_STATUS:
+        ok = parse_int(optarg, &request->status);
+        break;
+      case 'h':
+        set_usage(stdout);
+        return 0;
+      default:
+        ok = 0;
+        optarg = NULL;
+        break;
     }
     if (!ok) {
       if (optarg != NULL) fprintf(stderr, "hubconf set: bad value \"%s\"\n", optarg);
@@ -212,8 +245,7 @@ static int parse_set(int argc, char **argv, struct set_request *request) {
   request->name = argv[optind];
   if (request->name[0] == '\0' || strlen(request->name) >= TRAP_NAME_SIZE ||
       strpbrk(request->name, " \t\r\n{\"") != NULL) {
-    fprintf(stderr, "hubconf set: a name is one word of 1 to %d characters\n",
-            TRAP_NAME_SIZE - 1);
+    fprintf(stderr, "hubconf set: a name is one word of 1 to %d characters\n", TRAP_NAME_SIZE - 1);
     return 2;
   }
   if (!one_line("--format", request->format) || !one_line("--exec", request->exec) ||
@@ -263,7 +295,8 @@ static int description_ok(const char *text) {
   size_t keyword = strlen(edescKeyword);
   while (line != NULL) {
     line += strspn(line, " \t");
-    if (strncmp(line, edescKeyword, keyword) == 0 && (line[keyword] == '\n' || line[keyword] == '\0')) {
+    if (strncmp(line, edescKeyword, keyword) == 0 &&
+        (line[keyword] == '\n' || line[keyword] == '\0')) {
       fprintf(stderr, "hubconf set: the description may not hold a line \"%s\"\n", edescKeyword);
       return 0;
     }
@@ -315,10 +348,12 @@ static int apply_set(const void *data, int *alerts_changed) {
   alert_record *alert;
   char *name = (char *)request->name;
 
-  if (!exists && (request->enterprise == NULL || !request->has_generic ||
-                  !request->has_specific || request->category == NULL || request->format == NULL)) {
-    fprintf(stderr, "hubconf set: \"%s\" is new: give --enterprise, --generic, --specific, "
-                    "--category and --format\n", request->name);
+  if (!exists && (request->enterprise == NULL || !request->has_generic || !request->has_specific ||
+                  request->category == NULL || request->format == NULL)) {
+    fprintf(stderr,
+            "hubconf set: \"%s\" is new: give --enterprise, --generic, --specific, "
+            "--category and --format\n",
+            request->name);
     return 2;
   }
   enterprise = request->enterprise != NULL ? find_configured_enterprise(request->enterprise)
@@ -353,8 +388,8 @@ static int apply_set(const void *data, int *alerts_changed) {
                 : exists                     ? old->wbxClassName
                                              : NULL;
   description = request->description != NULL ? request->description
-                : exists                      ? old->trapDescription
-                                              : NULL;
+                : exists                     ? old->trapDescription
+                                             : NULL;
   if (exists && old->slotMap != NULL) {
     slot_count = old->slotMap->slotCnt;
     slot_names = doMalloc((unsigned)sizeof(char *) * (unsigned)(slot_count + 1));
@@ -378,15 +413,15 @@ static int apply_set(const void *data, int *alerts_changed) {
     int forward = request->forward >= 0 ? request->forward : exists ? old->forward : 0;
     alert = exists ? old->alert_element : NULL;
     if (exists) {
-      *alerts_changed = alert != NULL && (enterprise != old_enterprise ||
-                                          generic != old->generic_trap ||
-                                          specific != old->specific_trap);
+      *alerts_changed =
+          alert != NULL && (enterprise != old_enterprise || generic != old->generic_trap ||
+                            specific != old->specific_trap);
       old->alert_element = NULL;
       deleteTrapRecord(name);
     }
-    insertMallocTrapRecord(enterprise, name, generic, specific, node_count, nodes, category,
-                           source, format, exec_copy, display_copy, description_copy, severity,
-                           status, forward, class_copy, slot_count, slot_names, slot_values);
+    insertMallocTrapRecord(enterprise, name, generic, specific, node_count, nodes, category, source,
+                           format, exec_copy, display_copy, description_copy, severity, status,
+                           forward, class_copy, slot_count, slot_names, slot_values);
     doFree(class_copy);
   }
   doFree(slot_names);

@@ -39,9 +39,10 @@ int hubconf_list(int argc, char **argv) {
   const enterprise_info *e;
   const trap_record *r;
   if (wants_help(argc, argv)) {
-    fputs("usage: hubconf list\n  Lists every trap format: name, enterprise, generic/specific,"
-          " severity,\n  category, and whether it is limited to nodes or mapped to an alert.\n",
-          stdout);
+    fputs(
+        "usage: hubconf list\n  Lists every trap format: name, enterprise, generic/specific,"
+        " severity,\n  category, and whether it is limited to nodes or mapped to an alert.\n",
+        stdout);
     return 0;
   }
   if (argc != 1) {
@@ -92,8 +93,7 @@ static void show_record(const enterprise_info *e, trap_record *r) {
   printf("%s\n", r->nodeCnt == 0 ? "(every node)" : "");
   printf("%-13s%s\n", "event class:", r->wbxClassName != NULL ? r->wbxClassName : "");
   for (i = 0; r->slotMap != NULL && i < r->slotMap->slotCnt; ++i)
-    printf("%-13s%s %s\n", i == 0 ? "slots:" : "", r->slotMap->slotName[i],
-           r->slotMap->slotVal[i]);
+    printf("%-13s%s %s\n", i == 0 ? "slots:" : "", r->slotMap->slotName[i], r->slotMap->slotVal[i]);
   print_lines("description:", r->trapDescription != NULL ? r->trapDescription : "");
   if (r->alert_element == NULL) {
     printf("%-13s(none)\n", "alert:");
@@ -107,9 +107,10 @@ int hubconf_show(int argc, char **argv) {
   trap_record *record;
   enterprise_info *enterprise;
   if (wants_help(argc, argv)) {
-    fputs("usage: hubconf show NAME\n  Prints every field of the trap format NAME, its node "
-          "list and its alert\n  mapping (as the alert mapping file writes it).\n",
-          stdout);
+    fputs(
+        "usage: hubconf show NAME\n  Prints every field of the trap format NAME, its node "
+        "list and its alert\n  mapping (as the alert mapping file writes it).\n",
+        stdout);
     return 0;
   }
   if (argc != 2) {
