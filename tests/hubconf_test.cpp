@@ -124,6 +124,7 @@ TEST(Hubconf, EditCycle) {
   EXPECT_EQ(hubconf({"set"}, {}).status, 2);
   EXPECT_EQ(hubconf({"set", "new", "-g", "1"}, {"give --enterprise"}).status, 2);
   EXPECT_EQ(hubconf({"set", "fanFail", "-g", "x"}, {}).status, 2);
+  EXPECT_EQ(hubconf({"set", "fanFail", "-d", "a\n# b"}, {}).status, 2);
 
   // A lock held by this process, across a read that opens and closes the
   // file again, keeps the tool out; the file stays as it was.

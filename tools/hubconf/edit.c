@@ -289,15 +289,18 @@ static const char *raw(const trap_element *element) {
   return element != NULL ? element->rawstring : NULL;
 }
 
-/* The description must not hold a line that ends its block in the file. */
+/* The description must not hold a line that the reader would take for the
+ * end of its block or for a comment. */
 static int description_ok(const char *text) {
   const char *line = text;
   size_t keyword = strlen(edescKeyword);
   while (line != NULL) {
     line += strspn(line, " \t");
-    if (strncmp(line, edescKeyword, keyword) == 0 &&
-        (line[keyword] == '\n' || line[keyword] == '\0')) {
-      fprintf(stderr, "hubconf set: the description may not hold a line \"%s\"\n", edescKeyword);
+    if (line[0] == '#' || (strncmp(line, edescKeyword, keyword) == 0 &&
+                           (line[keyword] == '\n' || line[keyword] == '\0'))) {
+      fprintf(stderr,
+              "hubconf set: no line of the description may be \"%s\" or begin with \"#\"\n",
+              edescKeyword);
       return 0;
     }
     line = strchr(line, '\n');
