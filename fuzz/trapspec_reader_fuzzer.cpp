@@ -24,6 +24,7 @@ void set_up() {
   char path[64];
   snprintf(path, sizeof path, "/proc/self/fd/%d", conf_fd);
   setHubdConfFile(path);
+  setenv("VORAD_CONF", "/dev/null", 1);  // an empty alert mapping: the read ends clean
   FILE *list = fopen("/tmp/trapspec_fuzz_nodes.list", "w");
   if (list != nullptr) {
     fputs("# nodes\nhostA extra\n\n  hostB\n", list);

@@ -3,6 +3,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "alert_mapping.h"
 #include "asn1.h"
 #include "env_probe.h"
 #include "event.h"
@@ -13,6 +14,7 @@
 #include "snmp_call.h"
 #include "snmp_clnt.h"
 #include "trp_format.h"
+#include "trapspec_writer.h"
 
 _Static_assert(sizeof(trap_arg) == 8, "format argument layout");
 _Static_assert(sizeof(((trap_record *)0)->name) == TRAP_NAME_SIZE, "trap name size");
@@ -73,6 +75,15 @@ int main(void) {
     freeTrapElementContents(&element);
     CHECK(ICFEvtTimeInt2String(&ticks, text) == 0 && strcmp(text, "2m") == 0);
     CHECK(isCnode() == 0 && trpFormatExpandSourceFiles == 1);
+  }
+  {
+    unsigned int oid[4];
+    unsigned long oid_len = 0;
+    alert_record terminator;
+    CHECK(cname_to_oid((char *)"1.3.6.1", oid, &oid_len) == 0 && oid_len == 4);
+    CHECK(strcmp(oid_to_string(oid, oid_len), "1.3.6.1") == 0);
+    memset(&terminator, 0, sizeof terminator);
+    CHECK(insert_malloc_alert_record(NULL, (char *)"absent", 0, 0, &terminator) == -1);
   }
   return 0;
 }

@@ -12,6 +12,8 @@
 #include <vector>
 
 #include "support/fixtures.h"
+#include "trapspec_writer.h"
+#include "trp_format.h"
 
 namespace {
 
@@ -116,6 +118,86 @@ TEST(Hubconf, WarnsAboutLinesThatReadOtherwiseThanTheyLook) {
   ToolRun failed = hubconf({"check", file}, {":4: warning: blanks after SDESC", ":4: Did not find"});
   EXPECT_EQ(failed.status, 1);
   for (const std::string &line : failed.lines) EXPECT_NE(line, "");
+}
+
+// The edit cycle end to end: set, show, delete and delete-action on real
+// files, the alert file kept in step, and the messages of the library.
+TEST(Hubconf, EditCycle) {
+  testsupport::TempDir dir;
+  const std::string conf = dir.file("hubd.conf"), vora = dir.file("vorad.conf");
+  testsupport::write_file(conf,
+                          "ACTION 10 \"Ping\" ping $A\nSDESC\nEDESC\ncisco {1.3.6.1.4.1.9}\n"
+                          "linkDown {1.3.6.1.4.1.9} 2 0 A 4 0 \"IGNORE\"\nDown $1\nSDESC\nEDESC\n");
+  testsupport::write_file(vora, "linkDown {1.3.6.1.4.1.9} 2 0\n93 1 5 ;\n");
+  setenv("KZHUBDCONF", conf.c_str(), 1);
+  setenv("VORAD_CONF", vora.c_str(), 1);
+  setenv("KZ_HUBD_SOCKET", dir.file("no-hub.sock").c_str(), 1);
+  unsetenv("KZ_CLIENT");
+
+  ToolRun added = hubconf({"set",
+                           "fanFail",
+                           "-e",
+                           "1.3.6.1.4.1.9",
+                           "-g",
+                           "6",
+                           "-s",
+                           "4",
+                           "-c",
+                           "IGNORE",
+                           "-S",
+                           "Major",
+                           "-f",
+                           "Fan $1 failed",
+                           "--exec",
+                           "/bin/true $A",
+                           "--nodes",
+                           "rtr-1, rtr-2",
+                           "--forward",
+                           "-d",
+                           "Fans.\nCheck them."},
+                          {"but cannot connect event to hubd", "hubd.conf written"});
+  EXPECT_EQ(added.status, 0);
+  for (const std::string &line : added.lines) EXPECT_NE(line, "");
+  EXPECT_EQ(hubconf({"set", "fanFail", "--severity", "warning"}, {}).status, 0);
+  ToolRun shown =
+      hubconf({"show", "fanFail"},
+              {"severity:    2 (Warning)", "format:      Fan $1", "exec:        /bin/true $A",
+               "forward:     yes", "nodes:       rtr-1 rtr-2", "             Check them."});
+  for (const std::string &line : shown.lines) EXPECT_NE(line, "");
+  EXPECT_NE(hubconf({"show", "linkDown"}, {"93 1 5  ;"}).lines[0], "");
+
+  EXPECT_EQ(hubconf({"delete", "linkDown"}, {"vorad.conf written"}).lines[0],
+            "hubconf: " + vora + " written");
+  EXPECT_EQ(testsupport::read_file(vora).find("linkDown"), std::string::npos);
+  EXPECT_NE(hubconf({"check"}, {"0 trap formats mapped to alerts"}).lines[0], "");
+  EXPECT_EQ(hubconf({"delete", "linkDown"}, {"no trap format is named"}).status, 1);
+  EXPECT_EQ(hubconf({"delete-action", "Ping"}, {}).status, 0);
+  EXPECT_EQ(testsupport::read_file(conf).find("Ping"), std::string::npos);
+
+  for (const char *command : {"list", "show", "set", "delete", "delete-action", "check"})
+    EXPECT_EQ(hubconf({command, "--help"}, {}).status, 0) << command;
+  EXPECT_EQ(hubconf({"set"}, {}).status, 2);
+  EXPECT_EQ(hubconf({"set", "new", "-g", "1"}, {"give --enterprise"}).status, 2);
+  EXPECT_EQ(hubconf({"set", "fanFail", "-g", "x"}, {}).status, 2);
+  EXPECT_EQ(hubconf({"set", "fanFail", "-d", "a\n# b"}, {}).status, 2);
+
+  // A lock held by this process, across a read that opens and closes the
+  // file again, keeps the tool out; the file stays as it was.
+  char *message = nullptr, *error = nullptr;
+  FILE *held = lockHubdConfFile(&message);
+  ASSERT_NE(held, nullptr);
+  ASSERT_EQ(read_trapspec_file(&error), 0);
+  const std::string before = testsupport::read_file(conf);
+  ToolRun refused =
+      hubconf({"delete", "fanFail"}, {"Another Event Configuration process is already running.",
+                                      "Could not lock configuration file \"" + conf + "\"."});
+  EXPECT_EQ(refused.status, 1);
+  for (const std::string &line : refused.lines) EXPECT_NE(line, "");
+  EXPECT_EQ(testsupport::read_file(conf), before);
+  fclose(held);
+  EXPECT_EQ(hubconf({"delete", "fanFail"}, {}).status, 0);
+  free_all_info();
+  for (const char *name : {"KZHUBDCONF", "VORAD_CONF", "KZ_HUBD_SOCKET"}) unsetenv(name);
 }
 
 }  // namespace

@@ -29,6 +29,7 @@ class Reader : public ::testing::Test {
     free_all_info();
     path_ = dir_.file("hubd.conf");
     setHubdConfFile(path_.c_str());
+    setenv("VORAD_CONF", "/dev/null", 1);  // an empty alert mapping file
   }
   void TearDown() override {
     free_all_info();

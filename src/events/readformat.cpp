@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "alert_mapping.h"
 #include "config_line.h"
 #include "env_probe.h"
 #include "kz_platform.h"
@@ -322,9 +323,6 @@ int read_optional_lines(TrapGroup &group, FILE *fp, char *rawline, const char *c
   return 0;
 }
 
-// The alert mapping file (vorad.conf) is read into the model here, after a
-// successful read of hubd.conf.
-void read_alert_mapping_file(char ** /*errstring_ptr*/) {}
 
 }  // namespace
 
@@ -637,7 +635,9 @@ extern "C" EVENTS_EXPORT int read_trapspec_file(char **errstring_ptr) {
   fclose(fp);
   if (result == 0) {
     trace(routine, "about to read voraspec_file.");
-    read_alert_mapping_file(errstring_ptr);
+    // The alert file's error stays in *errstring_ptr for the caller to
+    // report; the configuration itself was read.
+    read_voraspec_file(errstring_ptr);
   }
   return result;
 }

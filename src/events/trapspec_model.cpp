@@ -33,6 +33,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "alert_mapping.h"
 #include "config_line.h"
 #include "kz_platform.h"
 #include "trp_format.h"
@@ -334,10 +335,6 @@ void forget_pairs(enterprise_info *enterprise) {
   EnterpriseSide *side = side_of(enterprise);
   if (side != nullptr) side->pairs_known = false;
 }
-
-// The alert mapping file's records hang on alert_element; they are released
-// here once the alert mapping file is read into the model.
-void release_alert_mapping(trap_record *) {}
 
 // A name that no format carries yet, as it will be stored (cut to 39
 // characters): name, name_1, name_2, ..., each cut to leave room for its
@@ -764,7 +761,7 @@ extern "C" EVENTS_EXPORT void free_trap_rec_contents(trap_record *trap_rec_ptr) 
   trap_rec_ptr->execargs_ptr = nullptr;
   freeOptTrapElement(trap_rec_ptr->exec_display_args_ptr);
   trap_rec_ptr->exec_display_args_ptr = nullptr;
-  release_alert_mapping(trap_rec_ptr);
+  delete_vora_record(trap_rec_ptr);
 }
 
 extern "C" EVENTS_EXPORT void free_trap_record(trap_record *trap_rec_ptr) {

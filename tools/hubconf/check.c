@@ -9,13 +9,18 @@
  * the library's error as FILE:LINE: message, so that editors can jump to
  * it, and exits with 1; a usage error exits with 2.  Warnings about lines
  * the library reads otherwise than they look go to standard error too;
- * --strict makes them a failure. */
+ * --strict makes them a failure.
+ * After a good read it also reports the alert mapping file ($VORAD_CONF,
+ * else vorad.conf in the configuration directory): how many formats it
+ * maps, or its error (exit status 1); a missing alert file is not an
+ * error. */
 #include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 
+#include "alert_mapping.h"
 #include "hubconf.h"
 #include "trp_format.h"
 
@@ -95,6 +100,30 @@ static void print_error(const char *file, const char *error) {
   }
 }
 
+/* The reader keeps the alert mapping file's error after a good read of the
+ * configuration.  A missing file only means that no trap raises an alert. */
+static int report_alert_file(const char *error) {
+  FILE *fp = NULL;
+  char *path = NULL;
+  int mapped = 0;
+  const enterprise_info *enterprise;
+  const trap_record *record;
+  if (error[0] != '\0') {
+    if (open_vora_lock_file("r", &fp, &path) == -1 && errno == ENOENT) {
+      printf("no alert mapping file (%s)\n", path);
+      return 0;
+    }
+    if (fp != NULL) fclose(fp);
+    fprintf(stderr, "hubconf: alert mapping file: %s", error);
+    return 1;
+  }
+  for (enterprise = enterprise_list_head.next; enterprise != NULL; enterprise = enterprise->next)
+    for (record = enterprise->trap_rec_list_head.next; record != NULL; record = record->next)
+      mapped += record->alert_element != NULL;
+  printf("%d trap format%s mapped to alerts\n", mapped, mapped == 1 ? "" : "s");
+  return 0;
+}
+
 int hubconf_check(int argc, char **argv) {
   char *error = NULL;
   const char *file;
@@ -147,5 +176,5 @@ int hubconf_check(int argc, char **argv) {
             warnings == 1 ? "" : "s");
     return 1;
   }
-  return 0;
+  return report_alert_file(error);
 }

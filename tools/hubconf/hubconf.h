@@ -7,6 +7,14 @@
 #include <stdio.h>
 
 int hubconf_check(int argc, char **argv);
+int hubconf_list(int argc, char **argv);
+int hubconf_show(int argc, char **argv);
+int hubconf_set(int argc, char **argv);
+int hubconf_delete(int argc, char **argv);
+int hubconf_delete_action(int argc, char **argv);
+
+/* The name of a severity number ("?" outside 0 to 5). */
+const char *hubconf_severity_name(int severity);
 
 /* Reads `file` as text and reports on `report`, as FILE:LINE: warning: ...,
  * each line the library reads without an error but otherwise than it

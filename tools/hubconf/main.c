@@ -14,6 +14,11 @@ static const struct {
   const char *summary;
 } commands[] = {
     {"check", hubconf_check, "read a configuration and print a summary or its first error"},
+    {"list", hubconf_list, "list every trap format"},
+    {"show", hubconf_show, "print every field of one trap format and its alert mapping"},
+    {"set", hubconf_set, "add a trap format or change one"},
+    {"delete", hubconf_delete, "remove a trap format"},
+    {"delete-action", hubconf_delete_action, "remove an operator action"},
 };
 
 static void usage(FILE *out) {

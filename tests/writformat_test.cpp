@@ -1,0 +1,260 @@
+// Configuration write side: the writer's exact text, round trips of the
+// bundled files, the editing helpers, the change notice through the
+// development hub, and a writer that dies or fails part-way.
+
+#include <gtest/gtest.h>
+#include <pwd.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <memory>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "alert_mapping.h"
+#include "support/channel.h"
+#include "trapspec_writer.h"
+#include "trp_format.h"
+
+using namespace std::chrono_literals;
+using testsupport::read_file;
+using testsupport::write_file;
+
+namespace {
+
+// The text with its time-stamp line checked and replaced by a fixed one.
+std::string without_stamp(const std::string &text) {
+  static const std::regex stamp(
+      "# Created by qwmtrap at [A-Z][a-z]{2} [A-Z][a-z]{2} \\d\\d \\d\\d:\\d\\d:\\d\\d \\d{4}"
+      "( by [^\\n]*)?\\n");
+  EXPECT_TRUE(std::regex_search(text, stamp)) << text;
+  return std::regex_replace(text, stamp, "# STAMP\n", std::regex_constants::format_first_only);
+}
+
+class Writer : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    free_all_info();
+    setHubdConfFile(conf_.c_str());
+    setenv("VORAD_CONF", vora_.c_str(), 1);
+    write_file(vora_, "");
+  }
+  void TearDown() override {
+    free_all_info();
+    setHubdConfFile(nullptr);
+    unsetenv("VORAD_CONF");
+    trpFormatExpandSourceFiles = 1;
+  }
+  // Locks the configuration, reads it, writes the model back.
+  void rewrite() {
+    char *message = nullptr, *error = nullptr;
+    FILE *fp = lockHubdConfFile(&message);
+    ASSERT_NE(fp, nullptr) << message;
+    EXPECT_EQ(read_trapspec_file(&error), 0) << error;
+    EXPECT_STREQ(error, "");
+    EXPECT_EQ(write_trapspec_file(fp), 0);
+  }
+
+  testsupport::TempDir dir_;
+  std::string conf_ = dir_.file("hubd.conf"), vora_ = dir_.file("vorad.conf");
+};
+
+TEST_F(Writer, ExactTextOfAnEmptyModelAndOfEveryOptionalLine) {
+  write_file(conf_, "previous\n");
+  char *message = nullptr;
+  FILE *fp = lockHubdConfFile(&message);
+  ASSERT_NE(fp, nullptr);
+  ASSERT_EQ(write_trapspec_file(fp), 0);
+  const std::string banner = "###################\n#\n# ";
+  const std::string head =
+      "#\n# STAMP\n#\n" + banner + "enterprises:\n#\n" + banner + "display categories:\n#\n";
+  const std::string enterprises = banner + "enterprises:\n#\n";
+  const std::string formats = "#\n# User added trap formats:\n#\n";
+  EXPECT_EQ(without_stamp(read_file(conf_)), head + enterprises + formats);
+  const passwd *user = getpwuid(geteuid());
+  ASSERT_NE(user, nullptr);
+  EXPECT_NE(read_file(conf_).find(std::string(" by ") + user->pw_name + "\n"), std::string::npos);
+  EXPECT_EQ(read_file(conf_ + ".bak"), "previous\n");
+
+  const std::string full =
+      "full {1.3.6.1.4.1.9} 6 7 T 4 1 \"Env\"\nTemperature $1 on $A is 100%\n"
+      "EXEC /bin/page $A\nDISPLAY Temp $1\nFORWARD\nNODES rtr-1 rtr-2\nEVENT_CLASS Env\n"
+      "BEGIN_SLOT_MAPPING\n sensor $1\n value $2\nEND_SLOT_MAPPING\n"
+      "SDESC\nLine one.\nLine two.\nEDESC\n"
+      "plain {1.3.6.1.4.1.9} 6 8 A 1 0 \"Status Events\"\nplain $A\nSDESC\nEDESC\n";
+  write_file(conf_,
+             "CATEGORY 3 \"Status Events\"\nCATEGORY 12 \"Env\"\n"
+             "ACTION 5 \"Ping\" ping -c 1 $A\nSDESC\nChecks the node.\nEDESC\n"
+             "cisco {1.3.6.1.4.1.9}\n" +
+                 full);
+  rewrite();
+  EXPECT_EQ(without_stamp(read_file(conf_)),
+            head + "CATEGORY 3 \"Status Events\"\nCATEGORY 9 \"IGNORE\"\nCATEGORY 12 \"Env\"\n" +
+                banner +
+                "Operator Actions:\n#\nACTION 5 \"Ping\" ping -c 1 $A\n"
+                "SDESC\nChecks the node.\nEDESC\n" +
+                enterprises + "cisco {1.3.6.1.4.1.9}\n" + formats + full);
+}
+
+TEST_F(Writer, BundledFilesSurviveTwoRewritesByteForByte) {
+  trpFormatExpandSourceFiles = 0;  // the example's node list names an installed path
+  write_file(conf_, read_file(EVENTS_SOURCE_DIR "/examples/hubd.conf"));
+  write_file(vora_, read_file(EVENTS_SOURCE_DIR "/examples/vorad.conf"));
+  std::string written[2][2];
+  for (auto &pass : written) {
+    rewrite();
+    char *path = nullptr;
+    ASSERT_EQ(write_voraspec_file(&path), 0);
+    EXPECT_EQ(path, vora_);
+    pass[0] = read_file(conf_);
+    pass[1] = read_file(vora_);
+  }
+  for (int file = 0; file < 2; ++file)
+    EXPECT_EQ(without_stamp(written[1][file]), without_stamp(written[0][file]));
+  // Each write replaces the backup with the content it overwrote.
+  EXPECT_EQ(read_file(conf_ + ".bak"), written[0][0]);
+  EXPECT_EQ(read_file(vora_ + ".bak"), written[0][1]);
+  EXPECT_NE(written[1][1].find("\n96 2 10a1 1002 1 1 \"interface $1 of $A\" \n81 2 2001 20c3 2 "
+                               "2 \"$A\" 3 \"ticket for interface $1\"  ;\n"),
+            std::string::npos)
+      << written[1][1];
+  EXPECT_NE(written[1][1].find("coldStart {1.3.6.1.6.3.1.1.5} 0 0 \n92 11 3004  ;\n"),
+            std::string::npos);
+}
+
+TEST_F(Writer, EditingHelpers) {
+  struct OidCase {
+    const char *text;
+    int result;
+    std::vector<unsigned> arcs;
+  } oid_cases[] = {{" .1.3.6,1 ", 0, {1, 3, 6, 1}},
+                   {"1.3x", 1, {1, 3}},
+                   {"", 0, {}},
+                   {"4294967295.2", 0, {4294967295u, 2}},
+                   {"-1", 1, {}}};
+  for (const OidCase &c : oid_cases) {
+    unsigned oid[8];
+    unsigned long length = 99;
+    EXPECT_EQ(cname_to_oid(const_cast<char *>(c.text), oid, &length), c.result) << c.text;
+    EXPECT_EQ(std::vector<unsigned>(oid, oid + length), c.arcs) << c.text;
+  }
+  std::vector<unsigned> long_oid(101, 7);
+  EXPECT_EQ(std::string(oid_to_string(long_oid.data(), 101)).size(), 100 * 2 - 1u);
+
+  write_file(conf_,
+             "ACTION 1 \"a\" x\nSDESC\nEDESC\nACTION 2 \"b\" y\nSDESC\nEDESC\n"
+             "e1 {1.3.6.1.4.1.9}\n"
+             "t1 {1.3.6.1.4.1.9} 2 0 A 1 0 \"IGNORE\"\nf\nSDESC\nEDESC\n"
+             "t2 {1.3.6.1.4.1.9} 6 5 A 1 0 \"IGNORE\"\nf\nSDESC\nEDESC\n"
+             "t3 {1.3.6.1.4.1.9} 6 9 A 1 0 \"IGNORE\"\nf\nSDESC\nEDESC\n");
+  char *error = nullptr;
+  ASSERT_EQ(read_trapspec_file(&error), 0) << error;
+  enterprise_info *e = nullptr;
+  EXPECT_EQ(name_to_enterprise(const_cast<char *>("e2"), &e), -1);
+  EXPECT_EQ(e, nullptr);
+  ASSERT_EQ(name_to_enterprise(const_cast<char *>("e1"), &e), 0);
+  trap_record *found = nullptr;
+  find_exact_trap_record(e, 6, 5, &found);
+  EXPECT_STREQ(found->name, "t2");
+  find_exact_trap_record(e, 6, 6, &found);
+  EXPECT_EQ(found, nullptr);
+  EXPECT_EQ(delete_trap_record(e, 6, 5), 0);
+  EXPECT_EQ(delete_trap_record(e, 6, 5), -1);
+  EXPECT_EQ(deleteTrapRecord(const_cast<char *>("t3")), 0);
+  EXPECT_EQ(deleteTrapRecord(const_cast<char *>("t3")), -1);
+  EXPECT_STREQ(e->trap_rec_list_head.next->name, "t1");
+  EXPECT_EQ(e->trap_rec_list_head.next->next, nullptr);
+  EXPECT_EQ(nameToExactTrap("t2"), nullptr);
+
+  EXPECT_EQ(deleteTrapAction(const_cast<char *>("zz")), 1);
+  EXPECT_EQ(deleteTrapAction(const_cast<char *>("a")), 0);
+  ASSERT_EQ(numActionCommands, 1);
+  EXPECT_STREQ(actionCommands[0].name, "b");
+  EXPECT_EQ(deleteTrapAction(const_cast<char *>("b")), 0);
+  EXPECT_EQ(actionCommands, nullptr);
+}
+
+TEST_F(Writer, ChangeNoticeReachesTheHubOrWarns) {
+  const std::string socket = dir_.file("hub.sock"), log = dir_.file("platform.log");
+  setenv("KZ_LOG", log.c_str(), 1);
+  unsetenv("KZ_CLIENT");
+  setenv("KZ_HUBD_SOCKET", socket.c_str(), 1);
+  const std::string warning = "Warning: " + conf_ +
+                              " updated, but cannot connect event to hubd.\nChanges won't take "
+                              "effect until hubd and qwmevents are restarted.";
+  char *message = nullptr;
+  EXPECT_EQ(sendFMTCHGevent(const_cast<char *>("editor"), 6, &message), -1);
+  ASSERT_NE(message, nullptr);
+  EXPECT_EQ(message, warning);
+  EXPECT_NE(read_file(log).find("sendFMTCHevent send event completed. errRoutine is connect."),
+            std::string::npos);
+
+  testsupport::ChildProcess hub({HUBD_DEV_PATH, "--unix", socket});
+  ASSERT_NE(hub.wait_for_line("hubd-dev: ready", 10s), "");
+  event_infoEMS listener{};
+  ASSERT_GE(open_event(&listener, 2, socket.c_str(), EVENT_TRANS_UNIX), 0);
+  EXPECT_EQ(sendFMTCHGevent(const_cast<char *>("editor"), 6, &message), 0);
+  EXPECT_EQ(message, nullptr);
+  testsupport::Trap trap;
+  trap_headerEMS header{};
+  do ASSERT_GT(testsupport::receive_within(&listener, &trap, &header, 3s), 0);
+  while (trap.info.specific != EVENT_FORMAT_CHANGED);
+  EXPECT_EQ(trap.text(2), "editor changed format file \"" + conf_ + "\"");
+  close_event(&listener);
+  EXPECT_NE(read_file(log).find("SendFMTCHevent() open event "), std::string::npos);
+  unsetenv("KZ_LOG");
+  unsetenv("KZ_HUBD_SOCKET");
+}
+
+// A child rewrites a small configuration as a large one under a file-size
+// limit.  With SIGXFSZ turned into SIGKILL it dies inside a write after the
+// truncation; with SIGXFSZ ignored the write fails and must be reported.
+TEST_F(Writer, WriterDyingOrFailingMidWriteLeavesTheBackupWhole) {
+  const std::string original =
+      "cisco {1.3.6.1.4.1.9}\nt0 {1.3.6.1.4.1.9} 6 0 A 1 0 \"IGNORE\"\nfirst\nSDESC\nEDESC\n";
+  for (bool killed : {true, false}) {
+    SCOPED_TRACE(killed ? "killed" : "write fails");
+    write_file(conf_, original);
+    write_file(vora_, "");
+    fflush(nullptr);
+    pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      char *message = nullptr, *error = nullptr;
+      FILE *fp = lockHubdConfFile(&message);
+      if (fp == nullptr || read_trapspec_file(&error) != 0) _exit(3);
+      enterprise_info *e = enterprise_list_head.next;
+      for (int i = 1; i < 400; ++i)
+        insertMallocTrapRecord(e, const_cast<char *>("t"), 6, i, 0, nullptr, 9, 'A',
+                               doStrdup("a format long enough to grow the file quickly: $*"),
+                               nullptr, nullptr, nullptr, 1, 0, 0, nullptr, 0, nullptr, nullptr);
+      signal(SIGXFSZ, killed ? +[](int) { raise(SIGKILL); } : SIG_IGN);
+      rlimit limit = {8192, 8192};
+      setrlimit(RLIMIT_FSIZE, &limit);
+      _exit(write_trapspec_file(fp) == 0 ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    if (killed) {
+      ASSERT_TRUE(WIFSIGNALED(status)) << status;
+      EXPECT_EQ(WTERMSIG(status), SIGKILL);
+    } else {
+      ASSERT_TRUE(WIFEXITED(status));
+      EXPECT_EQ(WEXITSTATUS(status), 1);
+    }
+    EXPECT_NE(read_file(conf_), original);
+    EXPECT_EQ(read_file(conf_ + ".bak"), original);
+    setHubdConfFile((conf_ + ".bak").c_str());
+    char *error = nullptr;
+    ASSERT_EQ(read_trapspec_file(&error), 0) << error;
+    ASSERT_NE(nameToExactTrap("t0"), nullptr);
+    EXPECT_STREQ(nameToExactTrap("t0")->description.rawstring, "first");
+    setHubdConfFile(conf_.c_str());
+  }
+}
+
+}  // namespace
