@@ -4,11 +4,14 @@
 #include <string.h>
 
 #include "asn1.h"
+#include "codeptcat.h"
 #include "env_probe.h"
 #include "event.h"
 #include "events_msg.h"
+#include "kz_mib.h"
 #include "kz_platform.h"
 #include "log_trace.h"
+#include "oidtree.h"
 #include "snmp.h"
 #include "trp_format.h"
 
