@@ -67,11 +67,11 @@ EVENTS_EXPORT int cecmp(const void *a, const void *b);
  * holds 4-octet groups, each a set and a code point in network order; an
  * INTEGER value holds one, the set in its upper and the code point in its
  * lower 16 bits.  Code point 0xFFFF is padding and is left out; octets left
- * over after the last whole group are shown as "(N stray octets)"; any other
- * type gives "$%k not code points".  A binding the trap does not carry
- * (k >= vars) gives the empty text.  The first call loads the catalog when
- * none is loaded.  The text is cut to fit; returns its length.  Nothing is
- * written when buflen <= 0. */
+ * over after the last whole group are shown as "(N stray octets)"; any
+ * other type gives "$%N not code points", N being k + 1 as the format wrote
+ * it.  A binding the trap does not carry (k >= vars) gives the empty text.
+ * The first call loads the catalog when none is loaded.  The text is cut to
+ * fit; returns its length.  Nothing is written when buflen <= 0. */
 EVENTS_EXPORT int call_formatKWMcp(char *buffer, int buflen, const SnmpVarBindEMS *binding,
                                    int vars, int k);
 

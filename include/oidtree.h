@@ -72,9 +72,10 @@ EVENTS_EXPORT oidnode *TreeParseOidFile(oidnode *old, const char *path);
 
 /* Insertion.  TreeInsertOid inserts a dotted identifier text (arcs in
  * decimal, 0x hexadecimal or 0 octal; a leading dot is allowed) with `data`,
- * which the tree then owns, replacing and freeing any older data of that
- * node.  Returns the node, or NULL when an arc is not a number (nothing is
- * stored then, though empty nodes for the arcs before it may remain).
+ * replacing and freeing any older data of that node.  Returns the node, or
+ * NULL when an arc is not a number or the text holds more than 512 arcs;
+ * the tree is then unchanged.  The tree owns `data` from the call on: a
+ * failed insertion frees it.
  * REQUIRES: root points to a tree pointer, possibly NULL. */
 EVENTS_EXPORT oidnode *TreeInsertOid(oidnode **root, const char *oidstring, oiddata *data);
 /* newOidNode allocates an unnamed node for one arc; buildOidData allocates
@@ -100,10 +101,11 @@ EVENTS_EXPORT char *findOidInTree(oidnode *tree, const char *name);
 /* Locals of the file read last.  findEntOidstring returns the identifier
  * text of the newest local called `name`, or NULL.  buildEntOid converts a
  * dotted text into at most `max` arcs and returns their count, or -1 when
- * an arc is not a number or there are too many.  expandLocalRef expands the
- * reference "${name}" at the start of `ref` into `out` (room `outsize`),
- * followed by `rest_len` bytes of `rest`; returns 0, or -1 for an unknown
- * name, a missing "}" or an expansion that does not fit. */
+ * an arc is not a number or there are too many.  expandLocalRef writes
+ * `ref`, which begins with a reference "${name}", into `out` (room
+ * `outsize`) with the reference replaced by the local's identifier text;
+ * returns 0, or -1 for an unknown name, a missing "}", text after the
+ * reference that does not begin with a dot, or a result that does not fit. */
 EVENTS_EXPORT const char *findEntOidstring(const char *name);
 EVENTS_EXPORT int buildEntOid(const char *text, ObjectIdEMS *oid, int max);
 EVENTS_EXPORT int expandLocalRef(char *out, size_t outsize, const char *ref);
@@ -112,8 +114,8 @@ EVENTS_EXPORT int expandLocalRef(char *out, size_t outsize, const char *ref);
  * replacing "${X}" by `value` and "${X+n}", "${X-n}", "${X*n}", "${X/n}",
  * "${X%n}" by the integer result, where X is `letter`; "$$" is kept as it
  * is.  Returns 0; 1 for a reference to another letter, 2 for a missing
- * "}", 3 for an unknown operator, 4 for a result that does not fit `out` or
- * a division by zero. */
+ * "}", 3 for an unknown operator, 4 for a missing or too large number, a
+ * division by zero or a result that does not fit `out`. */
 EVENTS_EXPORT int strsub(char *out, size_t outsize, const char *tmpl, char letter, long value);
 
 /* getOidLine reads the next logical line (comments cut, leading blanks
