@@ -220,7 +220,7 @@ TEST_F(Formatter, StopsWhenTheBufferRunsOut) {
   std::string out;
   EXPECT_EQ(format(WBX_USER, &out, 150), -2);
   EXPECT_EQ(out, "Switch trap 1 from 127.0.0.1 (1.3.6.1.4.1.9999.2):  [1] portIndex\n");
-  EXPECT_EQ(format(WBX_USER, &out, 20), 3);  // a first line is cut to fit
+  EXPECT_EQ(format(WBX_USER, &out, 20), -2);  // a first line is cut to fit
   EXPECT_EQ(out, "Switch trap 1 from ");
 }
 
@@ -265,7 +265,7 @@ TEST_F(Formatter, BindingArgumentKinds) {
   // The size limit of one trap's text.
   char small[16];
   trap_element element{};
-  makeFormatString(doStrdup("0123456789 $1"), &element);
+  makeFormatString(doStrdup("0123456789abcdef $1"), &element);
   trap_sprintf(small, sizeof small, &element, &trap_, vars_, nullptr, nullptr, nullptr);
   EXPECT_STREQ(small, "FMT ERROR: size");
   freeTrapElementContents(&element);
@@ -293,6 +293,7 @@ TEST_F(Formatter, PlatformEventsAndReloadNotices) {
 
   // The format-change notice reloads hubd.conf on the next call.
   write_file(dir_.file("hubd.conf"),
+             "CATEGORY 3 \"Status Events\"\n"
              "lab {1.3.6.1.4.1.9999}\n"
              "portDown {1.3.6.1.4.1.9999} 6 1 A 3 0 \"Status Events\"\n"
              "Reloaded format for port $1\nSDESC\nEDESC\n");
@@ -320,7 +321,8 @@ TEST_F(Formatter, PlatformEventsAndReloadNotices) {
 }
 
 TEST_F(Formatter, ReportsConfigurationThatCannotBeRead) {
-  write_file(dir_.file("hubd.conf"), "lab {1.3.6.1.4.1.9999\n");
+  write_file(dir_.file("hubd.conf"),
+             "lab {1.3.6.1.4.1.9999}\nx {1.3.6.1.4.1.9999} 6 1 A 3 0 \"Nope\"\nx\nSDESC\nEDESC\n");
   std::string out;
   EXPECT_EQ(format(WBX_USER, &out), 2);
   EXPECT_NE(out.find("hubd.conf"), std::string::npos) << out;
