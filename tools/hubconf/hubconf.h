@@ -5,5 +5,6 @@
 #define HUBCONF_HUBCONF_H_
 
 int hubconf_check(int argc, char **argv);
+int hubconf_match(int argc, char **argv);
 
 #endif

@@ -14,6 +14,7 @@ static const struct {
   const char *summary;
 } commands[] = {
     {"check", hubconf_check, "read a configuration and print a summary or its first error"},
+    {"match", hubconf_match, "show which format a trap would get, and why"},
 };
 
 static void usage(FILE *out) {
