@@ -122,7 +122,7 @@ void fill_trap(FuzzedDataProvider &input, snmp_trap_infoEMS *trap, SnmpVarBindEM
     var.val_len = input.ConsumeBool() ? input.ConsumeIntegralInRange<uint32_t>(0, 16)
                                       : input.ConsumeIntegral<uint32_t>();
     std::vector<uint8_t> bytes = input.ConsumeBytes<uint8_t>(input.ConsumeIntegralInRange(0, 64));
-    memcpy(var.val.string, bytes.data(), bytes.size());
+    if (!bytes.empty()) memcpy(var.val.string, bytes.data(), bytes.size());
   }
 }
 
