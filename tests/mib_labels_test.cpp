@@ -66,6 +66,14 @@ TEST(MibLabels, LabelPathsFromTheLabelFile) {
   EXPECT_EQ(KZmib_load_mib(), -1);
   EXPECT_EQ(sprint__objid(small, sizeof small, sys_descr, 2), 8);
 
+  setenv("KZ_MIB_FILE", EVENTS_SOURCE_DIR "/examples/mib.labels", 1);
+  ASSERT_EQ(KZmib_load_mib(), 0);
+  const ObjectIdEMS platform_events[] = {1, 3, 6, 1, 4, 1, 49999, 6, 3, 1};
+  char path[128];
+  sprint__objid(path, sizeof path, platform_events, 10);
+  EXPECT_STREQ(path, ".iso.org.dod.internet.private.enterprises.kzPlatform.kzProducts."
+                     "kzEventServices.platformEvents");
+
   testsupport::CapturedStream out(1);
   print_rawobjid(sys_descr, 3);
   fflush(stdout);

@@ -194,4 +194,23 @@ TEST_F(MappingFile, DumpsListLocalsAndNamedNodes) {
             "\tx.1.3.1 -> 'one'\n\tx.1.3.1.2.5 -> 'five'\n");
 }
 
+TEST(Examples, BundledMappingFileNamesTheExampleConfiguration) {
+  oidnode *tree = parseOidFile(EVENTS_SOURCE_DIR "/examples/oid_to_label");
+  ASSERT_NE(tree, nullptr);
+  const struct {
+    const char *oid, *name;
+  } cases[] = {
+      {"1.3.6.1.4.1.49999.6.3.1", "platformEvents"},
+      {"1.3.6.1.2.1.2.2.1.7", "ifAdminStatus"},
+      {"1.3.6.1.2.1.2.2.1.8.2.2", "down"},
+      {"1.3.6.1.4.1.9.9.13.1.3.1.3.1.100", "100 (373 K)"},
+      {"1.3.6.1.4.1.9.9.13.16", "sensor16"},
+  };
+  for (const auto &c : cases) {
+    std::vector<ObjectIdEMS> oid = arcs(c.oid);
+    EXPECT_STREQ(TreeLookupOid(tree, oid.data(), static_cast<int>(oid.size())), c.name) << c.oid;
+  }
+  oidFreeTree(tree);
+}
+
 }  // namespace
