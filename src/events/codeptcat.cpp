@@ -99,9 +99,12 @@ void index_entries(const std::vector<cp_entry> &read, long text_start) {
   }
   std::sort(catalog.entries.begin(), catalog.entries.end(),
             [](const Entry &a, const Entry &b) { return cecmp(&a.entry, &b.entry) < 0; });
-  // The search may look one slot past a set's last entry: at the end of
-  // the array that slot is this empty entry.
-  catalog.entries.push_back({cp_entry{0, 0, 0}, nullptr});
+  // A set's slice counts one slot more than its entries, so the search may
+  // look at the next set's first entry (a single-entry set whose successor
+  // starts with a lower code point is then missed, as catalogs have always
+  // been searched).  At the end of the array that slot is this entry, above
+  // every code point that is looked up.
+  catalog.entries.push_back({cp_entry{0xFFFF, 0, 0}, nullptr});
   for (size_t i = 0; i + 1 < catalog.entries.size(); ++i) {
     unsigned set = catalog.entries[i].entry.ce_set;
     if (set < 1 || set > CODEPT_MAX_SET) continue;

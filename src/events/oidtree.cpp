@@ -39,10 +39,11 @@ void *allocate(size_t size) {
 }
 
 // Reads one physical line without its newline (and a carriage return
-// before it) into `line`; keeps at most `limit` characters and sets
-// `overlong` when there were more.  False at end of file or on an error.
-bool read_physical_line(FILE *fp, std::string &line, size_t limit, bool &overlong) {
+// before it) into `line`, keeping at most `limit` characters; `cut` tells
+// whether there were more.  False at end of file or on an error.
+bool read_physical_line(FILE *fp, std::string &line, size_t limit, bool &cut) {
   line.clear();
+  cut = false;
   int c;
   bool any = false;
   while ((c = getc(fp)) != EOF) {
@@ -51,10 +52,10 @@ bool read_physical_line(FILE *fp, std::string &line, size_t limit, bool &overlon
     if (line.size() < limit) {
       line.push_back(static_cast<char>(c));
     } else {
-      overlong = true;
+      cut = true;
     }
   }
-  if (!line.empty() && line.back() == '\r') line.pop_back();
+  if (!cut && !line.empty() && line.back() == '\r') line.pop_back();
   return any && !ferror(fp);
 }
 
@@ -224,7 +225,8 @@ EVENTS_EXPORT int getOidLine(FILE *fp, char *buf, int size) {
   std::string logical, physical;
   bool overlong = false;
   for (;;) {
-    bool read = read_physical_line(fp, physical, limit + 1, overlong);
+    bool cut;
+    bool read = read_physical_line(fp, physical, limit, cut);
     if (!read && logical.empty()) return 0;
     size_t start = 0;
     if (read && logical.empty()) {
@@ -233,8 +235,10 @@ EVENTS_EXPORT int getOidLine(FILE *fp, char *buf, int size) {
     size_t end = physical.find('#', start);
     bool joining = false;
     if (end == std::string::npos) {
+      // What was cut off lies before any comment: the line is too long.
+      if (cut) overlong = true;
       end = physical.size();
-      joining = read && end > start && physical[end - 1] == '\\';
+      joining = read && !cut && end > start && physical[end - 1] == '\\';
       if (joining) --end;
     }
     if (!read) end = start;  // end of file inside a continuation
