@@ -315,9 +315,10 @@ void print_formatted(int kind, snmp_trap_infoEMS &trap, SnmpVarBindEMS *vars) {
   static char text[16384];
   text[0] = '\0';
   char *host = nullptr;
-  int result = trp_format(static_cast<rtrap_user>(kind), &trap, text, sizeof text, vars, &host, 0);
-  if (result == 2) fprintf(stderr, "hubevent: cannot format: %s", text);
-  else if (result != -1) fputs(text, stdout);
+  // -1: not shown to this kind.  Otherwise the buffer holds the lines, or
+  // the reason the configuration could not be loaded.
+  if (trp_format(static_cast<rtrap_user>(kind), &trap, text, sizeof text, vars, &host, 0) != -1)
+    fputs(text, stdout);
   fflush(stdout);
 }
 
