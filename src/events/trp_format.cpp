@@ -47,6 +47,8 @@ struct FormatterState {
   char host[kHostSize] = "";
   char args[kArgScratch];
   char text[kTextArea];
+  char when[64] = "";
+  time_t when_rendered = 0;
 };
 
 FormatterState state;
@@ -438,6 +440,18 @@ void copy_string_value(const SnmpVarBindEMS &var, char *out, int size) {
   out[length] = '\0';
 }
 
+// The time column, rendered once per second: traps arrive in bursts.
+const char *time_text(time_t now) {
+  if (now != state.when_rendered || state.when[0] == '\0') {
+    struct tm local {};
+    state.when[0] = '\0';
+    if (localtime_r(&now, &local) != nullptr)
+      strftime(state.when, sizeof state.when, "%a %b %d %H:%M:%S %Y", &local);
+    state.when_rendered = now;
+  }
+  return state.when;
+}
+
 char source_letter(int n) {
   // Source numbers outside the letters show as "d", the platform's own.
   return n >= 1 && n <= static_cast<int>(kSourceLetters.size()) ? kSourceLetters[n - 1] : 'd';
@@ -504,13 +518,11 @@ extern "C" EVENTS_EXPORT int trp_format(rtrap_user user_module, snmp_trap_infoEM
   if (category == 9) return -1;
   if (user_module == QMWEVENT_USER && category == 7) return -1;
 
-  char when[64] = "";
+  const char *when = "";
   char lead[32] = "";
   if (user_module != RQV_USER) {
     time_t now = logTime != 0 ? logTime : time(nullptr);
-    struct tm local {};
-    if (localtime_r(&now, &local) != nullptr)
-      strftime(when, sizeof when, "%a %b %d %H:%M:%S %Y", &local);
+    when = time_text(now);
     if (user_module == HUBD_USER)
       snprintf(lead, sizeof lead, "%-10d %-2d ", static_cast<int>(now), category);
   }
