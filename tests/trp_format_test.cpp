@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -326,6 +327,25 @@ TEST_F(Formatter, ReportsConfigurationThatCannotBeRead) {
   std::string out;
   EXPECT_EQ(format(WBX_USER, &out), 2);
   EXPECT_NE(out.find("hubd.conf"), std::string::npos) << out;
+}
+
+TEST_F(Formatter, HubeventListenPrintsFormattedLines) {
+  using namespace std::chrono_literals;
+  setenv("KZHUBDCONF", dir_.file("hubd.conf").c_str(), 1);
+  const std::string socket = dir_.file("hub.sock");
+  testsupport::ChildProcess hub({HUBD_DEV_PATH, "--unix", socket});
+  ASSERT_NE(hub.wait_for_line("hubd-dev: ready", 10s), "");
+  testsupport::ChildProcess listen(
+      {HUBEVENT_PATH, "listen", "-t", "unix", "-n", socket, "--format", "wbx"});
+  ASSERT_NE(listen.wait_for_line("hubevent: listening", 5s), "");
+  EXPECT_EQ(testsupport::run_command({HUBEVENT_PATH, "send", "-t", "unix", "-n", socket, "--agent",
+                                      "127.0.0.1", "trap", "1.3.6.1.4.1.9999", "6", "1",
+                                      "1.3.6.1.4.1.9999.1.1.0", "i", "3", "1.3.6.1.4.1.9999.1.2",
+                                      "i", "2"}),
+            0);
+  EXPECT_EQ(listen.wait_for_line("Port 3", 5s), "Port 3 of localhost is down");
+  EXPECT_EQ(listen.wait_for_line("bindings", 5s), "bindings: 2");
+  unsetenv("KZHUBDCONF");
 }
 
 TEST(EnterpriseTests, PrefixesAndPlatformEvents) {
