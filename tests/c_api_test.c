@@ -71,6 +71,7 @@ int main(void) {
     freeTrapElementContents(&element);
     CHECK(ICFEvtTimeInt2String(&ticks, text) == 0 && strcmp(text, "2m") == 0);
     CHECK(isCnode() == 0 && trpFormatExpandSourceFiles == 1);
+    CHECK(stringToSeverity(severityToString(5)) == 5 && strictHex == 0 && isTrapJQ(6, 1500, NULL) == 0);
   }
   return 0;
 }
