@@ -11,6 +11,7 @@
 #include <cstring>
 #include <ctime>
 #include <string_view>
+#include <vector>
 
 #include "codeptcat.h"
 #include "events/host_cache.h"
@@ -79,30 +80,21 @@ class Appender {
   int used_;
 };
 
-// The conversions of a printf format, in order, without "%%".
-std::string_view::size_type next_conversion(std::string_view text, std::string_view::size_type at,
-                                            std::string_view *spec) {
-  while ((at = text.find('%', at)) != std::string_view::npos) {
+// The printf conversions of `text` ("%-10s", "%ld"), in order, without
+// "%%"; false when a conversion is left unfinished.
+bool conversions(std::string_view text, std::vector<std::string_view> *found) {
+  for (auto at = text.find('%'); at != std::string_view::npos; at = text.find('%', at)) {
     auto end = text.find_first_of("diouxXeEfgGcspn%", at + 1);
-    if (end == std::string_view::npos) return std::string_view::npos;
-    if (text[end] != '%' || end != at + 1) {
-      *spec = text.substr(at, end - at + 1);
-      return end + 1;
-    }
+    if (end == std::string_view::npos) return false;
+    if (end != at + 1 || text[end] != '%') found->push_back(text.substr(at, end - at + 1));
     at = end + 1;
   }
-  return at;
+  return true;
 }
 
 bool same_conversions(std::string_view a, std::string_view b) {
-  std::string_view::size_type i = 0, j = 0;
-  for (;;) {
-    std::string_view sa, sb;
-    i = next_conversion(a, i, &sa);
-    j = next_conversion(b, j, &sb);
-    if (i == std::string_view::npos || j == std::string_view::npos) return i == j;
-    if (sa != sb) return false;
-  }
+  std::vector<std::string_view> in_a, in_b;
+  return conversions(a, &in_a) && conversions(b, &in_b) && in_a == in_b;
 }
 
 // A catalog text used as a format only when it asks for exactly the
@@ -426,7 +418,7 @@ int load_configuration(char *buffer, int max_buffer_len) {
 }
 
 bool is_threshold_trap(const snmp_trap_infoEMS *sti, const SnmpVarBindEMS *vars) {
-  return has_prefix(sti->enterprise, kThresholdOid) && sti->gen == 6 && sti->elen >= 11 &&
+  return vars != nullptr && has_prefix(sti->enterprise, kThresholdOid) && sti->gen == 6 && sti->elen >= 11 &&
          sti->vars >= 9 && vars[8].type == ASN_OCTET_STR;
 }
 
@@ -485,8 +477,8 @@ extern "C" EVENTS_EXPORT int trp_format(rtrap_user user_module, snmp_trap_infoEM
   sti_ptr->status = record->status;
   sti_ptr->target = static_cast<uint32_t>(record->forward);
 
-  if (isTrapJQ(static_cast<int>(sti_ptr->gen), sti_ptr->specific, sti_ptr->enterprise) &&
-      sti_ptr->vars >= 5) {
+  if (vars != nullptr && sti_ptr->vars >= 5 &&
+      isTrapJQ(static_cast<int>(sti_ptr->gen), sti_ptr->specific, sti_ptr->enterprise)) {
     // The platform's own event: its bindings carry the source, the host
     // and the text.
     copy_string_value(vars[1], host, kHostSize);
