@@ -129,7 +129,7 @@ TEST(CodePointCatalog, BindingsShowTheirCodePointsWithTexts) {
   SnmpVarBindEMS counter = integer;
   counter.type = ASN_COUNTER;
   const std::string both("\0\1\0\1\0\1\xFF\xFF\0\1\0\3\0\2\0\5", 16);
-  SnmpVarBindEMS big = octets(std::string(600, '\0'));
+  SnmpVarBindEMS big = octets(std::string(SNMP_STRING_MAX, '\0'));
   big.val_len = 100000;  // longer than the value area: only the area is read
   const struct {
     SnmpVarBindEMS binding;
