@@ -72,5 +72,13 @@ int main(void) {
     CHECK(ICFEvtTimeInt2String(&ticks, text) == 0 && strcmp(text, "2m") == 0);
     CHECK(isCnode() == 0 && trpFormatExpandSourceFiles == 1);
   }
+  {
+    oidnode *names = NULL;
+    const ObjectIdEMS platform[] = {1, 3, 6, 1, 4, 1, 49999};
+    CHECK(TreeInsertOid(&names, "1.3.6.1.4.1.49999", buildOidData("platform")) != NULL);
+    CHECK(strcmp(TreeLookupOid(names, platform, 7), "platform") == 0);
+    oidFreeTree(names);
+    CHECK(strcmp(codeptstr(9, 5), "0005") == 0);
+  }
   return 0;
 }
