@@ -73,5 +73,13 @@ int main(void) {
     CHECK(isCnode() == 0 && trpFormatExpandSourceFiles == 1);
     CHECK(stringToSeverity(severityToString(5)) == 5 && strictHex == 0 && isTrapJQ(6, 1500, NULL) == 0);
   }
+  {
+    oidnode *names = NULL;
+    const ObjectIdEMS platform[] = {1, 3, 6, 1, 4, 1, 49999};
+    CHECK(TreeInsertOid(&names, "1.3.6.1.4.1.49999", buildOidData("platform")) != NULL);
+    CHECK(strcmp(TreeLookupOid(names, platform, 7), "platform") == 0);
+    oidFreeTree(names);
+    CHECK(strcmp(codeptstr(9, 5), "0005") == 0);
+  }
   return 0;
 }

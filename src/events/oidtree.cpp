@@ -143,14 +143,47 @@ bool parse_range(std::string_view oid, Range &range) {
   return true;
 }
 
-// Inserts each value of a range; stops at the first that fails.
+// The node of `len` arcs under *root, created with any missing ones.
+oidnode *reach(oidnode **root, const ObjectIdEMS *oid, int len) {
+  if (*root == nullptr) *root = newOidNode(0);
+  oidnode *node = *root;
+  for (int i = 0; i < len; ++i) {
+    oidnode **link = &node->child;
+    while (*link != nullptr && (*link)->val < oid[i]) link = &(*link)->sib;
+    if (*link == nullptr || (*link)->val != oid[i]) {
+      oidnode *added = newOidNode(oid[i]);
+      added->sib = *link;
+      *link = added;
+    }
+    node = *link;
+  }
+  return node;
+}
+
+void set_data(oidnode *node, oiddata *data) {
+  free(node->data);
+  node->data = data;
+}
+
+// Inserts each value of a range; stops at the first that fails.  The
+// values ascend, so one walk along the siblings places them all.
 void insert_range(oidnode **root, const Range &range, const std::string &tmpl) {
   if (range.hi >= range.lo && range.hi - range.lo >= kMaxRangeValues) return;
+  ObjectIdEMS prefix[kMaxArcs];
+  std::string parent_text = range.prefix.substr(0, range.prefix.size() - 1);
+  int len = buildEntOid(parent_text.c_str(), prefix, kMaxArcs - 1);
+  if (len < 0) return;
+  oidnode **link = &reach(root, prefix, len)->child;
   for (unsigned long v = range.lo; v <= range.hi; ++v) {
     char text[OID_MAPPING_SIZE];
     if (strsub(text, sizeof text, tmpl.c_str(), range.letter, static_cast<long>(v)) != 0) return;
-    std::string oid = range.prefix + std::to_string(v);
-    if (TreeInsertOid(root, oid.c_str(), buildOidData(text)) == nullptr) return;
+    while (*link != nullptr && (*link)->val < v) link = &(*link)->sib;
+    if (*link == nullptr || (*link)->val != v) {
+      oidnode *added = newOidNode(static_cast<ObjectIdEMS>(v));
+      added->sib = *link;
+      *link = added;
+    }
+    set_data(*link, buildOidData(text));
   }
 }
 
@@ -285,21 +318,8 @@ EVENTS_EXPORT oidnode *insertOid(oidnode **root, const ObjectIdEMS *oid, int len
     free(data);
     return nullptr;
   }
-  if (*root == nullptr) *root = newOidNode(0);
-  oidnode **link = &(*root)->child;
-  oidnode *node = nullptr;
-  for (int i = 0; i < len; ++i) {
-    while (*link != nullptr && (*link)->val < oid[i]) link = &(*link)->sib;
-    if (*link == nullptr || (*link)->val != oid[i]) {
-      oidnode *added = newOidNode(oid[i]);
-      added->sib = *link;
-      *link = added;
-    }
-    node = *link;
-    link = &node->child;
-  }
-  free(node->data);
-  node->data = data;
+  oidnode *node = reach(root, oid, len);
+  set_data(node, data);
   return node;
 }
 
