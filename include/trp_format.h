@@ -15,8 +15,9 @@
  * first.
  *
  * The model keeps indexes beside the lists (trap names, exact enterprise
- * identifiers, the last format of each generic/specific pair) so that
- * loading and name lookups do not walk the whole model.  They stay in step as long as
+ * identifiers, the first and the last format of each generic/specific
+ * pair) so that loading, name and format lookups do not walk the whole
+ * model.  They stay in step as long as
  * records enter and leave the model through the routines below: callers
  * walk the lists freely, but link, unlink and rename records only through
  * insert_enterprise, insertMallocTrapRecord, delete_enterprise_record,

@@ -180,6 +180,16 @@ TEST_F(Formatter, ChoosesNodeWildcardAndFallbackFormats) {
   EXPECT_EQ(format(WBX_USER, &out), 3);
   EXPECT_EQ(out, "Port 3 down somewhere\n");
   EXPECT_EQ(host_, "192.0.2.7");
+  // A format added for that node afterwards is found at once.
+  enterprise_info *lab = nullptr;
+  find_enterprise(trap_.enterprise, 7, &lab);
+  char **nodes = static_cast<char **>(doMalloc(sizeof(char *)));
+  nodes[0] = doStrdup("192.0.2.7");
+  insertMallocTrapRecord(lab, const_cast<char *>("docPort"), 6, 1, 1, nodes, 3, 'A',
+                         doStrdup("Documentation port $1"), nullptr, nullptr, nullptr, 1, 0, 0,
+                         nullptr, 0, nullptr, nullptr);
+  EXPECT_EQ(format(WBX_USER, &out), 3);
+  EXPECT_EQ(out, "Documentation port 3\n");
 
   // A trap of a deeper enterprise with no exact format takes its wildcard.
   trap_.vars = 0;
