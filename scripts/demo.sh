@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Builds libevents and runs its demo: a sample trap encoded, printed as
-# octets and decoded again; then the event channel through the development
-# hub on a temporary socket: a listener connects, an event and a trap are
-# sent, and every trap the listener receives is shown.
+# octets and decoded again; then the whole road of a trap: the development
+# hub relays traps from hubevent and from net-snmp's snmptrap to listeners
+# that format them by the example configuration, and hubconf explains one
+# choice of format.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh >/dev/null
@@ -13,8 +14,10 @@ build/examples/trap_roundtrip
 work=$(mktemp -d)
 hub_pid=
 listen_pid=
+log_pid=
 cleanup() {
   [ -n "$listen_pid" ] && kill "$listen_pid" 2>/dev/null || true
+  [ -n "$log_pid" ] && kill "$log_pid" 2>/dev/null || true
   [ -n "$hub_pid" ] && kill "$hub_pid" 2>/dev/null || true
   wait 2>/dev/null || true
   rm -rf "$work"
@@ -31,37 +34,60 @@ wait_for() {
   return 1
 }
 
+# The whole road: traps go through the development hub to two listeners
+# that format them, one as the operator's display shows traps, one as the
+# daemon's log writes them.  The example configuration is used with its
+# node list in the work directory, where this machine is a critical node.
 socket=$work/hubd.socket
+udp_port=$((20000 + RANDOM % 20000))
 export KZ_HUBD_SOCKET=$socket  # the default transport (5) connects here
+{ cat examples/critical-nodes.list; echo "localhost   this machine, for the demo"; } \
+  >"$work/critical-nodes.list"
+sed "s#/usr/KZ/conf/C/#$work/#" examples/hubd.conf >"$work/hubd.conf"
+export KZHUBDCONF=$work/hubd.conf KZ_CONF_DIR=$PWD/examples KZ_MIB_FILE=$PWD/examples/mib.labels
 echo
-echo "== hubd-dev --unix $socket"
-build/tools/hubd-dev --unix "$socket" --verbose >"$work/hub.log" 2>&1 &
+echo "== hubd-dev --unix $socket --udp 127.0.0.1:$udp_port"
+build/tools/hubd-dev --unix "$socket" --udp "127.0.0.1:$udp_port" >"$work/hub.log" 2>&1 &
 hub_pid=$!
 wait_for "[ -S '$socket' ]"
 
-# Each sender announces itself and says goodbye: 3 traps per send.
-build/tools/hubevent listen --count 6 >"$work/listen.out" 2>"$work/listen.err" &
-listen_pid=$!
-wait_for "grep -q listening '$work/listen.err'"
+# The listeners run until the last trap, the datagram, has reached both.
+build/tools/hubevent listen --format >"$work/display.out" 2>"$work/display.err" &
+build/tools/hubevent listen --format hubd >"$work/log.out" 2>"$work/log.err" &
+log_pid=$!
+wait_for "grep -q listening '$work/display.err' && grep -q listening '$work/log.err'"
 
-echo "== hubevent send event 50790438 (source 8)"
-build/tools/hubevent send -s 8 --host "gateway7 port3" --data hubd.conf \
-  event 50790438 "Trap configuration changed."
-echo "== hubevent send trap 1.3.6.1.4.1.49999.6.3.1 6 17 (source 3)"
-build/tools/hubevent send -s 3 trap 1.3.6.1.4.1.49999.6.3.1 6 17 \
-  1.3.6.1.4.1.49999.6.3.1.1.3.0 s gateway7 1.3.6.1.2.1.2.2.1.1.3 i 3 \
-  1.3.6.1.4.1.49999.1.1 a 192.168.1.20
+echo "== linkDown from localhost, a critical node: its node-specific format"
+build/tools/hubevent send --agent 127.0.0.1 trap 1.3.6.1.6.3.1.1.5 2 0 \
+  1.3.6.1.2.1.2.2.1.1.3 i 3 1.3.6.1.2.1.2.2.1.7.3 i 1 1.3.6.1.2.1.2.2.1.8.3 i 2
+echo "== a Cisco trap without a format of its own: the enterprise's wildcard format"
+build/tools/hubevent send --agent 127.0.0.1 trap 1.3.6.1.4.1.9.9.99 6 5 \
+  1.3.6.1.4.1.9.9.99.1.1.0 s "fan tray 2 removed"
+echo "== a trap of an enterprise nobody configured: the fallback format"
+build/tools/hubevent send --agent 127.0.0.1 trap 1.3.6.1.4.1.7777.1 6 12 \
+  1.3.6.1.4.1.7777.1.4.0 c 42
+echo "== a platform event from source 8"
+build/tools/hubevent send -s 8 --host gateway7 event 58917937 "Backup of the configuration finished."
+echo "== net-snmp's snmptrap into the hub's UDP port: nsNotifyRestart"
+snmptrap -v1 -c public -m "" -M "" "127.0.0.1:$udp_port" 1.3.6.1.4.1.8072.4 127.0.0.1 6 3 ""
 
-wait_for "! kill -0 $listen_pid 2>/dev/null"
-wait "$listen_pid" || true
+wait_for "grep -q restarted '$work/display.out' && grep -q restarted '$work/log.out'"
+kill "$listen_pid" "$log_pid"
+wait "$listen_pid" "$log_pid" || true
 listen_pid=
+log_pid=
 echo
-echo "== hubevent listen received"
-cat "$work/listen.out"
+echo "== the operator's display (hubevent listen --format)"
+cat "$work/display.out"
+echo
+echo "== the daemon's log (hubevent listen --format hubd)"
+cat "$work/log.out"
 kill "$hub_pid"
 wait "$hub_pid" || true
 hub_pid=
-echo "== hubd-dev log"
-cat "$work/hub.log"
+echo
+echo "== hubconf match: why the Cisco trap got its format"
+build/tools/hubconf match --file "$work/hubd.conf" 1.3.6.1.4.1.9.9.99 6 5 --node localhost
+echo
 sed "s#/usr/KZ/conf/C/#$PWD/examples/#" examples/hubd.conf > build/hubd.conf
 build/tools/hubconf check build/hubd.conf

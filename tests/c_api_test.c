@@ -5,11 +5,14 @@
 
 #include "alert_mapping.h"
 #include "asn1.h"
+#include "codeptcat.h"
 #include "env_probe.h"
 #include "event.h"
 #include "events_msg.h"
+#include "kz_mib.h"
 #include "kz_platform.h"
 #include "log_trace.h"
+#include "oidtree.h"
 #include "snmp.h"
 #include "snmp_call.h"
 #include "snmp_clnt.h"
@@ -75,6 +78,15 @@ int main(void) {
     freeTrapElementContents(&element);
     CHECK(ICFEvtTimeInt2String(&ticks, text) == 0 && strcmp(text, "2m") == 0);
     CHECK(isCnode() == 0 && trpFormatExpandSourceFiles == 1);
+    CHECK(stringToSeverity(severityToString(5)) == 5 && strictHex == 0 && isTrapJQ(6, 1500, NULL) == 0);
+  }
+  {
+    oidnode *names = NULL;
+    const ObjectIdEMS platform[] = {1, 3, 6, 1, 4, 1, 49999};
+    CHECK(TreeInsertOid(&names, "1.3.6.1.4.1.49999", buildOidData("platform")) != NULL);
+    CHECK(strcmp(TreeLookupOid(names, platform, 7), "platform") == 0);
+    oidFreeTree(names);
+    CHECK(strcmp(codeptstr(9, 5), "0005") == 0);
   }
   {
     unsigned int oid[4];

@@ -200,4 +200,35 @@ TEST(Hubconf, EditCycle) {
   for (const char *name : {"KZHUBDCONF", "VORAD_CONF", "KZ_HUBD_SOCKET"}) unsetenv(name);
 }
 
+TEST(Hubconf, MatchExplainsTheChoiceOfFormat) {
+  testsupport::TempDir dir;
+  const std::string conf = dir.file("hubd.conf");
+  testsupport::write_file(conf, "CATEGORY 3 \"Status Events\"\ncisco {1.3.6.1.4.1.9}\n"
+                                "envMon {1.3.6.1.4.1.9.9.13}\n"
+                                "temp {1.3.6.1.4.1.9.9.13} 6 3 A 5 0 \"Status Events\"\nhot\n"
+                                "NODES core-1\nSDESC\nEDESC\n"
+                                "any {1.3.6.1.4.1.9} -1 0 A 1 0 \"Status Events\"\nanything\n"
+                                "SDESC\nEDESC\n");
+  const struct {
+    std::vector<std::string> args, wanted;
+    int status;
+  } cases[] = {
+      {{"1.3.6.1.4.1.9.9.13", "6", "3", "--node", "core-1"},
+       {"    exact format temp", "  nodes       core-1"}, 0},
+      {{"1.3.6.1.4.1.9.9.13", "6", "3", "--node", "edge-9"},
+       {"    no format 6/3 for node edge-9", "  enterprise cisco .1.3.6.1.4.1.9",
+        "    wildcard format any", "  numbers     generic -1, specific 0 (wildcard)"}, 0},
+      {{"1.3.6.1.4.1.7", "6", "3"},
+       {"  no configured enterprise is a prefix of it", "format HARD_DEFAULT"}, 0},
+      {{"1.3.six", "6", "3"}, {"usage: hubconf match"}, 2},
+  };
+  for (const auto &c : cases) {
+    std::vector<std::string> args = {"match", "--file", conf};
+    args.insert(args.end(), c.args.begin(), c.args.end());
+    ToolRun run = hubconf(args, c.wanted);
+    EXPECT_EQ(run.status, c.status) << c.args[0];
+    for (size_t i = 0; i < c.wanted.size(); ++i) EXPECT_EQ(run.lines[i].find(c.wanted[i]), 0u) << run.lines[i];
+  }
+}
+
 }  // namespace

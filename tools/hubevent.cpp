@@ -3,7 +3,7 @@
 //
 //   hubevent send [OPTIONS] event NUMBER DESCRIPTION
 //   hubevent send [OPTIONS] trap ENTERPRISE GENERIC SPECIFIC [OID TYPE VALUE]...
-//   hubevent listen [OPTIONS]
+//   hubevent listen [OPTIONS] [--format [KIND]]
 //
 // Exit status: 0 done, 1 the connection or a send or receive failed,
 // 2 bad usage.
@@ -26,6 +26,7 @@
 
 #include "event.h"
 #include "snmp.h"
+#include "trp_format.h"
 
 namespace {
 
@@ -47,7 +48,11 @@ const char kUsage[] =
     "trap:  --community C (public) --agent A.B.C.D (this host) --time TICKS (0);\n"
     "       TYPE is i INTEGER, u Gauge, c Counter, t TimeTicks, a IpAddress,\n"
     "       s OCTET STRING, x hex OCTET STRING, o OBJECT IDENTIFIER, n NULL\n"
-    "listen: --count N   stop after N traps (default: until interrupted)\n";
+    "listen: --count N   stop after N traps (default: until interrupted)\n"
+    "        --format [KIND]  print each trap as the formatter lays it out for KIND:\n"
+    "                     qmwevent (default), hubd, rqv, zxevents or wbx; hubd.conf,\n"
+    "                     oid_to_label and MIB labels from KZHUBDCONF, KZ_CONF_DIR and\n"
+    "                     KZ_MIB_FILE, else from the bundled examples\n";
 
 struct Options {
   int trans = EVENT_TRANS_DEFAULT;
@@ -60,6 +65,7 @@ struct Options {
   const char *agent = nullptr;
   uint32_t time = 0;
   long count = -1;
+  int format_kind = -1;  // an rtrap_user, or -1: print the decoded fields
 };
 
 // Reports on standard error and ends with `status`; bad usage (2) also
@@ -303,6 +309,38 @@ void print_value(const SnmpVarBindEMS &b) {
   }
 }
 
+int format_kind(const char *text) {
+  static const char *const kinds[] = {"qmwevent", "hubd", "rqv", "zxevents", "wbx"};
+  for (int kind = 0; kind < 5; ++kind)
+    if (strcmp(text, kinds[kind]) == 0) return kind;
+  return -1;
+}
+
+// Points the formatter at the bundled examples for whatever the environment
+// leaves unset.  The examples' node lists name installed paths, so they are
+// read when a trap is matched, not when the file is loaded.
+void use_bundled_configuration() {
+  const std::string examples = EVENTS_EXAMPLES_DIR;
+  if (getenv("KZHUBDCONF") == nullptr) {
+    setHubdConfFile((examples + "/hubd.conf").c_str());
+    trpFormatExpandSourceFiles = 0;
+  }
+  if (getenv("KZ_CONF_DIR") == nullptr) setenv("KZ_CONF_DIR", examples.c_str(), 1);
+  if (getenv("KZ_MIB_FILE") == nullptr)
+    setenv("KZ_MIB_FILE", (examples + "/mib.labels").c_str(), 1);
+}
+
+void print_formatted(int kind, snmp_trap_infoEMS &trap, SnmpVarBindEMS *vars) {
+  static char text[16384];
+  text[0] = '\0';
+  char *host = nullptr;
+  // -1: not shown to this kind.  Otherwise the buffer holds the lines, or
+  // the reason the configuration could not be loaded.
+  if (trp_format(static_cast<rtrap_user>(kind), &trap, text, sizeof text, vars, &host, 0) != -1)
+    fputs(text, stdout);
+  fflush(stdout);
+}
+
 void print_trap(long index, int length, const trap_headerEMS &header, const snmp_trap_infoEMS &trap,
                 const SnmpVarBindEMS *vars) {
   const auto *agent = reinterpret_cast<const unsigned char *>(&trap.agent);
@@ -341,6 +379,7 @@ int listen_command(const Options &options, int argc) {
   sigaction(SIGTERM, &action, nullptr);
 
   event_infoEMS ei = connect_hub(options);
+  if (options.format_kind >= 0) use_bundled_configuration();
   fprintf(stderr, "hubevent: listening\n");
   static snmp_trap_infoEMS trap;
   static SnmpVarBindEMS vars[kMaxBindings];
@@ -354,7 +393,10 @@ int listen_command(const Options &options, int argc) {
     trap.maxvars = kMaxBindings;
     trap_headerEMS *header = nullptr;
     int length = recv_event_hdr(&ei, &trap, vars, &header);
-    if (length > 0) {
+    if (length > 0 && options.format_kind >= 0) {
+      ++received;
+      print_formatted(options.format_kind, trap, vars);
+    } else if (length > 0) {
       print_trap(++received, length, *header, trap, vars);
     } else if (length == EVENT_RECV_CLOSED) {
       fprintf(stderr, "hubevent: the daemon closed the connection\n");
@@ -394,7 +436,8 @@ int main(int argc, char **argv) {
     kCommunity,
     kAgent,
     kTime,
-    kCount
+    kCount,
+    kFormat
   };
   static const option options_table[] = {
       {"transport", required_argument, nullptr, 't'},
@@ -414,6 +457,7 @@ int main(int argc, char **argv) {
       {"agent", required_argument, nullptr, kAgent},
       {"time", required_argument, nullptr, kTime},
       {"count", required_argument, nullptr, kCount},
+      {"format", optional_argument, nullptr, kFormat},
       {"help", no_argument, nullptr, 'h'},
       {nullptr, 0, nullptr, 0}};
   if (argc < 2) usage_error("a command is required");
@@ -465,6 +509,14 @@ int main(int argc, char **argv) {
       case kCount:
         options.count = number(optarg, "count", 1, LONG_MAX);
         break;
+      case kFormat: {
+        // The kind may follow as a word of its own: "--format hubd".
+        const char *kind = optarg;
+        if (kind == nullptr && optind < argc && format_kind(argv[optind]) >= 0) kind = argv[optind++];
+        options.format_kind = kind == nullptr ? QMWEVENT_USER : format_kind(kind);
+        if (options.format_kind < 0) usage_error("unknown format kind '%s'", kind);
+        break;
+      }
       case 'h':
         fputs(kUsage, stdout);
         return 0;

@@ -92,6 +92,11 @@ struct EnterpriseSide {
   // the enterprise was released.
   std::map<PairKey, trap_record *> pair_last;
   bool pairs_known = false;
+  // The first format of each pair, for exact lookups (the formatter makes
+  // one per received trap); rebuilt from the list after a format of the
+  // enterprise was linked or released.
+  std::unordered_map<uint64_t, trap_record *> pair_first;
+  bool firsts_known = false;
 };
 
 // Enterprises ordered as oidcmp orders their identifiers; looked up by
@@ -323,8 +328,23 @@ trap_record *pair_match(enterprise_info *enterprise, PairKey pair, const char *n
   return nullptr;
 }
 
+uint64_t pair_hash_key(int generic, int specific) {
+  return (static_cast<uint64_t>(static_cast<uint32_t>(generic)) << 32) |
+         static_cast<uint32_t>(specific);
+}
+
+void index_firsts(enterprise_info *enterprise, EnterpriseSide &side) {
+  guarded([&] {
+    side.pair_first.clear();
+    for (trap_record *r = enterprise->trap_rec_list_head.next; r != nullptr; r = r->next)
+      side.pair_first.emplace(pair_hash_key(r->generic_trap, r->specific_trap), r);
+  });
+  side.firsts_known = true;
+}
+
 void note_linked(enterprise_info *enterprise, trap_record *record) {
   EnterpriseSide *side = side_of(enterprise);
+  if (side != nullptr) side->firsts_known = false;
   if (side == nullptr || !side->pairs_known) return;
   if (record->next == nullptr || pair_of(record->next) != pair_of(record)) {
     side->pair_last[pair_of(record)] = record;
@@ -333,7 +353,7 @@ void note_linked(enterprise_info *enterprise, trap_record *record) {
 
 void forget_pairs(enterprise_info *enterprise) {
   EnterpriseSide *side = side_of(enterprise);
-  if (side != nullptr) side->pairs_known = false;
+  if (side != nullptr) side->pairs_known = side->firsts_known = false;
 }
 
 // A name that no format carries yet, as it will be stored (cut to 39
@@ -541,6 +561,17 @@ extern "C" EVENTS_EXPORT trap_record *findExactTrapRecord(enterprise_info *enter
                                                           int generic_trap, int specific_trap,
                                                           const char *nodename) {
   if (enterprise_info_ptr == nullptr) return nullptr;
+  if (EnterpriseSide *side = side_of(enterprise_info_ptr)) {
+    if (!side->firsts_known) index_firsts(enterprise_info_ptr, *side);
+    auto first = side->pair_first.find(pair_hash_key(generic_trap, specific_trap));
+    if (first == side->pair_first.end()) return nullptr;
+    for (trap_record *r = first->second;
+         r != nullptr && r->generic_trap == generic_trap && r->specific_trap == specific_trap;
+         r = r->next) {
+      if (trapRecNodesMatch(r, nodename)) return r;
+    }
+    return nullptr;
+  }
   for (trap_record *r = enterprise_info_ptr->trap_rec_list_head.next; r != nullptr; r = r->next) {
     if (r->generic_trap == generic_trap) {
       if (r->specific_trap == specific_trap && trapRecNodesMatch(r, nodename)) return r;

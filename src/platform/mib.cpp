@@ -1,16 +1,144 @@
+// MIB labels from the label file, and the identifier printers.
+
 #include "platform/mib.h"
 
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <unordered_map>
+#include <vector>
 
 #include "kz_platform.h"
 
-namespace platform {
+namespace {
 
-void print_rawobjid(const ObjectIdEMS *objid, int length) {
-  for (int i = 0; i < length; ++i) printf(i == 0 ? "%u" : ".%u", objid[i]);
+// The labelled tree as a flat table: node 0 is the root above the first
+// arcs; a child is found by (parent node, arc).  Nodes that exist only as
+// the way to a deeper label have an empty label.
+struct LabelTree {
+  std::vector<std::string> labels{std::string()};
+  std::unordered_map<uint64_t, uint32_t> children;
+
+  static uint64_t key(uint32_t parent, ObjectIdEMS arc) {
+    return (static_cast<uint64_t>(parent) << 32) | arc;
+  }
+
+  // Returns the child node, or 0 (the root, never a child) when absent.
+  uint32_t child(uint32_t parent, ObjectIdEMS arc) const {
+    auto found = children.find(key(parent, arc));
+    return found == children.end() ? 0 : found->second;
+  }
+
+  void insert(const ObjectIdEMS *objid, int length, const std::string &label) {
+    uint32_t node = 0;
+    for (int i = 0; i < length; ++i) {
+      auto [slot, added] = children.try_emplace(key(node, objid[i]), labels.size());
+      if (added) labels.emplace_back();
+      node = slot->second;
+    }
+    labels[node] = label;
+  }
+};
+
+struct MibState {
+  LabelTree tree;
+  std::string filename;
+};
+
+MibState &mib() {
+  static MibState state;
+  return state;
 }
 
-}  // namespace platform
+constexpr int kMaxArcs = 128;
+
+// Reads "dotted-oid label" lines into `tree`; false on a read error.
+bool read_labels(FILE *file, LabelTree &tree) {
+  char *line = nullptr;
+  size_t capacity = 0;
+  while (getline(&line, &capacity, file) != -1) {
+    char *comment = strchr(line, '#');
+    if (comment != nullptr) *comment = '\0';
+    char *save = nullptr;
+    const char *oid_text = strtok_r(line, " \t\r\n", &save);
+    const char *label = strtok_r(nullptr, " \t\r\n", &save);
+    if (label == nullptr || strtok_r(nullptr, " \t\r\n", &save) != nullptr) continue;
+    ObjectIdEMS objid[kMaxArcs];
+    int length = kMaxArcs;
+    if (KZmib_read_numeric_objid(oid_text, objid, &length) != 0 || length == 0) continue;
+    tree.insert(objid, length, label);
+  }
+  free(line);
+  return ferror(file) == 0;
+}
+
+// Appends `text` to buf within buflen, keeping it terminated.
+void append(char *buf, int buflen, int &used, const char *text) {
+  int room = buflen - 1 - used;
+  int length = static_cast<int>(strlen(text));
+  if (length > room) length = room;
+  memcpy(buf + used, text, static_cast<size_t>(length));
+  used += length;
+  buf[used] = '\0';
+}
+
+}  // namespace
+
+extern "C" EVENTS_EXPORT const char *KZmib_get_mib_filename(void) {
+  MibState &state = mib();
+  const char *named = getenv("KZ_MIB_FILE");
+  if (named != nullptr && *named != '\0') {
+    state.filename = named;
+  } else {
+    char *path = _KZConcatPath(_KZconfDirName(), "mib.labels");
+    state.filename = path;
+    free(path);
+  }
+  return state.filename.c_str();
+}
+
+extern "C" EVENTS_EXPORT int KZmib_load_mib(void) {
+  FILE *file = fopen(KZmib_get_mib_filename(), "r");
+  if (file == nullptr) return -1;
+  LabelTree tree;
+  bool read = read_labels(file, tree);
+  fclose(file);
+  if (!read) return -1;
+  mib().tree = std::move(tree);
+  return 0;
+}
+
+extern "C" EVENTS_EXPORT int sprint__objid(char *buf, int buflen, const ObjectIdEMS *objid,
+                                           int objidlen) {
+  if (buflen <= 0) return 0;
+  const LabelTree &tree = mib().tree;
+  int used = 0;
+  buf[0] = '\0';
+  uint32_t node = 0;
+  bool known = true;
+  for (int i = 0; i < objidlen && used < buflen - 1; ++i) {
+    if (known) {
+      node = tree.child(node, objid[i]);
+      known = node != 0;
+    }
+    char number[12];
+    const char *text = number;
+    if (known && !tree.labels[node].empty()) {
+      text = tree.labels[node].c_str();
+    } else {
+      snprintf(number, sizeof number, "%u", objid[i]);
+    }
+    append(buf, buflen, used, ".");
+    append(buf, buflen, used, text);
+  }
+  return used;
+}
+
+extern "C" EVENTS_EXPORT void print_rawobjid(const ObjectIdEMS *objid, int objidlen) {
+  for (int i = 0; i < objidlen; ++i) printf(i == 0 ? "%u" : ".%u", objid[i]);
+}
 
 extern "C" EVENTS_EXPORT int KZmib_read_numeric_objid(const char *text, ObjectIdEMS *objid,
                                                       int *objid_len) {

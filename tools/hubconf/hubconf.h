@@ -20,5 +20,6 @@ const char *hubconf_severity_name(int severity);
  * each line the library reads without an error but otherwise than it
  * looks.  Returns the number of warnings. */
 int hubconf_lint(const char *file, FILE *report);
+int hubconf_match(int argc, char **argv);
 
 #endif

@@ -19,6 +19,7 @@ static const struct {
     {"set", hubconf_set, "add a trap format or change one"},
     {"delete", hubconf_delete, "remove a trap format"},
     {"delete-action", hubconf_delete_action, "remove an operator action"},
+    {"match", hubconf_match, "show which format a trap would get, and why"},
 };
 
 static void usage(FILE *out) {
