@@ -22,7 +22,7 @@ EVENTS_BEGIN_DECLS
 
 /* Event number of the change notice, and the size of oid_to_string's text. */
 #define EVENT_FORMAT_CHANGED 50790438
-#define OID_STRING_SIZE 412
+#define OID_TO_STRING_SIZE 412
 
 /* Lock and writer.
  * lockHubdConfFile opens getHubdConfFile() for reading and writing and
@@ -56,7 +56,7 @@ EVENTS_EXPORT void print_trap_rec(FILE *fp, trap_record *rec, unsigned int *oid,
  *   caller ensures; 0, or 1 at a character that is neither (the arcs parsed
  *   so far stay stored).
  * oid_to_string: dotted text of the first 100 arcs at most, in a static
- *   buffer of OID_STRING_SIZE bytes overwritten by each call; "" for an
+ *   buffer of OID_TO_STRING_SIZE bytes overwritten by each call; "" for an
  *   empty identifier. */
 EVENTS_EXPORT void find_exact_trap_record(enterprise_info *enterprise_info_ptr, int generic_trap,
                                           int specific_trap, trap_record **trap_rec_ptr_ptr);

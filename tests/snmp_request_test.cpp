@@ -101,9 +101,14 @@ TEST(RequestCodec, DecodesResponses) {
     EXPECT_EQ(Bytes(info.community, info.community + info.clen), community);
     EXPECT_EQ(std::vector<ObjectIdEMS>(vars[0].oid, vars[0].oid + vars[0].oid_length),
               (std::vector<ObjectIdEMS>{1, 3, 6, 1, 2, 1, 1, 5, 0}));
-    if (vars[0].type == 4) EXPECT_EQ(std::string(reinterpret_cast<char *>(vars[0].val.string), vars[0].val_len), "vm");
-    if (c.maxvars == 1) EXPECT_EQ(vars[1].type, 0) << "decoded past the array";
-    else if (vars[1].type == 0x43) EXPECT_EQ(vars[1].val.integer, 256);
+    if (vars[0].type == 4) {
+      EXPECT_EQ(std::string(reinterpret_cast<char *>(vars[0].val.string), vars[0].val_len), "vm");
+    }
+    if (c.maxvars == 1) {
+      EXPECT_EQ(vars[1].type, 0) << "decoded past the array";
+    } else if (vars[1].type == 0x43) {
+      EXPECT_EQ(vars[1].val.integer, 256);
+    }
   }
 }
 
@@ -146,7 +151,9 @@ TEST(RequestCodec, EachLayerMustFit) {
     auto seen = with_diagnostics(SNMP_TRACE_REQUEST, [&] { result = snmpBuild09(out.data(), &length, &request, vars); });
     EXPECT_EQ(result, c.result);
     EXPECT_EQ(seen.standard_error, c.echo);
-    if (result == 0) EXPECT_EQ(length, 43);
+    if (result == 0) {
+      EXPECT_EQ(length, 43);
+    }
   }
 }
 
@@ -267,8 +274,9 @@ TEST(SnmpCall, ArraysGoInChunksOfTenAndStopAtAFailingChunk) {
     for (const Request &r : seen) chunks.push_back(r.vars.size());
     EXPECT_EQ(chunks, c.chunks);
     for (size_t i = 1; i < seen.size(); ++i) EXPECT_NE(seen[i].info.reqid, seen[i - 1].info.reqid);
-    if (c.result == 0)
+    if (c.result == 0) {
       for (int i = 0; i < 25; ++i) EXPECT_EQ(out[i].val.integer, i) << "binding " << i;
+    }
     close_snmp_call(sci);
   }
 }
@@ -442,7 +450,9 @@ TEST_F(AgentTest, GetsSystemVariablesAndWalksTheGroup) {
     SnmpVarBindEMS next{};
     ASSERT_EQ(getnextvar(sci, &cursor, &next), 0) << snmpcall_error(sci);
     if (next.oid_length < 8 || next.oid[6] != 1 || next.oid[5] != 1) break;
-    if (!names.empty()) EXPECT_GT(next.oid[7], names.back() - 1) << "names do not rise";
+    if (!names.empty()) {
+      EXPECT_GT(next.oid[7], names.back() - 1) << "names do not rise";
+    }
     names.push_back(next.oid[7]);
     location_seen |= next.oid[7] == 6 && string_value(next) == "lab";
     cursor = next;

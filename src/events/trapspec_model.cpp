@@ -334,11 +334,9 @@ uint64_t pair_hash_key(int generic, int specific) {
 }
 
 void index_firsts(enterprise_info *enterprise, EnterpriseSide &side) {
-  guarded([&] {
-    side.pair_first.clear();
-    for (trap_record *r = enterprise->trap_rec_list_head.next; r != nullptr; r = r->next)
-      side.pair_first.emplace(pair_hash_key(r->generic_trap, r->specific_trap), r);
-  });
+  side.pair_first.clear();
+  for (trap_record *r = enterprise->trap_rec_list_head.next; r != nullptr; r = r->next)
+    side.pair_first.emplace(pair_hash_key(r->generic_trap, r->specific_trap), r);
   side.firsts_known = true;
 }
 

@@ -29,7 +29,7 @@ constexpr int kLogSubsystem = 84;
 constexpr const char *kLogCatalog = "events.cat";
 
 struct WriterState {
-  char oid_text[OID_STRING_SIZE];
+  char oid_text[OID_TO_STRING_SIZE];
   char *last_warning = nullptr;  // sendFMTCHGevent's latest failure text
 };
 WriterState state;
