@@ -22,8 +22,10 @@
 #include <string>
 #include <vector>
 
+#include "kz_mib.h"
 #include "kz_platform.h"
 #include "snmp_call.h"
+#include "trp_format.h"
 
 namespace {
 
@@ -137,56 +139,22 @@ std::string dotted(const ObjectIdEMS *arcs, uint32_t length) {
   return text;
 }
 
-// Prints one binding as "OID = TYPE: value" on standard output.
-void print_binding(const SnmpVarBindEMS &b) {
-  std::string value;
-  uint32_t number = static_cast<uint32_t>(b.val.integer);
-  switch (b.type) {
-    case ASN_INTEGER:
-      value = "INTEGER: " + std::to_string(b.val.integer);
-      break;
-    case ASN_COUNTER:
-      value = "Counter32: " + std::to_string(number);
-      break;
-    case ASN_GAUGE:
-      value = "Gauge32: " + std::to_string(number);
-      break;
-    case ASN_TIMETICKS:
-      value = "Timeticks: " + std::to_string(number);
-      break;
-    case ASN_IPADDRESS: {
-      char text[INET_ADDRSTRLEN];
-      value = std::string("IpAddress: ") + inet_ntop(AF_INET, &b.val.integer, text, sizeof text);
-      break;
-    }
-    case ASN_OBJECT_ID:
-      value = "OID: " + dotted(b.val.objid, std::min<uint32_t>(b.val_len, SNMP_OID_MAX));
-      break;
-    case ASN_NULL:
-      value = "NULL";
-      break;
-    case ASN_OCTET_STR: {
-      uint32_t length = std::min<uint32_t>(b.val_len, SNMP_STRING_MAX);
-      bool printable = true;
-      for (uint32_t i = 0; i < length; ++i)
-        printable = printable && (isprint(b.val.string[i]) || isspace(b.val.string[i]));
-      if (printable) {
-        value = "STRING: \"" + std::string(reinterpret_cast<const char *>(b.val.string), length) + "\"";
-      } else {
-        value = "Hex-STRING:";
-        char pair[4];
-        for (uint32_t i = 0; i < length; ++i) {
-          snprintf(pair, sizeof pair, " %02X", b.val.string[i]);
-          value += pair;
-        }
-      }
-      break;
-    }
-    default:
-      value = "type " + std::to_string(b.type);
-  }
-  printf("%s = %s\n", dotted(b.oid, std::min<uint32_t>(b.oid_length, SNMP_OID_MAX)).c_str(),
-         value.c_str());
+// Prints one binding as "OID = Kind: value" on standard output, through the
+// library's value printers, as a trap's bindings are shown.
+void print_binding(SnmpVarBindEMS &b) {
+  char kind[64], value[1024];
+  formatKind(kind, sizeof kind, &b);
+  formatValue(value, sizeof value, &b);
+  printf("%s = %s: %s\n", dotted(b.oid, std::min<uint32_t>(b.oid_length, SNMP_OID_MAX)).c_str(),
+         kind, value);
+}
+
+// Identifiers print as label paths: from the MIB label file of the
+// environment, else from the bundled one.
+void load_mib_labels() {
+  if (KZmib_load_mib() == 0 || getenv("KZ_MIB_FILE") != nullptr) return;
+  setenv("KZ_MIB_FILE", EVENTS_EXAMPLES_DIR "/mib.labels", 1);
+  KZmib_load_mib();
 }
 
 // Resolves HOST[:PORT]; the port reaches the library through KZ_SNMP_PORT.
@@ -304,6 +272,7 @@ int main(int argc, char **argv) {
   }
 
   uint32_t address = agent_address(argv[optind + 1]);
+  load_mib_labels();
   snmp_call_info *sci = init_snmp_call(timeout, retries);
   if (sci == nullptr) quit(1, "cannot open a UDP socket: %s", strerror(errno));
   init_snmp_request(sci, address, community);
@@ -315,7 +284,7 @@ int main(int argc, char **argv) {
     if (do_array_call(sci, request.data(), response.data(), static_cast<int>(request.size()),
                       reqtype) != 0)
       call_failed(sci, request);
-    for (const SnmpVarBindEMS &b : response)
+    for (SnmpVarBindEMS &b : response)
       if (b.oid_length > 0) print_binding(b);
   }
   close_snmp_call(sci);
