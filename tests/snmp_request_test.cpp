@@ -20,32 +20,19 @@
 #include <vector>
 
 #include "snmp_call.h"
+#include "support/ber_bytes.h"
 #include "support/diagnostics.h"
 #include "support/snmp_agent.h"
 
 using namespace std::chrono_literals;
 using testsupport::with_diagnostics;
-using Bytes = std::vector<unsigned char>;
+using testsupport::Bytes;
+using testsupport::cat;
+using testsupport::text;
+using testsupport::tlv;
 
 namespace {
 
-// One BER element with a short or 0x81/0x82 length, written here rather
-// than by the library so the decoder is checked against independent bytes.
-Bytes tlv(int type, const Bytes &contents) {
-  Bytes out = {static_cast<unsigned char>(type)};
-  size_t n = contents.size();
-  if (n > 255) out.insert(out.end(), {0x82, static_cast<unsigned char>(n >> 8), static_cast<unsigned char>(n)});
-  else if (n > 127) out.insert(out.end(), {0x81, static_cast<unsigned char>(n)});
-  else out.push_back(static_cast<unsigned char>(n));
-  out.insert(out.end(), contents.begin(), contents.end());
-  return out;
-}
-Bytes cat(std::initializer_list<Bytes> parts) {
-  Bytes out;
-  for (const Bytes &part : parts) out.insert(out.end(), part.begin(), part.end());
-  return out;
-}
-Bytes text(const std::string &s) { return Bytes(s.begin(), s.end()); }
 const Bytes kSysName = {0x2B, 6, 1, 2, 1, 1, 5, 0};
 
 Bytes response(int version, const Bytes &community, const Bytes &bindings, int list_type = 0x30) {
@@ -494,8 +481,8 @@ TEST_F(AgentTest, QueryCommandExitStatus) {
     int status;
     std::string line;  // a line it must print
   } cases[] = {
-      {{"get", agent, "1.3.6.1.2.1.1.6.0"}, 0, ".1.3.6.1.2.1.1.6.0 = STRING: \"lab\""},
-      {{"walk", agent, "1.3.6.1.2.1.1"}, 0, ".1.3.6.1.2.1.1.6.0 = STRING: \"lab\""},
+      {{"get", agent, "1.3.6.1.2.1.1.6.0"}, 0, ".1.3.6.1.2.1.1.6.0 = OctetString: lab"},
+      {{"walk", agent, "1.3.6.1.2.1.1"}, 0, ".1.3.6.1.2.1.1.2.0 = ObjectIdentifier: private.enterprises."},
       {{"set", agent, "1.3.6.1.2.1.1.4.0", "s", "x"}, 1, "hubsnmp: SNMP Error:  noSuchName (.1.3.6.1.2.1.1.4.0)"},
       {{"-t", "1", "-r", "1", "get", "127.0.0.1:" + std::to_string(testsupport::free_udp_port()), "1.3.6.1.2.1.1.6.0"},
        1, "hubsnmp: TIMED OUT: No SNMP response."},

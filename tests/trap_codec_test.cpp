@@ -8,33 +8,18 @@
 #include <vector>
 
 #include "snmp.h"
+#include "support/ber_bytes.h"
 #include "support/diagnostics.h"
 #include "support/sample_trap.h"
 
 using testsupport::bytes;
 using testsupport::with_diagnostics;
-using Bytes = std::vector<unsigned char>;
+using testsupport::Bytes;
+using testsupport::cat;
+using testsupport::text;
+using testsupport::tlv;
 
 namespace {
-
-// Test-side BER assembly, written independently of the library's encoders.
-Bytes tlv(int type, const Bytes &contents) {
-  Bytes out{static_cast<unsigned char>(type)};
-  size_t n = contents.size();
-  if (n > 255) out.insert(out.end(), {0x82, static_cast<unsigned char>(n >> 8), static_cast<unsigned char>(n)});
-  else if (n > 127) out.insert(out.end(), {0x81, static_cast<unsigned char>(n)});
-  else out.push_back(static_cast<unsigned char>(n));
-  out.insert(out.end(), contents.begin(), contents.end());
-  return out;
-}
-
-Bytes cat(std::initializer_list<Bytes> parts) {
-  Bytes out;
-  for (const Bytes &part : parts) out.insert(out.end(), part.begin(), part.end());
-  return out;
-}
-
-Bytes text(const std::string &s) { return Bytes(s.begin(), s.end()); }
 
 // 1.3.6.1.4.1.49999.6.3.1 and friends, pre-encoded.
 const Bytes kEnterprise = tlv(0x06, bytes({0x2B, 6, 1, 4, 1, 0x83, 0x86, 0x4F, 6, 3, 1}));
