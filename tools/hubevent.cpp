@@ -24,6 +24,7 @@
 #include <string>
 #include <vector>
 
+#include "binding_args.h"
 #include "event.h"
 #include "snmp.h"
 #include "trp_format.h"
@@ -47,7 +48,8 @@ const char kUsage[] =
     "       --net-addr A --net-mask M\n"
     "trap:  --community C (public) --agent A.B.C.D (this host) --time TICKS (0);\n"
     "       TYPE is i INTEGER, u Gauge, c Counter, t TimeTicks, a IpAddress,\n"
-    "       s OCTET STRING, x hex OCTET STRING, o OBJECT IDENTIFIER, n NULL\n"
+    "       s OCTET STRING, x hex and d decimal OCTET STRING, o OBJECT IDENTIFIER,\n"
+    "       n NULL\n"
     "listen: --count N   stop after N traps (default: until interrupted)\n"
     "        --format [KIND]  print each trap as the formatter lays it out for KIND:\n"
     "                     qmwevent (default), hubd, rqv, zxevents or wbx; hubd.conf,\n"
@@ -90,12 +92,9 @@ struct Options {
   quit(1, fmt, args);
 }
 
-long number(const char *text, const char *what, long low, long high, int base = 10) {
-  char *end = nullptr;
-  errno = 0;
-  long value = strtol(text, &end, base);
-  if (*text == '\0' || *end != '\0' || errno != 0 || value < low || value > high)
-    usage_error("bad %s '%s'", what, text);
+long number(const char *text, const char *what, long low, long high) {
+  long value;
+  if (!tools::read_number(text, low, high, 10, &value)) usage_error("bad %s '%s'", what, text);
   return value;
 }
 
@@ -122,82 +121,12 @@ const char *transport_name(int mode) {
   return "?";
 }
 
-bool parse_oid(const char *text, ObjectIdEMS *arcs, uint32_t *length) {
-  *length = 0;
-  if (*text == '.') ++text;
-  while (*text != '\0') {
-    if (!isdigit(static_cast<unsigned char>(*text)) || *length == SNMP_OID_MAX) return false;
-    char *end = nullptr;
-    unsigned long arc = strtoul(text, &end, 10);
-    if (arc > UINT32_MAX) return false;
-    arcs[(*length)++] = static_cast<ObjectIdEMS>(arc);
-    text = end;
-    if (*text == '.')
-      ++text;
-    else if (*text != '\0')
-      return false;
-  }
-  return *length >= 2;
-}
-
 void parse_binding(const char *name, const char *type, const char *value, SnmpVarBindEMS *b) {
   memset(b, 0, sizeof *b);
-  if (!parse_oid(name, b->oid, &b->oid_length)) usage_error("bad object identifier '%s'", name);
-  if (strlen(type) != 1) usage_error("bad type '%s'", type);
-  switch (type[0]) {
-    case 'i':
-      b->type = ASN_INTEGER;
-      b->val.integer = static_cast<int32_t>(number(value, "integer", INT32_MIN, INT32_MAX));
-      b->val_len = 4;
-      return;
-    case 'u':
-    case 'c':
-    case 't':
-      b->type = type[0] == 'u' ? ASN_GAUGE : type[0] == 'c' ? ASN_COUNTER : ASN_TIMETICKS;
-      b->val.integer = static_cast<int32_t>(number(value, "unsigned value", 0, UINT32_MAX));
-      b->val_len = 4;
-      return;
-    case 'a': {
-      in_addr address;
-      if (inet_pton(AF_INET, value, &address) != 1) usage_error("bad IP address '%s'", value);
-      b->type = ASN_IPADDRESS;
-      b->val.integer = static_cast<int32_t>(ntohl(address.s_addr));
-      b->val_len = 4;
-      return;
-    }
-    case 's':
-      b->type = ASN_OCTET_STR;
-      b->val_len = static_cast<uint32_t>(strlen(value));
-      if (b->val_len > SNMP_STRING_MAX)
-        usage_error("string longer than %d octets", SNMP_STRING_MAX);
-      memcpy(b->val.string, value, b->val_len);
-      return;
-    case 'x': {
-      b->type = ASN_OCTET_STR;
-      std::string digits;
-      for (const char *p = value; *p; ++p)
-        if (!isspace(static_cast<unsigned char>(*p))) digits += *p;
-      if (digits.size() % 2 != 0 || digits.size() / 2 > SNMP_STRING_MAX)
-        usage_error("bad hex string '%s'", value);
-      for (size_t i = 0; i < digits.size(); i += 2) {
-        std::string pair = digits.substr(i, 2);
-        b->val.string[i / 2] =
-            static_cast<unsigned char>(number(pair.c_str(), "hex string", 0, 255, 16));
-      }
-      b->val_len = static_cast<uint32_t>(digits.size() / 2);
-      return;
-    }
-    case 'o':
-      b->type = ASN_OBJECT_ID;
-      if (!parse_oid(value, b->val.objid, &b->val_len))
-        usage_error("bad object identifier '%s'", value);
-      return;
-    case 'n':
-      b->type = ASN_NULL;
-      return;
-    default:
-      usage_error("bad type '%s'", type);
-  }
+  if (!tools::read_oid(name, b->oid, &b->oid_length))
+    usage_error("bad object identifier '%s'", name);
+  std::string refused = tools::read_value(type, value, b);
+  if (!refused.empty()) usage_error("%s", refused.c_str());
 }
 
 event_infoEMS connect_hub(const Options &options) {
@@ -245,7 +174,7 @@ int send_trap_command(const Options &options, int argc, char **argv) {
   memcpy(trap.community, options.community.data(), options.community.size());
   trap.clen = static_cast<int32_t>(options.community.size());
   uint32_t elen;
-  if (!parse_oid(argv[0], trap.enterprise, &elen)) usage_error("bad enterprise '%s'", argv[0]);
+  if (!tools::read_oid(argv[0], trap.enterprise, &elen)) usage_error("bad enterprise '%s'", argv[0]);
   trap.elen = static_cast<int32_t>(elen);
   trap.gen = static_cast<uint32_t>(number(argv[1], "generic trap", 0, 6));
   trap.specific = static_cast<uint32_t>(number(argv[2], "specific trap", 0, UINT32_MAX));

@@ -22,6 +22,7 @@
 #include <string>
 #include <vector>
 
+#include "binding_args.h"
 #include "kz_mib.h"
 #include "kz_platform.h"
 #include "snmp_call.h"
@@ -52,85 +53,14 @@ const char kUsage[] =
   exit(status);
 }
 
-long number(const char *text, const char *what, long low, long high, int base = 10) {
-  char *end = nullptr;
-  errno = 0;
-  long value = strtol(text, &end, base);
-  if (*text == '\0' || *end != '\0' || errno != 0 || value < low || value > high)
-    quit(2, "bad %s '%s'", what, text);
+long number(const char *text, const char *what, long low, long high) {
+  long value;
+  if (!tools::read_number(text, low, high, 10, &value)) quit(2, "bad %s '%s'", what, text);
   return value;
 }
 
 void parse_oid(const char *text, ObjectIdEMS *arcs, uint32_t *length) {
-  int count = SNMP_OID_MAX;
-  if (KZmib_read_numeric_objid(text, arcs, &count) != 0 || count < 2)
-    quit(2, "bad object identifier '%s'", text);
-  *length = static_cast<uint32_t>(count);
-}
-
-// Fills the value of `b` from snmpset's TYPE letter and VALUE text.
-void parse_value(const char *type, const char *value, SnmpVarBindEMS *b) {
-  if (strlen(type) != 1) quit(2, "bad type '%s'", type);
-  b->val_len = 4;
-  switch (type[0]) {
-    case 'i':
-      b->type = ASN_INTEGER;
-      b->val.integer = static_cast<int32_t>(number(value, "integer", INT32_MIN, INT32_MAX));
-      return;
-    case 'u':
-    case 'c':
-    case 't':
-      b->type = type[0] == 'u' ? ASN_GAUGE : type[0] == 'c' ? ASN_COUNTER : ASN_TIMETICKS;
-      b->val.integer = static_cast<int32_t>(number(value, "unsigned value", 0, UINT32_MAX));
-      return;
-    case 'a': {
-      in_addr address;
-      if (inet_pton(AF_INET, value, &address) != 1) quit(2, "bad IP address '%s'", value);
-      b->type = ASN_IPADDRESS;
-      b->val.integer = static_cast<int32_t>(ntohl(address.s_addr));
-      return;
-    }
-    case 's':
-      b->type = ASN_OCTET_STR;
-      b->val_len = static_cast<uint32_t>(strlen(value));
-      if (b->val_len > SNMP_STRING_MAX) quit(2, "string longer than %d octets", SNMP_STRING_MAX);
-      memcpy(b->val.string, value, b->val_len);
-      return;
-    case 'x':
-    case 'd': {
-      // Hex pairs or decimal octets, separated by blanks (or dots for d).
-      b->type = ASN_OCTET_STR;
-      b->val_len = 0;
-      bool hex = type[0] == 'x';
-      std::string text(value);
-      for (char &c : text)
-        if (!hex && c == '.') c = ' ';
-      const char *p = text.c_str();
-      while (*p != '\0') {
-        if (isspace(static_cast<unsigned char>(*p))) {
-          ++p;
-          continue;
-        }
-        size_t run = hex ? 2 : strspn(p, "0123456789");
-        std::string octet(p, strnlen(p, run));
-        if (octet.empty() || b->val_len == SNMP_STRING_MAX) quit(2, "bad string '%s'", value);
-        b->val.string[b->val_len++] =
-            static_cast<unsigned char>(number(octet.c_str(), "octet", 0, 255, hex ? 16 : 10));
-        p += octet.size();
-      }
-      return;
-    }
-    case 'o':
-      b->type = ASN_OBJECT_ID;
-      parse_oid(value, b->val.objid, &b->val_len);
-      return;
-    case 'n':
-      b->type = ASN_NULL;
-      b->val_len = 0;
-      return;
-    default:
-      quit(2, "type '%s' is not supported", type);
-  }
+  if (!tools::read_oid(text, arcs, length)) quit(2, "bad object identifier '%s'", text);
 }
 
 std::string dotted(const ObjectIdEMS *arcs, uint32_t length) {
@@ -262,7 +192,10 @@ int main(int argc, char **argv) {
   for (int i = 0; i < count; i += step) {
     SnmpVarBindEMS b{};
     parse_oid(args[i], b.oid, &b.oid_length);
-    if (step == 3) parse_value(args[i + 1], args[i + 2], &b);
+    if (step == 3) {
+      std::string refused = tools::read_value(args[i + 1], args[i + 2], &b);
+      if (!refused.empty()) quit(2, "%s", refused.c_str());
+    }
     request.push_back(b);
   }
   if (command == "walk" && request.empty()) {

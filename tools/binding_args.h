@@ -1,0 +1,30 @@
+// Variable bindings from the command line, in the manner of net-snmp's
+// snmptrap and snmpset: an OID, a TYPE letter and a VALUE text.  Shared by
+// hubevent (traps) and hubsnmp (set requests).
+#ifndef TOOLS_BINDING_ARGS_H
+#define TOOLS_BINDING_ARGS_H
+
+#include <cstdint>
+#include <string>
+
+#include "snmp.h"
+
+namespace tools {
+
+// Reads a whole number from `low` to `high` in `base`.  Returns false for
+// anything else: empty text, trailing characters, out of range.
+bool read_number(const char *text, long low, long high, int base, long *value);
+
+// Reads a dotted numeric identifier of at least two arcs ("1.3.6.1", a
+// leading dot allowed) into `arcs` (SNMP_OID_MAX of them).
+bool read_oid(const char *text, ObjectIdEMS *arcs, uint32_t *length);
+
+// Fills b's type and value from a TYPE letter and VALUE text: i INTEGER,
+// u Gauge, c Counter, t TimeTicks, a IpAddress, s OCTET STRING, x hex
+// pairs, d decimal octets (blank- or dot-separated), o OBJECT IDENTIFIER,
+// n NULL.  Returns "" or the reason the text was refused.
+std::string read_value(const char *type, const char *value, SnmpVarBindEMS *b);
+
+}  // namespace tools
+
+#endif
