@@ -53,6 +53,7 @@ wait_for "[ -S '$socket' ]"
 
 # The listeners run until the last trap, the datagram, has reached both.
 build/tools/hubevent listen --format >"$work/display.out" 2>"$work/display.err" &
+listen_pid=$!
 build/tools/hubevent listen --format hubd >"$work/log.out" 2>"$work/log.err" &
 log_pid=$!
 wait_for "grep -q listening '$work/display.err' && grep -q listening '$work/log.err'"
