@@ -23,13 +23,8 @@
 /* The source number the change notice is sent with: a configuration tool. */
 #define HUBCONF_SOURCE 6
 
-static const char *const severity_names[] = {"Cleared", "Indeterminate", "Warning",
-                                             "Minor",   "Critical",      "Major"};
-#define SEVERITY_COUNT ((int)(sizeof severity_names / sizeof severity_names[0]))
-
-const char *hubconf_severity_name(int severity) {
-  return severity >= 0 && severity < SEVERITY_COUNT ? severity_names[severity] : "?";
-}
+/* Severities run from 0 "Cleared" to 5 "Major". */
+#define SEVERITY_COUNT 6
 
 static int wants_help(int argc, char **argv) {
   return argc >= 2 && (strcmp(argv[1], "-h") == 0 || strcmp(argv[1], "--help") == 0);
@@ -139,7 +134,7 @@ static int parse_int(const char *text, int *value) {
 static int parse_severity(const char *text, int *severity) {
   int i;
   for (i = 0; i < SEVERITY_COUNT; ++i)
-    if (strcasecmp(text, severity_names[i]) == 0) {
+    if (strcasecmp(text, severityToString(i)) == 0) {
       *severity = i;
       return 1;
     }

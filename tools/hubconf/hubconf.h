@@ -13,9 +13,6 @@ int hubconf_set(int argc, char **argv);
 int hubconf_delete(int argc, char **argv);
 int hubconf_delete_action(int argc, char **argv);
 
-/* The name of a severity number ("?" outside 0 to 5). */
-const char *hubconf_severity_name(int severity);
-
 /* Reads `file` as text and reports on `report`, as FILE:LINE: warning: ...,
  * each line the library reads without an error but otherwise than it
  * looks.  Returns the number of warnings. */

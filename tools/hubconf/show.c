@@ -53,7 +53,7 @@ int hubconf_list(int argc, char **argv) {
   for (e = enterprise_list_head.next; e != NULL; e = e->next)
     for (r = e->trap_rec_list_head.next; r != NULL; r = r->next)
       printf("%-28s %-22s %3d/%-9d %-13s %s%s%s\n", r->name, e->enterprise_name, r->generic_trap,
-             r->specific_trap, hubconf_severity_name(r->severity), category_of(r),
+             r->specific_trap, severityToString(r->severity), category_of(r),
              r->nodeCnt > 0 ? "  [nodes]" : "", r->alert_element != NULL ? "  [alert]" : "");
   return 0;
 }
@@ -81,7 +81,7 @@ static void show_record(const enterprise_info *e, trap_record *r) {
          oid_to_string(e->enterprise_oid, e->oid_len));
   printf("%-13s%d\n%-13s%d\n", "generic:", r->generic_trap, "specific:", r->specific_trap);
   printf("%-13s%c\n", "source:", r->source);
-  printf("%-13s%d (%s)\n", "severity:", r->severity, hubconf_severity_name(r->severity));
+  printf("%-13s%d (%s)\n", "severity:", r->severity, severityToString(r->severity));
   printf("%-13s%d\n", "status:", r->status);
   printf("%-13s%d \"%s\"\n", "category:", r->category_number, category_of(r));
   printf("%-13s%s\n", "format:", raw(&r->description));
