@@ -65,7 +65,10 @@ void parse_oid(const char *text, ObjectIdEMS *arcs, uint32_t *length) {
 
 std::string dotted(const ObjectIdEMS *arcs, uint32_t length) {
   std::string text;
-  for (uint32_t i = 0; i < length; ++i) text += "." + std::to_string(arcs[i]);
+  for (uint32_t i = 0; i < length; ++i) {
+    text += '.';
+    text += std::to_string(arcs[i]);
+  }
   return text;
 }
 
