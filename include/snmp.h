@@ -129,6 +129,77 @@ EVENTS_EXPORT int snmp_parse_trap(unsigned char *buf, int len, snmp_trap_infoEMS
                                   struct event_infoEMS_s *ei, EMSsnmpVarBind *vars);
 EVENTS_EXPORT void snmp_trap_reset_capacities(snmp_trap_infoEMS *sti, int maxvars);
 
+/* SNMPv2c notifications.
+ *
+ * snmp_parse_notification decodes what an agent sends to a trap port: an
+ * SNMPv1 Trap message, decoded exactly as snmp_parse_trap decodes it, or an
+ * SNMPv2c message holding an SNMPv2-Trap or an InformRequest PDU, whose
+ * notification is translated into the same SNMPv1 record.  The first two
+ * bindings must be sysUpTime.0 (TimeTicks) and snmpTrapOID.0 (OBJECT
+ * IDENTIFIER); then
+ *   enterprise  for the standard traps snmpTraps.N (1.3.6.1.6.3.1.1.5.N,
+ *               N = 1 to 6) the value of snmpTrapEnterprise.0 if present,
+ *               else snmpTraps; otherwise the trap identifier without its
+ *               last arc, and without the arc before it when that is 0;
+ *   generic     N - 1 for the standard traps, else 6;
+ *   specific    0 for the standard traps, else the identifier's last arc;
+ *   time        the value of sysUpTime.0;
+ *   agent       the value of snmpTrapAddress.0 if present, else `source`;
+ *   bindings    every binding after the first two, in order, at most
+ *               maxvars of them.
+ * A notification names no agent address of its own.  Unless a proxy put
+ * snmpTrapAddress.0 in it, the best answer is the address it came from:
+ * a receiver passes the datagram's source as `source` (octets in wire
+ * order, as in sti->agent), or 0 for 0.0.0.0.
+ * `about` (NULL when not wanted) receives the version, the PDU type (0
+ * when the envelope cannot be read) and, for SNMPv2c, the request-id, as
+ * far as the message could be read: with the community in sti, what an
+ * inform's answer needs.  snmp_build_inform_response writes that answer.
+ * REQUIRES: sti->clen, sti->elen and sti->maxvars hold the capacities.
+ * Returns SNMP_NOTIFICATION_OK or one of the failures below; only the
+ * SNMPv1 path reports on standard error.  snmp_notification_error names a
+ * result.
+ *
+ * snmp_build_inform_response writes at out the Response message that
+ * acknowledges the InformRequest message inform[0..inform_len): the same
+ * community, request-id and bindings, error-status and error-index 0.  On
+ * input *out_length is the room at out; returns 0 with *out_length set to
+ * the message length, -1 if `inform` is not an SNMPv2c InformRequest, or
+ * -2 if the room is too small.
+ *
+ * snmp_notification_oid writes the snmpTrapOID.0 value that stands for an
+ * SNMPv1 trap: snmpTraps.(generic + 1) for generic 0 to 5, else the
+ * enterprise, 0 and the specific number.  Returns the number of
+ * sub-identifiers written, or -1 if they exceed `capacity` or generic is
+ * above 6. */
+#define SNMP_MESSAGE_V1 0
+#define SNMP_MESSAGE_V2C 1
+#define SNMP_INFORM_PDU 0xA6
+#define SNMP_TRAP2_PDU 0xA7
+#define SNMP_RESPONSE_PDU 0xA2
+#define ASN_COUNTER64 0x46
+
+#define SNMP_NOTIFICATION_OK 0
+#define SNMP_NOTIFICATION_MALFORMED (-1)       /* not well-formed BER, or cut short */
+#define SNMP_NOTIFICATION_NOT_NOTIFICATION (-2) /* another version or PDU type */
+#define SNMP_NOTIFICATION_BAD_TRAP_OID (-3)    /* first bindings wrong, or no SNMPv1 form */
+#define SNMP_NOTIFICATION_COUNTER64 (-4)       /* a Counter64 binding: no SNMPv1 form */
+
+typedef struct {
+  int32_t version;    /* SNMP_MESSAGE_V1 or SNMP_MESSAGE_V2C */
+  int32_t pdu_type;   /* SNMP_TRAP_PDU, SNMP_TRAP2_PDU or SNMP_INFORM_PDU */
+  int32_t request_id; /* SNMPv2c only; 0 for an SNMPv1 trap */
+} snmp_notification_info;
+
+EVENTS_EXPORT int snmp_parse_notification(unsigned char *buf, int len, uint32_t source,
+                                          snmp_trap_infoEMS *sti, EMSsnmpVarBind *vars,
+                                          snmp_notification_info *about);
+EVENTS_EXPORT const char *snmp_notification_error(int result);
+EVENTS_EXPORT int snmp_build_inform_response(const unsigned char *inform, int inform_len,
+                                             unsigned char *out, int *out_length);
+EVENTS_EXPORT int snmp_notification_oid(const snmp_trap_infoEMS *sti, ObjectIdEMS *oid_out,
+                                        int capacity);
+
 /* Returns 1 if the identifier begins with the notification-address
  * variable 1.3.6.1.4.1.99.12.45.2.1.0, else 0 (also for NULL).
  * REQUIRES: a non-null identifier has at least 12 sub-identifiers. */

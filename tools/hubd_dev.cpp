@@ -3,8 +3,10 @@
 // headers, a TCP port without headers and a UDP port, and relays every
 // SNMPv1 trap it receives to every other connected client: with a
 // transmission header on the Unix and TCP ports, as the bare message on the
-// headerless port.  It is a tool for tests and demonstrations, not the
-// platform's daemon.
+// headerless port.  SNMPv2c traps and informs arriving on the UDP port are
+// translated into the SNMPv1 traps that stand for them, and each inform is
+// answered, so that every client receives them as it receives any trap.
+// It is a tool for tests and demonstrations, not the platform's daemon.
 //
 // Whatever it is sent, it relays exactly one checked BER element per
 // message, so a headerless client's stream never falls out of step; anything
@@ -53,11 +55,13 @@ enum Drop {
   kOutOfStep,
   kOverQueueLimit,
   kNoDescriptor,
+  kNoSnmpV1Form,
   kDropReasons
 };
 const char *const kDropNames[kDropReasons] = {
     "not a trap",         "trailing octets",         "too large",
-    "stream out of step", "client over queue limit", "connection without descriptor"};
+    "stream out of step", "client over queue limit", "connection without descriptor",
+    "no SNMPv1 form"};
 
 struct Endpoint {
   Kind kind;
@@ -75,6 +79,7 @@ struct Hub {
   // once, when the process runs out of descriptors.
   int spare_fd = -1;
   unsigned long long received = 0, relayed = 0, dropped[kDropReasons] = {};
+  unsigned long long translated = 0, informs_answered = 0;
 };
 
 volatile sig_atomic_t stop_requested = 0;
@@ -92,7 +97,7 @@ void print_counters(const Hub &hub) {
   printf("hubd-dev: received %llu, relayed %llu, dropped:", hub.received, hub.relayed);
   for (int reason = 0; reason < kDropReasons; ++reason)
     printf("%s %s %llu", reason ? "," : "", kDropNames[reason], hub.dropped[reason]);
-  putchar('\n');
+  printf("; translated %llu, informs answered %llu\n", hub.translated, hub.informs_answered);
   fflush(stdout);
 }
 
@@ -349,6 +354,54 @@ void accept_client(Hub &hub, int listener, Kind kind) {
   if (hub.verbose) printf("accepted %s\n", name.c_str());
 }
 
+// Replaces an SNMPv2c trap or inform by the SNMPv1 trap that stands for it
+// and answers an inform.  The agent address is the sender's unless a proxy
+// named the agent in snmpTrapAddress.0.  Returns false if the message was
+// dropped; anything else passes unchanged, for relay to check.
+bool translate_notification(Hub &hub, int fd, const sockaddr_in &from,
+                            std::vector<unsigned char> &message) {
+  // Bindings take at least seven octets each.
+  static std::vector<SnmpVarBindEMS> vars(EVENT_MAX_MESSAGE / 7);
+  static snmp_trap_infoEMS trap;
+  snmp_trap_reset_capacities(&trap, static_cast<int>(vars.size()));
+  snmp_notification_info about{};
+  int result = snmp_parse_notification(message.data(), static_cast<int>(message.size()),
+                                       from.sin_addr.s_addr, &trap, vars.data(), &about);
+  if (about.version != SNMP_MESSAGE_V2C ||
+      (about.pdu_type != SNMP_TRAP2_PDU && about.pdu_type != SNMP_INFORM_PDU))
+    return true;
+  unsigned char v1[EVENT_MAX_MESSAGE];
+  int length = sizeof v1;
+  const char *refusal = nullptr;
+  // A decoded record holds the agent address in wire order, an encoder's
+  // as a number with the first octet high.
+  trap.agent = ntohl(trap.agent);
+  if (result != SNMP_NOTIFICATION_OK)
+    refusal = snmp_notification_error(result);
+  else if (snmpBuildTrapEMS(v1, &length, &trap, nullptr, vars.data()) != 0)
+    refusal = "a value or identifier SNMPv1 cannot encode";
+  if (refusal != nullptr) {
+    const std::string &sender = hub.endpoints[fd].name;
+    ++hub.received;
+    if (hub.verbose) printf("refused a notification from %s: %s\n", sender.c_str(), refusal);
+    drop_message(hub, result == SNMP_NOTIFICATION_MALFORMED ? kNotATrap : kNoSnmpV1Form,
+                 message.size(), sender);
+    return false;
+  }
+  if (about.pdu_type == SNMP_INFORM_PDU) {
+    unsigned char response[EVENT_MAX_MESSAGE + 64];
+    int response_length = sizeof response;
+    if (snmp_build_inform_response(message.data(), static_cast<int>(message.size()), response,
+                                   &response_length) == 0 &&
+        sendto(fd, response, static_cast<size_t>(response_length), 0,
+               reinterpret_cast<const sockaddr *>(&from), sizeof from) == response_length)
+      ++hub.informs_answered;
+  }
+  ++hub.translated;
+  message.assign(v1, v1 + length);
+  return true;
+}
+
 void read_datagram(Hub &hub, int fd) {
   std::vector<unsigned char> message(EVENT_MAX_MESSAGE + 1);
   sockaddr_in from{};
@@ -364,7 +417,7 @@ void read_datagram(Hub &hub, int fd) {
     return drop_message(hub, kTooLarge, static_cast<size_t>(n), name);
   }
   message.resize(static_cast<size_t>(n));
-  relay(hub, fd, headerless(), message);
+  if (translate_notification(hub, fd, from, message)) relay(hub, fd, headerless(), message);
 }
 
 void read_client(Hub &hub, int fd) {

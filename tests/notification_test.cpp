@@ -1,0 +1,260 @@
+// SNMPv2c notifications as SNMPv1 trap records: the translation table, the
+// refusals, the inform's answer and the reverse mapping; then net-snmp's
+// snmptrap and snmpinform through the development hub to a client of the
+// library.
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "event.h"
+#include "snmp.h"
+#include "support/ber_bytes.h"
+#include "support/channel.h"
+
+using namespace std::chrono_literals;
+using namespace testsupport;
+
+namespace {
+
+using Arcs = std::vector<ObjectIdEMS>;
+
+const Bytes kUptime = varbind(object_id({1, 3, 6, 1, 2, 1, 1, 3, 0}), integer(4242, 0x43));
+Bytes trap_oid(std::initializer_list<uint32_t> arcs) {
+  return varbind(object_id({1, 3, 6, 1, 6, 3, 1, 1, 4, 1, 0}), object_id(arcs));
+}
+const Bytes kIfIndex = varbind(object_id({1, 3, 6, 1, 2, 1, 2, 2, 1, 1, 2}), integer(2));
+const Bytes kTrapAddress = varbind(object_id({1, 3, 6, 1, 6, 3, 18, 1, 3, 0}), tlv(0x40, {10, 9, 8, 7}));
+const Bytes kTrapEnterprise =
+    varbind(object_id({1, 3, 6, 1, 6, 3, 1, 1, 4, 3, 0}), object_id({1, 3, 6, 1, 4, 1, 8072, 3, 2, 10}));
+const Bytes kLinkDown = trap_oid({1, 3, 6, 1, 6, 3, 1, 1, 5, 3});
+const Bytes kVendorTrap = trap_oid({1, 3, 6, 1, 4, 1, 8072, 2, 3, 0, 1});
+constexpr uint32_t kSource = 0x0100007F;  // 127.0.0.1 in wire order
+
+Arcs arcs(const ObjectIdEMS *oid, int length) { return Arcs(oid, oid + length); }
+
+struct Decoded {
+  int result;
+  Trap trap;
+  snmp_notification_info about;
+};
+
+Decoded decode(Bytes message, int maxvars = 10) {
+  Decoded out{};
+  memset(out.trap.vars, 0, sizeof out.trap.vars);
+  out.trap.info.maxvars = maxvars;
+  out.result = snmp_parse_notification(message.data(), static_cast<int>(message.size()), kSource,
+                                       &out.trap.info, out.trap.vars, &out.about);
+  return out;
+}
+
+TEST(Notification, TranslatesByTheMappingRules) {
+  const Arcs snmp_traps = {1, 3, 6, 1, 6, 3, 1, 1, 5};
+  const Arcs net_snmp = {1, 3, 6, 1, 4, 1, 8072, 2, 3};
+  struct Case {
+    const char *name;
+    Bytes message;
+    Arcs enterprise;
+    uint32_t generic, specific, agent;
+    int bindings;
+  } cases[] = {
+      {"standard trap", v2c_message(0xA7, "public", 7, cat({kUptime, kLinkDown, kIfIndex})),
+       snmp_traps, 2, 0, kSource, 1},
+      {"standard trap naming its enterprise",
+       v2c_message(0xA7, "public", 7, cat({kUptime, kLinkDown, kIfIndex, kTrapEnterprise})),
+       {1, 3, 6, 1, 4, 1, 8072, 3, 2, 10}, 2, 0, kSource, 2},
+      {"identifier with a 0 arc", v2c_message(0xA7, "public", 7, cat({kUptime, kVendorTrap})),
+       net_snmp, 6, 1, kSource, 0},
+      {"identifier without a 0 arc",
+       v2c_message(0xA7, "public", 7, cat({kUptime, trap_oid({1, 3, 6, 1, 4, 1, 8072, 2, 3, 9})})),
+       net_snmp, 6, 9, kSource, 0},
+      {"proxied, with the agent's address",
+       v2c_message(0xA7, "public", 7, cat({kUptime, kVendorTrap, kIfIndex, kTrapAddress})),
+       net_snmp, 6, 1, 0x0708090A, 2},
+      {"inform", v2c_message(0xA6, "public", 7, cat({kUptime, kVendorTrap, kIfIndex})), net_snmp,
+       6, 1, kSource, 1},
+      {"enterprise trap naming snmpTrapEnterprise keeps its own",
+       v2c_message(0xA7, "public", 7, cat({kUptime, kVendorTrap, kIfIndex, kTrapEnterprise})),
+       net_snmp, 6, 1, kSource, 2},
+  };
+  for (const Case &c : cases) {
+    SCOPED_TRACE(c.name);
+    Decoded d = decode(c.message);
+    ASSERT_EQ(d.result, SNMP_NOTIFICATION_OK) << snmp_notification_error(d.result);
+    EXPECT_EQ(arcs(d.trap.info.enterprise, d.trap.info.elen), c.enterprise);
+    EXPECT_EQ(d.trap.info.gen, c.generic);
+    EXPECT_EQ(d.trap.info.specific, c.specific);
+    EXPECT_EQ(d.trap.info.agent, c.agent);
+    EXPECT_EQ(d.trap.info.time, 4242u);
+    EXPECT_STREQ(reinterpret_cast<const char *>(d.trap.info.community), "public");
+    EXPECT_EQ(d.about.version, SNMP_MESSAGE_V2C);
+    EXPECT_EQ(d.about.request_id, 7);
+    ASSERT_EQ(d.trap.info.vars, c.bindings);
+    if (c.bindings > 0) {
+      EXPECT_EQ(arcs(d.trap.vars[0].oid, static_cast<int>(d.trap.vars[0].oid_length)),
+                (Arcs{1, 3, 6, 1, 2, 1, 2, 2, 1, 1, 2}));
+    }
+  }
+}
+
+TEST(Notification, RefusesWhatHasNoSnmpV1Form) {
+  const Bytes counter64 = varbind(object_id({1, 3, 6, 1, 2, 1, 31, 1, 1, 1, 6, 2}), tlv(0x46, {1, 0, 0, 0, 0}));
+  const Bytes good = v2c_message(0xA7, "public", 7, cat({kUptime, kVendorTrap, kIfIndex}));
+  struct Case {
+    const char *name;
+    Bytes message;
+    int result;
+  } cases[] = {
+      {"bindings swapped", v2c_message(0xA7, "public", 7, cat({kVendorTrap, kUptime})),
+       SNMP_NOTIFICATION_BAD_TRAP_OID},
+      {"uptime as INTEGER",
+       v2c_message(0xA7, "public", 7,
+                   cat({varbind(object_id({1, 3, 6, 1, 2, 1, 1, 3, 0}), integer(5)), kVendorTrap})),
+       SNMP_NOTIFICATION_BAD_TRAP_OID},
+      {"no trap identifier", v2c_message(0xA7, "public", 7, kUptime), SNMP_NOTIFICATION_BAD_TRAP_OID},
+      {"no bindings", v2c_message(0xA7, "public", 7, {}), SNMP_NOTIFICATION_BAD_TRAP_OID},
+      {"identifier too short", v2c_message(0xA7, "public", 7, cat({kUptime, trap_oid({1, 3})})),
+       SNMP_NOTIFICATION_BAD_TRAP_OID},
+      {"Counter64", v2c_message(0xA7, "public", 7, cat({kUptime, kVendorTrap, counter64})),
+       SNMP_NOTIFICATION_COUNTER64},
+      {"Counter64 past the caller's array",
+       v2c_message(0xA7, "public", 7, cat({kUptime, kVendorTrap, kIfIndex, kIfIndex, counter64})),
+       SNMP_NOTIFICATION_COUNTER64},
+      {"cut short", Bytes(good.begin(), good.end() - 1), SNMP_NOTIFICATION_MALFORMED},
+      {"binding with trailing octets",
+       v2c_message(0xA7, "public", 7, cat({kUptime, kVendorTrap, tlv(0x30, cat({object_id({1, 3}), integer(1), integer(1)}))})),
+       SNMP_NOTIFICATION_MALFORMED},
+      {"SNMPv2-Trap in an SNMPv1 message",
+       tlv(0x30, cat({integer(0), tlv(0x04, text("public")),
+                      tlv(0xA7, cat({integer(7), integer(0), integer(0), tlv(0x30, cat({kUptime, kVendorTrap}))}))})),
+       SNMP_NOTIFICATION_NOT_NOTIFICATION},
+      {"GetRequest", v2c_message(0xA0, "public", 7, cat({kUptime, kVendorTrap})),
+       SNMP_NOTIFICATION_NOT_NOTIFICATION},
+  };
+  for (const Case &c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(decode(c.message, 2).result, c.result);
+  }
+}
+
+TEST(Notification, DecodesSnmpV1TrapsAsTheTrapDecoderDoes) {
+  Bytes message = sample_message();
+  Trap expected;
+  memset(expected.vars, 0, sizeof expected.vars);
+  ASSERT_EQ(snmp_parse_trap(message.data(), static_cast<int>(message.size()), &expected.info,
+                            nullptr, expected.vars),
+            0);
+  Decoded d = decode(message);
+  ASSERT_EQ(d.result, SNMP_NOTIFICATION_OK);
+  EXPECT_EQ(d.about.version, SNMP_MESSAGE_V1);
+  EXPECT_EQ(d.about.pdu_type, SNMP_TRAP_PDU);
+  EXPECT_EQ(memcmp(&d.trap.info, &expected.info, sizeof expected.info), 0);
+  EXPECT_EQ(memcmp(d.trap.vars, expected.vars, sizeof expected.vars), 0);
+}
+
+TEST(Notification, AnswersAnInformWithItsOwnBindings) {
+  const Bytes bindings = cat({kUptime, kVendorTrap, kIfIndex});
+  const Bytes inform = v2c_message(0xA6, "private", 0x1234567, bindings);
+  unsigned char out[512];
+  int length = sizeof out;
+  ASSERT_EQ(snmp_build_inform_response(inform.data(), static_cast<int>(inform.size()), out, &length),
+            0);
+  EXPECT_EQ(Bytes(out, out + length), v2c_message(0xA2, "private", 0x1234567, bindings));
+  length = static_cast<int>(inform.size()) - 1;
+  EXPECT_EQ(snmp_build_inform_response(inform.data(), static_cast<int>(inform.size()), out, &length),
+            -2);
+  const Bytes trap = v2c_message(0xA7, "private", 1, bindings);
+  length = sizeof out;
+  EXPECT_EQ(snmp_build_inform_response(trap.data(), static_cast<int>(trap.size()), out, &length), -1);
+}
+
+TEST(Notification, ReverseMappingGivesTheTrapIdentifier) {
+  struct Case {
+    uint32_t generic, specific;
+    Arcs enterprise, expected;
+  } cases[] = {
+      {0, 0, {1, 3, 6, 1, 4, 1, 9}, {1, 3, 6, 1, 6, 3, 1, 1, 5, 1}},
+      {5, 3, {1, 3, 6, 1, 4, 1, 9}, {1, 3, 6, 1, 6, 3, 1, 1, 5, 6}},
+      {6, 17, {1, 3, 6, 1, 4, 1, 9}, {1, 3, 6, 1, 4, 1, 9, 0, 17}},
+      {7, 0, {1, 3, 6, 1, 4, 1, 9}, {}},
+  };
+  for (const Case &c : cases) {
+    snmp_trap_infoEMS trap{};
+    trap.gen = c.generic;
+    trap.specific = c.specific;
+    trap.elen = static_cast<int32_t>(c.enterprise.size());
+    std::copy(c.enterprise.begin(), c.enterprise.end(), trap.enterprise);
+    ObjectIdEMS out[SNMP_OID_MAX];
+    int length = snmp_notification_oid(&trap, out, SNMP_OID_MAX);
+    EXPECT_EQ(length < 0 ? Arcs{} : arcs(out, length), c.expected) << c.generic;
+  }
+  // A translated notification whose identifier has the 0 arc maps back
+  // to that identifier.
+  Decoded d = decode(v2c_message(0xA7, "public", 7, cat({kUptime, kVendorTrap})));
+  ObjectIdEMS out[SNMP_OID_MAX];
+  int length = snmp_notification_oid(&d.trap.info, out, SNMP_OID_MAX);
+  EXPECT_EQ(length < 0 ? Arcs{} : arcs(out, length), (Arcs{1, 3, 6, 1, 4, 1, 8072, 2, 3, 0, 1}));
+  EXPECT_EQ(snmp_notification_oid(&d.trap.info, out, 10), -1);
+}
+
+// net-snmp's tools send to the hub's UDP port; a client of the library
+// receives SNMPv1 traps carrying the translated fields.
+TEST(NotificationInterop, HubTranslatesSnmptrapAndSnmpinform) {
+  TempDir dir;
+  const std::string path = dir.file("hub.sock");
+  const std::string udp = "127.0.0.1:" + std::to_string(free_udp_port());
+  auto hub = start_dev_hub({"--unix", path, "--udp", udp});
+  event_infoEMS client{};
+  ASSERT_GE(open_event(&client, EVENT_SOURCE_HUBD, path.c_str(), EVENT_TRANS_UNIX), 0);
+
+  const std::vector<std::string> base = {"-v2c", "-c", "public", "-m", "", "-M", "", udp, "4242"};
+  struct Case {
+    const char *tool;
+    std::vector<std::string> rest;
+    Arcs enterprise;
+    uint32_t generic, specific;
+    unsigned char agent[4];
+  } cases[] = {
+      {"snmptrap",
+       {"1.3.6.1.6.3.1.1.5.3", "1.3.6.1.2.1.2.2.1.1.2", "i", "2"},
+       {1, 3, 6, 1, 6, 3, 1, 1, 5},
+       2,
+       0,
+       {127, 0, 0, 1}},
+      {"snmptrap", {"1.3.6.1.4.1.8072.2.3.0.1"}, {1, 3, 6, 1, 4, 1, 8072, 2, 3}, 6, 1, {127, 0, 0, 1}},
+      {"snmptrap",
+       {"1.3.6.1.4.1.8072.2.3.0.1", "1.3.6.1.6.3.18.1.3.0", "a", "10.9.8.7"},
+       {1, 3, 6, 1, 4, 1, 8072, 2, 3},
+       6,
+       1,
+       {10, 9, 8, 7}},
+      {"snmpinform",
+       {"1.3.6.1.4.1.8072.2.3.0.2", "1.3.6.1.2.1.2.2.1.1.2", "i", "2"},
+       {1, 3, 6, 1, 4, 1, 8072, 2, 3},
+       6,
+       2,
+       {127, 0, 0, 1}},
+  };
+  for (const Case &c : cases) {
+    std::vector<std::string> argv = {c.tool, "-r", "1", "-t", "2"};
+    argv.insert(argv.end(), base.begin(), base.end());
+    argv.insert(argv.end(), c.rest.begin(), c.rest.end());
+    SCOPED_TRACE(testing::PrintToString(argv));
+    // snmpinform exits 0 only once the hub has acknowledged the inform.
+    ASSERT_EQ(run_command(argv), 0);
+    Trap trap;
+    trap_headerEMS header;
+    ASSERT_GT(receive_within(&client, &trap, &header, 5s), 0);
+    EXPECT_EQ(arcs(trap.info.enterprise, trap.info.elen), c.enterprise);
+    EXPECT_EQ(trap.info.gen, c.generic);
+    EXPECT_EQ(trap.info.specific, c.specific);
+    EXPECT_EQ(trap.info.time, 4242u);
+    EXPECT_EQ(memcmp(&trap.info.agent, c.agent, 4), 0);
+  }
+  close_event(&client);
+}
+
+}  // namespace
