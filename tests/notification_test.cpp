@@ -1,7 +1,7 @@
 // SNMPv2c notifications as SNMPv1 trap records: the translation table, the
 // refusals, the inform's answer and the reverse mapping; then net-snmp's
 // snmptrap and snmpinform through the development hub to a client of the
-// library.
+// library, and to hubevent's JSON lines.
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
@@ -9,6 +9,8 @@
 #include <cstring>
 #include <string>
 #include <vector>
+
+#include <nlohmann/json.hpp>
 
 #include "event.h"
 #include "snmp.h"
@@ -255,6 +257,52 @@ TEST(NotificationInterop, HubTranslatesSnmptrapAndSnmpinform) {
     EXPECT_EQ(memcmp(&trap.info.agent, c.agent, 4), 0);
   }
   close_event(&client);
+}
+
+// Every line of `hubevent listen --json` parses as JSON, octet strings
+// with control and non-ASCII octets included.
+TEST(NotificationInterop, ListenPrintsOneJsonObjectPerTrap) {
+  TempDir dir;
+  const std::string path = dir.file("hub.sock");
+  const std::string udp = "127.0.0.1:" + std::to_string(free_udp_port());
+  auto hub = start_dev_hub({"--unix", path, "--udp", udp});
+  ChildProcess listen({HUBEVENT_PATH, "listen", "-t", "unix", "-n", path, "--json", "--format",
+                       "--count", "4"});
+  ASSERT_NE(listen.wait_for_line("hubevent: listening", 5s), "");
+  ASSERT_EQ(run_command({HUBEVENT_PATH, "send", "-t", "unix", "-n", path, "--agent", "10.1.2.3",
+                         "--community", "pub\"lic", "trap", "1.3.6.1.4.1.49999.6.3.1", "6", "17",
+                         "1.3.6.1.4.1.49999.1.1", "x", "48 65 6c 6c 6f 01 0a 57 6f 72 6c 64",
+                         "1.3.6.1.4.1.49999.1.2", "x", "c3 a9 74 c3 a9", "1.3.6.1.4.1.49999.1.3",
+                         "i", "-5", "1.3.6.1.4.1.49999.1.4", "c", "4294967295"}),
+            0);
+  ASSERT_EQ(run_command({"snmptrap", "-v2c", "-c", "public", "-m", "", "-M", "", udp, "4242",
+                         "1.3.6.1.6.3.1.1.5.3", "1.3.6.1.2.1.2.2.1.1.2", "i", "2"}),
+            0);
+  // Around its trap the sender's connect and disconnect events arrive.
+  nlohmann::json sent, translated;
+  for (int i = 0; i < 4; ++i) {
+    std::string line = listen.wait_for_line("{\"trap\":", 5s);
+    ASSERT_NE(line, "") << i;
+    nlohmann::json trap = nlohmann::json::parse(line);
+    if (trap["specific"] == 17) sent = trap;
+    if (trap["generic"] == 2) translated = trap;
+  }
+  EXPECT_EQ(sent["community"], "pub\"lic");
+  EXPECT_EQ(sent["agent"], "10.1.2.3");
+  EXPECT_EQ(sent["trap_oid"], "1.3.6.1.4.1.49999.6.3.1.0.17");
+  ASSERT_EQ(sent["bindings"].size(), 4u);
+  EXPECT_EQ(sent["bindings"][0]["value"], "Hello\x01\nWorld");
+  EXPECT_EQ(sent["bindings"][1]["value"], "0xc3 a9 74 c3 a9");
+  EXPECT_EQ(sent["bindings"][2]["value"], -5);
+  EXPECT_EQ(sent["bindings"][3]["value"], 4294967295u);
+  EXPECT_EQ(sent["bindings"][3]["type"], "Counter");
+  EXPECT_TRUE(sent["text"].is_string() && !sent["text"].get<std::string>().empty());
+
+  EXPECT_EQ(translated["enterprise"], "1.3.6.1.6.3.1.1.5");
+  EXPECT_EQ(translated["generic"], 2);
+  EXPECT_EQ(translated["trap_oid"], "1.3.6.1.6.3.1.1.5.3");
+  EXPECT_EQ(translated["bindings"][0]["oid"], "1.3.6.1.2.1.2.2.1.1.2");
+  EXPECT_EQ(listen.stop(), 0);
 }
 
 }  // namespace

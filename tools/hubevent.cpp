@@ -3,7 +3,7 @@
 //
 //   hubevent send [OPTIONS] event NUMBER DESCRIPTION
 //   hubevent send [OPTIONS] trap ENTERPRISE GENERIC SPECIFIC [OID TYPE VALUE]...
-//   hubevent listen [OPTIONS] [--format [KIND]]
+//   hubevent listen [OPTIONS] [--format [KIND]] [--json]
 //
 // Exit status: 0 done, 1 the connection or a send or receive failed,
 // 2 bad usage.
@@ -14,6 +14,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <climits>
@@ -23,6 +24,8 @@
 #include <cstring>
 #include <string>
 #include <vector>
+
+#include <nlohmann/json.hpp>
 
 #include "binding_args.h"
 #include "event.h"
@@ -36,7 +39,7 @@ constexpr int kMaxBindings = 64;
 const char kUsage[] =
     "usage: hubevent send [OPTIONS] event NUMBER DESCRIPTION\n"
     "       hubevent send [OPTIONS] trap ENTERPRISE GENERIC SPECIFIC [OID TYPE VALUE]...\n"
-    "       hubevent listen [OPTIONS]\n"
+    "       hubevent listen [OPTIONS] [--format [KIND]] [--json]\n"
     "       hubevent --version\n"
     "connection:\n"
     "  -t, --transport MODE  udp (1), unix (2), tcp (3), default (5) or raw (6); default 5\n"
@@ -54,7 +57,9 @@ const char kUsage[] =
     "        --format [KIND]  print each trap as the formatter lays it out for KIND:\n"
     "                     qmwevent (default), hubd, rqv, zxevents or wbx; hubd.conf,\n"
     "                     oid_to_label and MIB labels from KZHUBDCONF, KZ_CONF_DIR and\n"
-    "                     KZ_MIB_FILE, else from the bundled examples\n";
+    "                     KZ_MIB_FILE, else from the bundled examples\n"
+    "        --json       print each trap as one JSON object per line (with --format,\n"
+    "                     the formatted text as its \"text\")\n";
 
 struct Options {
   int trans = EVENT_TRANS_DEFAULT;
@@ -68,6 +73,7 @@ struct Options {
   uint32_t time = 0;
   long count = -1;
   int format_kind = -1;  // an rtrap_user, or -1: print the decoded fields
+  bool json = false;
 };
 
 // Reports on standard error and ends with `status`; bad usage (2) also
@@ -196,8 +202,24 @@ int send_trap_command(const Options &options, int argc, char **argv) {
   return 0;
 }
 
+std::string dotted(const ObjectIdEMS *arcs, uint32_t length) {
+  std::string text;
+  for (uint32_t i = 0; i < length && i < SNMP_OID_MAX; ++i) {
+    if (i > 0) text += '.';
+    text += std::to_string(arcs[i]);
+  }
+  return text;
+}
+
+// An IPv4 address whose octets lie in memory in wire order.
+std::string address_text(const void *wire_order) {
+  const auto *octets = static_cast<const unsigned char *>(wire_order);
+  char text[16];
+  snprintf(text, sizeof text, "%u.%u.%u.%u", octets[0], octets[1], octets[2], octets[3]);
+  return text;
+}
+
 void print_value(const SnmpVarBindEMS &b) {
-  const auto *octets = reinterpret_cast<const unsigned char *>(&b.val.integer);
   switch (b.type) {
     case ASN_INTEGER:
       printf("INTEGER %d", b.val.integer);
@@ -212,15 +234,13 @@ void print_value(const SnmpVarBindEMS &b) {
       printf("TimeTicks %u", static_cast<uint32_t>(b.val.integer));
       break;
     case ASN_IPADDRESS:
-      printf("IpAddress %u.%u.%u.%u", octets[0], octets[1], octets[2], octets[3]);
+      printf("IpAddress %s", address_text(&b.val.integer).c_str());
       break;
     case ASN_NULL:
       printf("NULL");
       break;
     case ASN_OBJECT_ID:
-      printf("OID ");
-      for (uint32_t i = 0; i < b.val_len && i < SNMP_OID_MAX; ++i)
-        printf(i ? ".%u" : "%u", b.val.objid[i]);
+      printf("OID %s", dotted(b.val.objid, b.val_len).c_str());
       break;
     default:
       printf(b.type == ASN_OCTET_STR ? "STRING \"" : "OCTETS(0x%02x) \"", b.type);
@@ -259,31 +279,96 @@ void use_bundled_configuration() {
     setenv("KZ_MIB_FILE", (examples + "/mib.labels").c_str(), 1);
 }
 
-void print_formatted(int kind, snmp_trap_infoEMS &trap, SnmpVarBindEMS *vars) {
+// The trap's text as the formatter lays it out for `kind`: the lines, or
+// the reason the configuration could not be loaded; empty when the trap
+// is not shown to that kind.
+std::string formatted(int kind, snmp_trap_infoEMS &trap, SnmpVarBindEMS *vars) {
   static char text[16384];
   text[0] = '\0';
   char *host = nullptr;
-  // -1: not shown to this kind.  Otherwise the buffer holds the lines, or
-  // the reason the configuration could not be loaded.
-  if (trp_format(static_cast<rtrap_user>(kind), &trap, text, sizeof text, vars, &host, 0) != -1)
-    fputs(text, stdout);
+  if (trp_format(static_cast<rtrap_user>(kind), &trap, text, sizeof text, vars, &host, 0) == -1)
+    return "";
+  return text;
+}
+
+// An octet string by the value printers' rule: text, or "0x" and
+// hexadecimal pairs when it is not.
+std::string octet_text(const unsigned char *octets, uint32_t length) {
+  static char text[SNMP_STRING_MAX * 3 + 3];
+  formatOctetString(text, sizeof text, const_cast<unsigned char *>(octets),
+                    static_cast<int>(std::min<uint32_t>(length, SNMP_STRING_MAX)));
+  return text;
+}
+
+nlohmann::ordered_json binding_json(SnmpVarBindEMS &b) {
+  char kind[32];
+  formatKind(kind, sizeof kind, &b);
+  nlohmann::ordered_json binding = {{"oid", dotted(b.oid, b.oid_length)}, {"type", kind}};
+  nlohmann::ordered_json &value = binding["value"];
+  switch (b.type) {
+    case ASN_INTEGER:
+      value = b.val.integer;
+      break;
+    case ASN_COUNTER:
+    case ASN_GAUGE:
+    case ASN_TIMETICKS:
+      value = static_cast<uint32_t>(b.val.integer);
+      break;
+    case ASN_IPADDRESS:
+      value = address_text(&b.val.integer);
+      break;
+    case ASN_OBJECT_ID:
+      value = dotted(b.val.objid, b.val_len);
+      break;
+    case ASN_NULL:
+      break;
+    default:
+      value = octet_text(b.val.string, b.val_len);
+      break;
+  }
+  return binding;
+}
+
+// One trap as one line of JSON.  Octet strings pass through the value
+// printers' rule first; anything that is still not UTF-8 is replaced
+// rather than allowed to stop the listener.
+void print_json(long index, int length, const trap_headerEMS &header, snmp_trap_infoEMS &trap,
+                SnmpVarBindEMS *vars, int format_kind) {
+  ObjectIdEMS trap_oid[SNMP_OID_MAX + 2];
+  int trap_oid_length = snmp_notification_oid(&trap, trap_oid, SNMP_OID_MAX + 2);
+  nlohmann::ordered_json line = {
+      {"trap", index},
+      {"length", length},
+      {"header",
+       {{"source", header.src}, {"pid", header.pid}, {"status", header.status},
+        {"target", header.target}, {"time", header.time}}},
+      {"community", octet_text(trap.community, static_cast<uint32_t>(trap.clen))},
+      {"enterprise", dotted(trap.enterprise, static_cast<uint32_t>(trap.elen))},
+      {"agent", address_text(&trap.agent)},
+      {"generic", trap.gen},
+      {"specific", trap.specific},
+      {"time", trap.time},
+      {"trap_oid", trap_oid_length < 0 ? nlohmann::ordered_json()
+                                       : nlohmann::ordered_json(dotted(
+                                             trap_oid, static_cast<uint32_t>(trap_oid_length)))},
+      {"bindings", nlohmann::ordered_json::array()}};
+  for (int i = 0; i < trap.vars; ++i) line["bindings"].push_back(binding_json(vars[i]));
+  if (format_kind >= 0) line["text"] = formatted(format_kind, trap, vars);
+  puts(line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace).c_str());
   fflush(stdout);
 }
 
 void print_trap(long index, int length, const trap_headerEMS &header, const snmp_trap_infoEMS &trap,
                 const SnmpVarBindEMS *vars) {
-  const auto *agent = reinterpret_cast<const unsigned char *>(&trap.agent);
   printf("trap %ld: %d octets from source %u, pid %d, status %d, target %u\n", index, length,
          header.src, header.pid, header.status, header.target);
-  printf("  community   %s\n  enterprise  ", reinterpret_cast<const char *>(trap.community));
-  for (int i = 0; i < trap.elen; ++i) printf(i ? ".%u" : "%u", trap.enterprise[i]);
-  printf("\n  agent       %u.%u.%u.%u\n", agent[0], agent[1], agent[2], agent[3]);
+  printf("  community   %s\n", reinterpret_cast<const char *>(trap.community));
+  printf("  enterprise  %s\n", dotted(trap.enterprise, static_cast<uint32_t>(trap.elen)).c_str());
+  printf("  agent       %s\n", address_text(&trap.agent).c_str());
   printf("  generic     %u\n  specific    %u\n  time        %u\n", trap.gen, trap.specific,
          trap.time);
   for (int i = 0; i < trap.vars; ++i) {
-    printf("  ");
-    for (uint32_t a = 0; a < vars[i].oid_length; ++a) printf(a ? ".%u" : "%u", vars[i].oid[a]);
-    printf(" = ");
+    printf("  %s = ", dotted(vars[i].oid, vars[i].oid_length).c_str());
     print_value(vars[i]);
     putchar('\n');
   }
@@ -322,9 +407,12 @@ int listen_command(const Options &options, int argc) {
     trap.maxvars = kMaxBindings;
     trap_headerEMS *header = nullptr;
     int length = recv_event_hdr(&ei, &trap, vars, &header);
-    if (length > 0 && options.format_kind >= 0) {
+    if (length > 0 && options.json) {
+      print_json(++received, length, *header, trap, vars, options.format_kind);
+    } else if (length > 0 && options.format_kind >= 0) {
       ++received;
-      print_formatted(options.format_kind, trap, vars);
+      fputs(formatted(options.format_kind, trap, vars).c_str(), stdout);
+      fflush(stdout);
     } else if (length > 0) {
       print_trap(++received, length, *header, trap, vars);
     } else if (length == EVENT_RECV_CLOSED) {
@@ -366,7 +454,8 @@ int main(int argc, char **argv) {
     kAgent,
     kTime,
     kCount,
-    kFormat
+    kFormat,
+    kJson
   };
   static const option options_table[] = {
       {"transport", required_argument, nullptr, 't'},
@@ -387,6 +476,7 @@ int main(int argc, char **argv) {
       {"time", required_argument, nullptr, kTime},
       {"count", required_argument, nullptr, kCount},
       {"format", optional_argument, nullptr, kFormat},
+      {"json", no_argument, nullptr, kJson},
       {"help", no_argument, nullptr, 'h'},
       {nullptr, 0, nullptr, 0}};
   if (argc < 2) usage_error("a command is required");
@@ -446,6 +536,9 @@ int main(int argc, char **argv) {
         if (options.format_kind < 0) usage_error("unknown format kind '%s'", kind);
         break;
       }
+      case kJson:
+        options.json = true;
+        break;
       case 'h':
         fputs(kUsage, stdout);
         return 0;
