@@ -1,7 +1,7 @@
 // Codec throughput: libevents' decoders beside net-snmp's parser on the
 // same bytes, for typical traps (enterprise of ten arcs, five or eight
-// bindings of mixed types) and a GetResponse of ten system-group bindings,
-// and the trap encoder.
+// bindings of mixed types), the same notification as an SNMPv2c trap, and
+// a GetResponse of ten system-group bindings; and the trap encoder.
 //
 //   build/bench/codec_bench
 //
@@ -16,6 +16,7 @@
 #include "netsnmp_baseline.h"
 #include "snmp.h"
 #include "snmp_clnt.h"
+#include "support/ber_bytes.h"
 #include "support/sample_trap.h"
 
 namespace {
@@ -70,6 +71,25 @@ std::vector<unsigned char> sample_response() {
   return std::vector<unsigned char>(out, out + length);
 }
 
+// The sample trap's notification as an agent sends it in SNMPv2c:
+// sysUpTime.0, snmpTrapOID.0 (enterprise, 0, 17), then five bindings of
+// the sample's kinds.
+std::vector<unsigned char> sample_notification() {
+  using namespace testsupport;
+  const Bytes enterprise = object_id({1, 3, 6, 1, 4, 1, 49999, 6, 3, 2, 0, 17});
+  return v2c_message(
+      SNMP_TRAP2_PDU, "public", 0x2A5F1C3D,
+      cat({varbind(object_id({1, 3, 6, 1, 2, 1, 1, 3, 0}), integer(12345678, ASN_TIMETICKS)),
+           varbind(object_id({1, 3, 6, 1, 6, 3, 1, 1, 4, 1, 0}), enterprise),
+           varbind(object_id({1, 3, 6, 1, 4, 1, 49999, 6, 3, 1, 1, 2, 0}), integer(7)),
+           varbind(object_id({1, 3, 6, 1, 4, 1, 49999, 6, 3, 1, 1, 3, 0}),
+                   tlv(ASN_OCTET_STR, text("gateway7 link down on port 3"))),
+           varbind(object_id({1, 3, 6, 1, 2, 1, 2, 2, 1, 1, 3}),
+                   object_id({1, 3, 6, 1, 6, 3, 1, 1, 5, 3})),
+           varbind(object_id({1, 3, 6, 1, 4, 1, 49999, 1, 1}), tlv(ASN_IPADDRESS, {192, 168, 1, 20})),
+           varbind(object_id({1, 3, 6, 1, 4, 1, 49999, 1, 4}), integer(4294967295, ASN_TIMETICKS))}));
+}
+
 void report_allocations(benchmark::State &state, uint64_t before) {
   state.counters["allocs/op"] = benchmark::Counter(
       static_cast<double>(bench::allocations() - before), benchmark::Counter::kAvgIterations);
@@ -113,6 +133,30 @@ void BM_DecodeTrap_netsnmp(benchmark::State &state) {
   decode_netsnmp(state, sample_message(bindings), bindings);
 }
 BENCHMARK(BM_DecodeTrap_netsnmp)->Arg(5)->Arg(8);
+
+void BM_DecodeNotification_libevents(benchmark::State &state) {
+  std::vector<unsigned char> message = sample_notification();
+  static snmp_trap_infoEMS trap;
+  static SnmpVarBindEMS vars[8];
+  uint64_t before = bench::allocations();
+  for (auto _ : state) {
+    snmp_trap_reset_capacities(&trap, 8);
+    int result = snmp_parse_notification(message.data(), static_cast<int>(message.size()),
+                                         0x0100007F, &trap, vars, nullptr);
+    benchmark::DoNotOptimize(result);
+    benchmark::ClobberMemory();
+  }
+  if (trap.vars != 5 || trap.specific != 17) state.SkipWithError("the notification did not decode");
+  report_allocations(state, before);
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(message.size()));
+  state.SetLabel(std::to_string(message.size()) + " octets");
+}
+BENCHMARK(BM_DecodeNotification_libevents);
+
+void BM_DecodeNotification_netsnmp(benchmark::State &state) {
+  decode_netsnmp(state, sample_notification(), 7);
+}
+BENCHMARK(BM_DecodeNotification_netsnmp);
 
 void BM_DecodeResponse_libevents(benchmark::State &state) {
   std::vector<unsigned char> message = sample_response();

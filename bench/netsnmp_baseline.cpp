@@ -54,7 +54,8 @@ netsnmp_session *parse_session() {
   if (!ready) {
     init_library();
     snmp_sess_init(&session);
-    session.version = SNMP_VERSION_1;
+    // Any version the message carries, as a trap receiver takes them.
+    session.version = SNMP_DEFAULT_VERSION;
     ready = true;
   }
   return &session;

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Builds libevents and runs its demo: a sample trap encoded, printed as
 # octets and decoded again; then the whole road of a trap: the development
-# hub relays traps from hubevent and from net-snmp's snmptrap to listeners
-# that format them by the example configuration, and hubconf explains one
-# choice of format.
+# hub relays traps from hubevent and from net-snmp's snmptrap and
+# snmpinform (SNMPv2c, translated by the hub) to listeners that format them
+# by the example configuration or print them as JSON lines, and hubconf
+# explains one choice of format.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh >/dev/null
@@ -15,9 +16,11 @@ work=$(mktemp -d)
 hub_pid=
 listen_pid=
 log_pid=
+json_pid=
 cleanup() {
   [ -n "$listen_pid" ] && kill "$listen_pid" 2>/dev/null || true
   [ -n "$log_pid" ] && kill "$log_pid" 2>/dev/null || true
+  [ -n "$json_pid" ] && kill "$json_pid" 2>/dev/null || true
   [ -n "$hub_pid" ] && kill "$hub_pid" 2>/dev/null || true
   wait 2>/dev/null || true
   rm -rf "$work"
@@ -56,7 +59,9 @@ build/tools/hubevent listen --format >"$work/display.out" 2>"$work/display.err" 
 listen_pid=$!
 build/tools/hubevent listen --format hubd >"$work/log.out" 2>"$work/log.err" &
 log_pid=$!
-wait_for "grep -q listening '$work/display.err' && grep -q listening '$work/log.err'"
+build/tools/hubevent listen --json >"$work/json.out" 2>"$work/json.err" &
+json_pid=$!
+wait_for "grep -q listening '$work/display.err' && grep -q listening '$work/log.err' && grep -q listening '$work/json.err'"
 
 echo "== linkDown from localhost, a critical node: its node-specific format"
 build/tools/hubevent send --agent 127.0.0.1 trap 1.3.6.1.6.3.1.1.5 2 0 \
@@ -69,20 +74,28 @@ build/tools/hubevent send --agent 127.0.0.1 trap 1.3.6.1.4.1.7777.1 6 12 \
   1.3.6.1.4.1.7777.1.4.0 c 42
 echo "== a platform event from source 8"
 build/tools/hubevent send -s 8 --host gateway7 event 58917937 "Backup of the configuration finished."
+echo "== net-snmp's snmpinform -v2c: linkUp, translated and acknowledged by the hub"
+snmpinform -v2c -c public -m "" -M "" "127.0.0.1:$udp_port" 360000 1.3.6.1.6.3.1.1.5.4 \
+  1.3.6.1.2.1.2.2.1.1.3 i 3 1.3.6.1.2.1.2.2.1.7.3 i 1 1.3.6.1.2.1.2.2.1.8.3 i 1 \
+  1.3.6.1.2.1.2.2.1.9.3 t 355000
 echo "== net-snmp's snmptrap into the hub's UDP port: nsNotifyRestart"
 snmptrap -v1 -c public -m "" -M "" "127.0.0.1:$udp_port" 1.3.6.1.4.1.8072.4 127.0.0.1 6 3 ""
 
-wait_for "grep -q restarted '$work/display.out' && grep -q restarted '$work/log.out'"
-kill "$listen_pid" "$log_pid"
-wait "$listen_pid" "$log_pid" || true
+wait_for "grep -q restarted '$work/display.out' && grep -q restarted '$work/log.out' && grep -q 8072 '$work/json.out'"
+kill "$listen_pid" "$log_pid" "$json_pid"
+wait "$listen_pid" "$log_pid" "$json_pid" || true
 listen_pid=
 log_pid=
+json_pid=
 echo
 echo "== the operator's display (hubevent listen --format)"
 cat "$work/display.out"
 echo
 echo "== the daemon's log (hubevent listen --format hubd)"
 cat "$work/log.out"
+echo
+echo "== the translated inform as a JSON line (hubevent listen --json)"
+grep '"trap_oid":"1.3.6.1.6.3.1.1.5.4"' "$work/json.out"
 kill "$hub_pid"
 wait "$hub_pid" || true
 hub_pid=

@@ -63,6 +63,16 @@ int main(void) {
   CHECK(trap.vars == 1 && vars[0].val.integer == -5);
   snmp_trap_reset_capacities(&trap, 1);
   CHECK(trap.clen == 127 && trap.elen == 128 && trap.maxvars == 1);
+  {
+    snmp_notification_info about;
+    ObjectIdEMS trap_oid[SNMP_OID_MAX];
+    CHECK(snmp_parse_notification(message, length, 0, &trap, vars, &about) ==
+          SNMP_NOTIFICATION_OK);
+    CHECK(about.version == SNMP_MESSAGE_V1 && about.pdu_type == SNMP_TRAP_PDU);
+    CHECK(snmp_notification_oid(&trap, trap_oid, SNMP_OID_MAX) == 12 && trap_oid[11] == 1);
+    CHECK(strlen(snmp_notification_error(SNMP_NOTIFICATION_COUNTER64)) > 0);
+    snmp_trap_reset_capacities(&trap, 1);
+  }
   CHECK(recv_trap(0, NULL, EVENT_TRANS_UNIX, NULL, NULL, NULL) == EVENT_RECV_ERROR);
   CHECK(tracelogfp == NULL && snmptracemaskEMS == 0);
   CHECK(open_event(NULL, 1, "/nonexistent", EVENT_TRANS_UNIX) == -1);
