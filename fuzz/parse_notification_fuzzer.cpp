@@ -18,7 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   snmp_notification_info about;
   int result = snmp_parse_notification(message.data(), static_cast<int>(message.size()),
                                        0x0100007F, &trap, vars, &about);
-  if (result != SNMP_NOTIFICATION_OK || about.version != SNMP_MESSAGE_V2C) return 0;
+  if (result != SNMP_NOTIFICATION_OK || about.pdu_type == SNMP_TRAP_PDU) return 0;
   // A translated record always has an SNMPv1 form and a trap identifier.
   if (trap.elen < 2 || trap.elen > SNMP_OID_MAX || trap.gen > 6 || trap.vars > trap.maxvars)
     abort();
