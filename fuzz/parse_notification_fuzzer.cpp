@@ -19,6 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   int result = snmp_parse_notification(message.data(), static_cast<int>(message.size()),
                                        0x0100007F, &trap, vars, &about);
   if (result != SNMP_NOTIFICATION_OK || about.pdu_type == SNMP_TRAP_PDU) return 0;
+  if (about.pdu_type != SNMP_TRAP2_PDU && about.pdu_type != SNMP_INFORM_PDU) abort();
   // A translated record always has an SNMPv1 form and a trap identifier.
   if (trap.elen < 2 || trap.elen > SNMP_OID_MAX || trap.gen > 6 || trap.vars > trap.maxvars)
     abort();

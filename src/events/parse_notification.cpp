@@ -115,6 +115,7 @@ int decode_v2(const Envelope &envelope, uint32_t source, snmp_trap_infoEMS *sti,
   sti->community[envelope.community_length] = '\0';
   sti->clen = static_cast<int32_t>(envelope.community_length);
 
+  const int enterprise_capacity = std::min(sti->elen, SNMP_OID_MAX);
   const unsigned char *p = envelope.pdu;
   unsigned char type;
   uint32_t length = 0;
@@ -154,7 +155,7 @@ int decode_v2(const Envelope &envelope, uint32_t source, snmp_trap_infoEMS *sti,
     if (binding != &scratch) ++count;
     if (standard && binding->type == ASN_OBJECT_ID &&
         is_oid(binding->oid, binding->oid_length, kSnmpTrapEnterprise)) {
-      if (binding->val_len < 2 || static_cast<int>(binding->val_len) > SNMP_OID_MAX)
+      if (binding->val_len < 2 || static_cast<int>(binding->val_len) > enterprise_capacity)
         return SNMP_NOTIFICATION_BAD_TRAP_OID;
       memcpy(sti->enterprise, binding->val.objid, binding->val_len * sizeof(ObjectIdEMS));
       sti->elen = static_cast<int32_t>(binding->val_len);
@@ -176,7 +177,8 @@ extern "C" EVENTS_EXPORT int snmp_parse_notification(unsigned char *buf, int len
                                                      snmp_notification_info *about) {
   Envelope envelope;
   bool readable = read_envelope(buf, len, &envelope);
-  if (about != nullptr) *about = {readable ? envelope.version : 0, readable ? envelope.pdu_type : 0, 0};
+  if (about != nullptr)
+    *about = {readable ? envelope.version : 0, readable ? envelope.pdu_type : 0, 0};
   bool v2_notification = readable && (envelope.pdu_type == SNMP_TRAP2_PDU ||
                                       envelope.pdu_type == SNMP_INFORM_PDU);
   if (v2_notification && envelope.version == SNMP_MESSAGE_V2C) {
@@ -185,9 +187,11 @@ extern "C" EVENTS_EXPORT int snmp_parse_notification(unsigned char *buf, int len
   }
   // Anything unreadable goes to the SNMPv1 decoder, which reports why.
   if (readable && envelope.pdu_type != SNMP_TRAP_PDU) return SNMP_NOTIFICATION_NOT_NOTIFICATION;
-  if (v2_notification) return SNMP_NOTIFICATION_NOT_NOTIFICATION;
-  return snmp_parse_trap(buf, len, sti, nullptr, vars) == 0 ? SNMP_NOTIFICATION_OK
-                                                             : SNMP_NOTIFICATION_MALFORMED;
+  if (snmp_parse_trap(buf, len, sti, nullptr, vars) != 0) return SNMP_NOTIFICATION_MALFORMED;
+  // The SNMPv1 decoder overlooks an odd version, as it always has; what it
+  // accepts is an SNMPv1 trap all the same.
+  if (about != nullptr) *about = {SNMP_MESSAGE_V1, SNMP_TRAP_PDU, 0};
+  return SNMP_NOTIFICATION_OK;
 }
 
 extern "C" EVENTS_EXPORT const char *snmp_notification_error(int result) {
