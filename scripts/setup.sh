@@ -8,6 +8,7 @@ packages=(
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-dev
   snmp snmpd snmptrapd libsnmp-dev
+  libsnmp-base
 )
 
 # Not root: through sudo when there is one, else say what is missing.
