@@ -212,7 +212,17 @@ static char *format_of(const struct mib_notification *notification, const struct
     const char *start = notification->description + strspn(notification->description, " \t\r\n");
     append_literal(&format, start, first_sentence(start));
   }
-  if (format.length == 0) append_text(&format, notification->name);
+  /* The reader skips a line that begins with "#" as a comment. */
+  if (format.length == 0 || format.data[0] == '#') {
+    struct text named = {NULL, 0, 0};
+    append_text(&named, notification->name);
+    if (format.length > 0) {
+      append_text(&named, ": ");
+      append_text(&named, format.data);
+    }
+    doFree(format.data);
+    format = named;
+  }
   for (i = 0; !listed && i < notification->object_count && i < TRAP_MAX_ARGS; ++i) {
     snprintf(reference, sizeof reference, "=$%zu", i + 1);
     append_text(&format, " ");
