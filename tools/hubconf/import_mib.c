@@ -289,12 +289,13 @@ static enterprise_info *enterprise_for(unsigned int *arcs, unsigned long length,
                                        const char *label) {
   enterprise_info *found = NULL;
   char name[TRAP_NAME_SIZE + 16];
+  const char *base = label[0] != '\0' ? label : "enterprise";
   int suffix = 0;
   find_enterprise(arcs, length, &found);
   if (found != NULL && found->oid_len == length) return found;
-  snprintf(name, sizeof name, "%.*s", TRAP_NAME_SIZE - 1, label[0] != '\0' ? label : "enterprise");
+  snprintf(name, sizeof name, "%.*s", TRAP_NAME_SIZE - 1, base);
   while (name_to_enterprise(name, &found) == 0)
-    snprintf(name, sizeof name, "%.*s_%d", TRAP_NAME_SIZE - 8, label, ++suffix);
+    snprintf(name, sizeof name, "%.*s_%d", TRAP_NAME_SIZE - 8, base, ++suffix);
   insert_enterprise(arcs, length, name);
   find_enterprise(arcs, length, &found);
   return found;
@@ -341,6 +342,8 @@ static int import_one(const struct import_request *request,
   if (hints != NULL && hints->severity != NULL) {
     int hinted = severity_named(hints->severity);
     if (hinted >= 0) severity = hinted;
+    else fprintf(stderr, "hubconf import-mib: %s: severity \"%s\" is unknown; using %s\n",
+                 notification->name, hints->severity, severityToString(severity));
   }
   enterprise = enterprise_for(arcs, length, notification->enterprise_label);
   if (enterprise == NULL) return -1;

@@ -156,7 +156,7 @@ static void add_notification(struct walk *walk, const struct tree *node, const c
 static int is_trap_type(const struct tree *node) {
   const char *label = node->parent != NULL ? node->parent->label : NULL;
   size_t length = label != NULL ? strlen(label) : 0;
-  return node->parent->subid == 0 && length > 0 && label[length - 1] == '#';
+  return length > 0 && node->parent->subid == 0 && label[length - 1] == '#';
 }
 
 static void walk_tree(struct walk *walk, const struct tree *node, const char *prefix) {
