@@ -22,25 +22,16 @@
 
 #include "hubconf.h"
 #include "mib_reader.h"
+#include "mib_text.h"
 #include "oidtree.h"
 #include "trapspec_writer.h"
 #include "trp_format.h"
 
 #define MAX_ARCS 128
-/* Longest first sentence taken into a format, in bytes. */
-#define SENTENCE_MAX 200
 #define SEVERITY_COUNT 6
 
 static const unsigned int snmp_traps[] = {1, 3, 6, 1, 6, 3, 1, 1, 5};
 #define SNMP_TRAPS_ARCS (sizeof snmp_traps / sizeof snmp_traps[0])
-
-/* The comment hints of one definition. */
-struct hints {
-  char *name, *summary, *severity, *category;
-  int arguments[TRAP_MAX_ARGS];
-  int argument_count;
-};
-
 struct import_request {
   struct mib_contents contents;
   struct hints *hints;
@@ -48,89 +39,6 @@ struct import_request {
   const char *category, *severity;
   int default_category, default_severity;
 };
-
-/* A growing text. */
-struct text {
-  char *data;
-  size_t length, capacity;
-};
-
-static void append(struct text *text, const char *bytes, size_t count) {
-  if (text->length + count + 1 > text->capacity) {
-    text->capacity = (text->length + count + 1) * 2;
-    text->data = doRealloc(text->data, (unsigned)text->capacity);
-  }
-  memcpy(text->data + text->length, bytes, count);
-  text->length += count;
-  text->data[text->length] = '\0';
-}
-
-static void append_text(struct text *text, const char *s) { append(text, s, strlen(s)); }
-
-/* ---- hints ---- */
-
-static char *hint_value(const char *rest) {
-  const char *end;
-  rest += strspn(rest, " \t");
-  if (*rest == '"') {
-    end = strchr(++rest, '"');
-    if (end == NULL) end = rest + strcspn(rest, "\r\n");
-  } else {
-    end = rest + strcspn(rest, "\r\n");
-    while (end > rest && isspace((unsigned char)end[-1])) --end;
-  }
-  return strndup(rest, (size_t)(end - rest));
-}
-
-/* The name of a TRAP-TYPE or NOTIFICATION-TYPE this line begins, or NULL. */
-static char *definition_on(const char *line) {
-  char first[256], second[64];
-  if (sscanf(line, " %255s %63s", first, second) != 2) return NULL;
-  if (!islower((unsigned char)first[0]) ||
-      (strcmp(second, "TRAP-TYPE") != 0 && strcmp(second, "NOTIFICATION-TYPE") != 0))
-    return NULL;
-  return strdup(first);
-}
-
-static void read_hints(const char *file, struct hints **list, size_t *count) {
-  char line[4096];
-  struct hints *current = NULL;
-  FILE *fp = fopen(file, "r");
-  if (fp == NULL) return;
-  while (fgets(line, sizeof line, fp) != NULL) {
-    const char *hint = line + strspn(line, " \t");
-    char *name = definition_on(line);
-    if (name != NULL) {
-      *list = doRealloc(*list, (unsigned)(sizeof **list * (*count + 1)));
-      current = &(*list)[(*count)++];
-      memset(current, 0, sizeof *current);
-      current->name = name;
-      continue;
-    }
-    if (current == NULL || strncmp(hint, "--#", 3) != 0) continue;
-    hint += 3;
-    if (strncmp(hint, "SUMMARY", 7) == 0 && current->summary == NULL) {
-      current->summary = hint_value(hint + 7);
-    } else if (strncmp(hint, "SEVERITY", 8) == 0 && current->severity == NULL) {
-      current->severity = hint_value(hint + 8);
-    } else if (strncmp(hint, "CATEGORY", 8) == 0 && current->category == NULL) {
-      current->category = hint_value(hint + 8);
-    } else if (strncmp(hint, "ARGUMENTS", 9) == 0) {
-      const char *p = hint + 9;
-      current->argument_count = 0;
-      while (*p != '\0' && current->argument_count < TRAP_MAX_ARGS) {
-        char *end;
-        long index;
-        p += strcspn(p, "0123456789\r\n");
-        if (!isdigit((unsigned char)*p)) break;
-        index = strtol(p, &end, 10);
-        current->arguments[current->argument_count++] = (int)(index < TRAP_MAX_ARGS ? index : 0);
-        p = end;
-      }
-    }
-  }
-  fclose(fp);
-}
 
 static int compare_hints(const void *a, const void *b) {
   return strcmp(((const struct hints *)a)->name, ((const struct hints *)b)->name);
@@ -148,121 +56,17 @@ static void load_hints(struct import_request *request) {
   for (i = 0; i < request->contents.notification_count; ++i) {
     const char *file = request->contents.notifications[i].file;
     for (j = 0; j < i && strcmp(request->contents.notifications[j].file, file) != 0; ++j) continue;
-    if (j == i) read_hints(file, &request->hints, &request->hint_count);
+    if (j == i) {
+      FILE *fp = fopen(file, "r");
+      if (fp == NULL) continue;
+      mib_read_hints(fp, &request->hints, &request->hint_count);
+      fclose(fp);
+    }
   }
   if (request->hint_count > 0)
     qsort(request->hints, request->hint_count, sizeof *request->hints, compare_hints);
 }
 
-static void free_hints(struct import_request *request) {
-  size_t i;
-  for (i = 0; i < request->hint_count; ++i) {
-    free(request->hints[i].name);
-    free(request->hints[i].summary);
-    free(request->hints[i].severity);
-    free(request->hints[i].category);
-  }
-  doFree(request->hints);
-}
-
-/* ---- texts ---- */
-
-/* Text for the format line: one line, "$" and "\" kept literal. */
-static void append_literal(struct text *format, const char *text, size_t length) {
-  size_t i;
-  for (i = 0; i < length; ++i) {
-    char c = text[i];
-    if (c == '$' || c == '\\') append(format, &c, 1);
-    if (c == '\n' || c == '\r' || c == '\t') c = ' ';
-    if (c == ' ' && format->length > 0 && format->data[format->length - 1] == ' ') continue;
-    append(format, &c, 1);
-  }
-}
-
-/* The first sentence: up to the first period that ends a word. */
-static size_t first_sentence(const char *text) {
-  size_t length = 0;
-  while (text[length] != '\0' && length < SENTENCE_MAX) {
-    if (text[length] == '.' &&
-        (text[length + 1] == '\0' || isspace((unsigned char)text[length + 1])))
-      return length + 1;
-    ++length;
-  }
-  return length;
-}
-
-static char *format_of(const struct mib_notification *notification, const struct hints *hints) {
-  struct text format = {NULL, 0, 0};
-  size_t i;
-  int listed = 0;
-  char reference[16];
-  if (hints != NULL && hints->summary != NULL && hints->summary[0] != '\0') {
-    /* Each %s takes the next --#ARGUMENTS index, counted from 0. */
-    const char *p = hints->summary, *s;
-    int next = 0;
-    while ((s = strstr(p, "%s")) != NULL && next < hints->argument_count) {
-      append_literal(&format, p, (size_t)(s - p));
-      snprintf(reference, sizeof reference, "$%d", hints->arguments[next++] + 1);
-      append_text(&format, reference);
-      p = s + 2;
-    }
-    append_literal(&format, p, strlen(p));
-    listed = hints->argument_count > 0;
-  } else if (notification->description != NULL) {
-    const char *start = notification->description + strspn(notification->description, " \t\r\n");
-    append_literal(&format, start, first_sentence(start));
-  }
-  /* The reader skips a line that begins with "#" as a comment. */
-  if (format.length == 0 || format.data[0] == '#') {
-    struct text named = {NULL, 0, 0};
-    append_text(&named, notification->name);
-    if (format.length > 0) {
-      append_text(&named, ": ");
-      append_text(&named, format.data);
-    }
-    doFree(format.data);
-    format = named;
-  }
-  for (i = 0; !listed && i < notification->object_count && i < TRAP_MAX_ARGS; ++i) {
-    snprintf(reference, sizeof reference, "=$%zu", i + 1);
-    append_text(&format, " ");
-    append_literal(&format, notification->objects[i], strlen(notification->objects[i]));
-    append_text(&format, reference);
-  }
-  return format.data;
-}
-
-/* The description block: each line without its indentation, no trailing
- * blank lines, and no line the reader would take for a comment or for the
- * end of the block. */
-static char *description_of(const struct mib_notification *notification) {
-  struct text description = {NULL, 0, 0};
-  const char *line = notification->description;
-  size_t keyword = strlen(edescKeyword);
-  if (line == NULL) return NULL;
-  while (*line != '\0') {
-    size_t length = strcspn(line, "\r\n");
-    const char *start = line;
-    while (start < line + length && isspace((unsigned char)*start)) ++start;
-    length -= (size_t)(start - line);
-    while (length > 0 && isspace((unsigned char)start[length - 1])) --length;
-    if (length > 0 && (start[0] == '#' || (length == keyword && strncmp(start, edescKeyword, keyword) == 0)))
-      append_text(&description, "- ");
-    append(&description, start, length);
-    append_text(&description, "\n");
-    line = start + length;
-    line += strcspn(line, "\r\n");
-    if (*line == '\r') ++line;
-    if (*line == '\n') ++line;
-  }
-  while (description.length > 0 && description.data[description.length - 1] == '\n')
-    description.data[--description.length] = '\0';
-  if (description.length == 0) {
-    doFree(description.data);
-    return NULL;
-  }
-  return description.data;
-}
 
 /* ---- the edit ---- */
 
@@ -347,8 +151,8 @@ static int import_one(const struct import_request *request,
   }
   enterprise = enterprise_for(arcs, length, notification->enterprise_label);
   if (enterprise == NULL) return -1;
-  format = format_of(notification, hints);
-  description = description_of(notification);
+  format = mib_format_line(notification, hints);
+  description = mib_description_block(notification->description);
   existing = findExactTrapRecord(enterprise, generic, specific, NULL);
   snprintf(name, sizeof name, "%s", notification->name);
   if (existing != NULL) {
@@ -518,7 +322,7 @@ int hubconf_import_mib(int argc, char **argv) {
   if (status == 0 && labels != NULL &&
       !write_names(labels, request.contents.labels, request.contents.label_count, 0))
     status = 1;
-  free_hints(&request);
+  mib_free_hints(request.hints, request.hint_count);
   mib_contents_free(&request.contents);
 done:
   doFree(dirs);
