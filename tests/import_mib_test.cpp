@@ -2,10 +2,9 @@
 // own, read by net-snmp's parser into trap formats, OID names and MIB
 // labels, and a trap sent by snmptrap formatted with what was imported.
 
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-
-#include <gtest/gtest.h>
 
 #include <chrono>
 #include <cstdlib>
@@ -39,7 +38,8 @@ class ImportMib : public ::testing::Test {
     // The change notice finds no hub here unless a test starts one.
     setenv("KZ_HUBD_SOCKET", dir_.file("hub.sock").c_str(), 1);
     // For sanitized builds: leaks inside net-snmp's parser are not ours.
-    setenv("LSAN_OPTIONS", "print_suppressions=0:suppressions=" EVENTS_SOURCE_DIR "/tests/lsan_netsnmp.supp", 1);
+    setenv("LSAN_OPTIONS",
+           "print_suppressions=0:suppressions=" EVENTS_SOURCE_DIR "/tests/lsan_netsnmp.supp", 1);
   }
   void TearDown() override {
     unsetenv("KZHUBDCONF");
@@ -60,16 +60,18 @@ class ImportMib : public ::testing::Test {
     return status;
   }
 
-  bool has(const std::string &text) const { return read_file(conf_).find(text) != std::string::npos; }
+  bool has(const std::string &text) const {
+    return read_file(conf_).find(text) != std::string::npos;
+  }
 
   testsupport::TempDir dir_;
   std::string conf_, output_;
 };
 
 TEST_F(ImportMib, TestModulesBecomeTrapFormatsOnceOnly) {
-  ASSERT_EQ(hubconf({"import-mib", "-M", kMibs, "EVENTS-TEST-V1-MIB",
-                     kMibs + "/EVENTS-TEST-V2-MIB.txt"}),
-            0)
+  ASSERT_EQ(
+      hubconf({"import-mib", "-M", kMibs, "EVENTS-TEST-V1-MIB", kMibs + "/EVENTS-TEST-V2-MIB.txt"}),
+      0)
       << output_;
   const char *expected[] = {
       // SMIv1: the enterprise with generic 6 and the specific number.
@@ -117,7 +119,8 @@ TEST_F(ImportMib, TestModulesBecomeTrapFormatsOnceOnly) {
 // import; the notifications are placed all the same.
 TEST_F(ImportMib, NetSnmpModulesWithMissingImports) {
   ASSERT_EQ(hubconf({"import-mib", "UCD-SNMP-MIB", "NET-SNMP-AGENT-MIB"}), 0) << output_;
-  EXPECT_TRUE(has("ucdStart {1.3.6.1.4.1.2021.251} 6 1 A 1 0 \"Status Events\"")) << read_file(conf_);
+  EXPECT_TRUE(has("ucdStart {1.3.6.1.4.1.2021.251} 6 1 A 1 0 \"Status Events\""))
+      << read_file(conf_);
   EXPECT_TRUE(has("ucdShutdown {1.3.6.1.4.1.2021.251} 6 2 "));
   EXPECT_TRUE(has("nsNotifyRestart {1.3.6.1.4.1.8072.4} 6 3 "));
   EXPECT_EQ(hubconf({"check", conf_}), 0) << output_;
@@ -186,10 +189,26 @@ TEST_F(ImportMib, TrapFromSnmptrapIsShownWithTheModulesTextAndNames) {
   testsupport::ChildProcess listen(
       {HUBEVENT_PATH, "listen", "-t", "unix", "-n", socket, "--format", "wbx"});
   ASSERT_NE(listen.wait_for_line("hubevent: listening", 5s), "");
-  ASSERT_EQ(testsupport::run_command({"snmptrap", "-v1", "-c", "public", "-m", "", "-M", "", udp,
-                                      "1.3.6.1.4.1.49998", "127.0.0.1", "6", "1", "0",
-                                      "1.3.6.1.4.1.49998.1.1", "i", "2", "1.3.6.1.4.1.49998.1.2",
-                                      "i", "3"}),
+  ASSERT_EQ(testsupport::run_command({"snmptrap",
+                                      "-v1",
+                                      "-c",
+                                      "public",
+                                      "-m",
+                                      "",
+                                      "-M",
+                                      "",
+                                      udp,
+                                      "1.3.6.1.4.1.49998",
+                                      "127.0.0.1",
+                                      "6",
+                                      "1",
+                                      "0",
+                                      "1.3.6.1.4.1.49998.1.1",
+                                      "i",
+                                      "2",
+                                      "1.3.6.1.4.1.49998.1.2",
+                                      "i",
+                                      "3"}),
             0);
   EXPECT_EQ(listen.wait_for_line("Power supply", 5s), "Power supply 2 is now down");
   unsetenv("KZ_MIB_FILE");

@@ -13,7 +13,6 @@
  * --#CATEGORY that vendors put in their modules for trap converters are
  * read from the module files, since the parser drops comments. */
 #define _GNU_SOURCE
-#include <ctype.h>
 #include <getopt.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -32,6 +31,8 @@
 
 static const unsigned int snmp_traps[] = {1, 3, 6, 1, 6, 3, 1, 1, 5};
 #define SNMP_TRAPS_ARCS (sizeof snmp_traps / sizeof snmp_traps[0])
+
+/* The modules read, their hints sorted by name, and the defaults. */
 struct import_request {
   struct mib_contents contents;
   struct hints *hints;
@@ -66,7 +67,6 @@ static void load_hints(struct import_request *request) {
   if (request->hint_count > 0)
     qsort(request->hints, request->hint_count, sizeof *request->hints, compare_hints);
 }
-
 
 /* ---- the edit ---- */
 
@@ -120,11 +120,13 @@ static int import_one(const struct import_request *request,
   enterprise_info *enterprise;
   trap_record *existing;
   char name[TRAP_NAME_SIZE], *format, *description;
-
   const char *dot;
   size_t dots = 0;
+
+  /* cname_to_oid writes as many arcs as the text holds. */
   for (dot = strchr(notification->oid, '.'); dot != NULL; dot = strchr(dot + 1, '.')) ++dots;
-  if (dots >= MAX_ARCS || cname_to_oid(notification->oid, arcs, &length) != 0 || length < 2 || length > MAX_ARCS) {
+  if (dots >= MAX_ARCS || cname_to_oid(notification->oid, arcs, &length) != 0 || length < 2 ||
+      length > MAX_ARCS) {
     fprintf(stderr, "hubconf import-mib: %s: identifier %s left out\n", notification->name,
             notification->oid);
     return -1;
@@ -139,15 +141,19 @@ static int import_one(const struct import_request *request,
   }
   if (hints != NULL && hints->category != NULL) {
     int hinted = category_named(hints->category);
-    if (hinted >= 0) category = hinted;
-    else fprintf(stderr, "hubconf import-mib: %s: category \"%s\" is not defined; using \"%s\"\n",
-                 notification->name, hints->category, EMScategories[category]);
+    if (hinted >= 0)
+      category = hinted;
+    else
+      fprintf(stderr, "hubconf import-mib: %s: category \"%s\" is not defined; using \"%s\"\n",
+              notification->name, hints->category, EMScategories[category]);
   }
   if (hints != NULL && hints->severity != NULL) {
     int hinted = severity_named(hints->severity);
-    if (hinted >= 0) severity = hinted;
-    else fprintf(stderr, "hubconf import-mib: %s: severity \"%s\" is unknown; using %s\n",
-                 notification->name, hints->severity, severityToString(severity));
+    if (hinted >= 0)
+      severity = hinted;
+    else
+      fprintf(stderr, "hubconf import-mib: %s: severity \"%s\" is unknown; using %s\n",
+              notification->name, hints->severity, severityToString(severity));
   }
   enterprise = enterprise_for(arcs, length, notification->enterprise_label);
   if (enterprise == NULL) return -1;
@@ -191,7 +197,8 @@ static int apply_import(const void *data, int *alerts_changed) {
     if (result < 0) ++skipped;
   }
   printf("hubconf: %zu trap formats added or replaced, %zu unchanged%s\n", changed,
-         request->contents.notification_count - changed - skipped, skipped > 0 ? ", some left out" : "");
+         request->contents.notification_count - changed - skipped,
+         skipped > 0 ? ", some left out" : "");
   return changed > 0 ? 0 : HUBCONF_UNCHANGED;
 }
 
@@ -238,19 +245,20 @@ static int write_names(const char *path, const struct mib_label *labels, size_t 
 /* ---- command line ---- */
 
 static void import_usage(FILE *out) {
-  fputs("usage: hubconf import-mib [OPTION]... MODULE-OR-FILE...\n"
-        "  Adds or replaces a trap format for every TRAP-TYPE and NOTIFICATION-TYPE\n"
-        "  of the modules, named or given as files.\n"
-        "  -M, --mibdir DIR        look for modules in DIR (repeatable; default\n"
-        "                          /usr/share/snmp/mibs)\n"
-        "  -c, --category NAME     category of formats without a --#CATEGORY hint\n"
-        "                          (default \"Status Events\")\n"
-        "  -S, --severity N|NAME   severity of formats without a --#SEVERITY hint\n"
-        "                          (default 1, Indeterminate)\n"
-        "      --names FILE        write the OID names of the modules' notifications,\n"
-        "                          objects and enumerated values to FILE\n"
-        "      --labels FILE       write the MIB labels of every node read to FILE\n",
-        out);
+  fputs(
+      "usage: hubconf import-mib [OPTION]... MODULE-OR-FILE...\n"
+      "  Adds or replaces a trap format for every TRAP-TYPE and NOTIFICATION-TYPE\n"
+      "  of the modules, named or given as files.\n"
+      "  -M, --mibdir DIR        look for modules in DIR (repeatable; default\n"
+      "                          /usr/share/snmp/mibs)\n"
+      "  -c, --category NAME     category of formats without a --#CATEGORY hint\n"
+      "                          (default \"Status Events\")\n"
+      "  -S, --severity N|NAME   severity of formats without a --#SEVERITY hint\n"
+      "                          (default 1, Indeterminate)\n"
+      "      --names FILE        write the OID names of the modules' notifications,\n"
+      "                          objects and enumerated values to FILE\n"
+      "      --labels FILE       write the MIB labels of every node read to FILE\n",
+      out);
 }
 
 enum { OPT_NAMES = 256, OPT_LABELS };
@@ -313,8 +321,7 @@ int hubconf_import_mib(int argc, char **argv) {
     goto done;
   }
   load_hints(&request);
-  status = request.contents.notification_count > 0 ? hubconf_edit_cycle(apply_import, &request)
-                                                   : 0;
+  status = request.contents.notification_count > 0 ? hubconf_edit_cycle(apply_import, &request) : 0;
   if (request.contents.notification_count == 0) puts("hubconf: no notifications in the modules");
   if (status == 0 && names != NULL &&
       !write_names(names, request.contents.names, request.contents.name_count, 1))

@@ -145,8 +145,7 @@ static void add_notification(struct walk *walk, const struct tree *node, const c
   notification->description = node->description != NULL ? copy_text(node->description) : NULL;
   notification->file = copy_text(module != NULL ? module->file : "");
   for (object = node->varbinds; object != NULL; object = object->next) {
-    notification->objects =
-        grow(notification->objects, notification->object_count, sizeof(char *));
+    notification->objects = grow(notification->objects, notification->object_count, sizeof(char *));
     notification->objects[notification->object_count++] = copy_text(object->vblabel);
   }
 }
@@ -239,8 +238,7 @@ int mib_read(const char *const *dirs, size_t dir_count, const char *const *modul
     const char *tmp = getenv("TMPDIR");
     snprintf(fallback, sizeof fallback, "%s/hubconf-smi.XXXXXX", tmp != NULL ? tmp : "/tmp");
     if (mkdtemp(fallback) != NULL && write_text(fallback, "SNMPv2-SMI.txt", base_smi) &&
-        (which_module("RFC1155-SMI") >= 0 ||
-         write_text(fallback, "RFC1155-SMI.txt", base_smi_v1)))
+        (which_module("RFC1155-SMI") >= 0 || write_text(fallback, "RFC1155-SMI.txt", base_smi_v1)))
       add_mibdir(fallback);
   }
 

@@ -177,7 +177,8 @@ char *mib_description_block(const char *description_text) {
     while (start < line + length && isspace((unsigned char)*start)) ++start;
     length -= (size_t)(start - line);
     while (length > 0 && isspace((unsigned char)start[length - 1])) --length;
-    if (length > 0 && (start[0] == '#' || (length == keyword && strncmp(start, edescKeyword, keyword) == 0)))
+    if (length > 0 &&
+        (start[0] == '#' || (length == keyword && strncmp(start, edescKeyword, keyword) == 0)))
       append_text(&description, "- ");
     append(&description, start, length);
     append_text(&description, "\n");
