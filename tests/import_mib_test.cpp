@@ -78,7 +78,8 @@ TEST_F(ImportMib, TestModulesBecomeTrapFormatsOnceOnly) {
       "fanFailed {1.3.6.1.4.1.49999} 6 1 A 1 0 \"Status Events\"\n"
       "A fan stopped turning. fanIndex=$1 fanSpeed=$2\nSDESC\n"
       "A fan stopped turning. The chassis may overheat\n"
-      "unless the fan is replaced within the hour.\nEDESC\n",
+      "unless the fan is replaced within the hour.\n\nReplace it with a fan of the same model.\n"
+      "EDESC\n",
       // "$" in the text stays literal.
       "fanRecovered {1.3.6.1.4.1.49999} 6 2 A 1 0 \"Status Events\"\n"
       "A fan that had failed turns again at $$5 cost. fanIndex=$1\n",
@@ -93,6 +94,10 @@ TEST_F(ImportMib, TestModulesBecomeTrapFormatsOnceOnly) {
       // No 0 arc before the last: the enterprise is the rest.
       "psuAdded {1.3.6.1.4.1.49998} 6 3 A 1 0 \"Status Events\"\n"
       "A power supply was plugged in psuIndex=$1\n",
+      // One of snmpTraps' standard traps: generic 1, specific 0.
+      "testWarmStart {1.3.6.1.6.3.1.1.5} 1 0 A 1 0 \"Status Events\"\n"
+      "The agent restarted without changing its configuration.\n",
+      "testTraps {1.3.6.1.6.3.1.1.5}\n",
       "eventsTest {1.3.6.1.4.1.49999}\n",
       "eventsTestV2 {1.3.6.1.4.1.49998}\n",
   };
@@ -104,7 +109,7 @@ TEST_F(ImportMib, TestModulesBecomeTrapFormatsOnceOnly) {
   const std::string first = read_file(conf_);
   ASSERT_EQ(std::remove((conf_ + ".bak").c_str()), 0);
   ASSERT_EQ(hubconf({"import-mib", "-M", kMibs, "EVENTS-TEST-V2-MIB", "EVENTS-TEST-V1-MIB"}), 0);
-  EXPECT_NE(output_.find("0 trap formats added or replaced, 5 unchanged"), std::string::npos)
+  EXPECT_NE(output_.find("0 trap formats added or replaced, 6 unchanged"), std::string::npos)
       << output_;
   EXPECT_EQ(read_file(conf_), first);
   EXPECT_FALSE(exists(conf_ + ".bak"));
