@@ -178,6 +178,8 @@ TEST_F(ImportMib, TrapFromSnmptrapIsShownWithTheModulesTextAndNames) {
   const ObjectIdEMS state_down[] = {1, 3, 6, 1, 4, 1, 49998, 1, 2, 3};
   const ObjectIdEMS fan_failed[] = {1, 3, 6, 1, 4, 1, 49999, 0, 1};
   EXPECT_STREQ(TreeLookupOid(tree, state_down, 10), "down");
+  const ObjectIdEMS scalar_down[] = {1, 3, 6, 1, 4, 1, 49998, 1, 2, 0, 3};
+  EXPECT_STREQ(TreeLookupOid(tree, scalar_down, 11), "down");
   EXPECT_STREQ(TreeLookupOid(tree, state_down, 9), "psuState");
   EXPECT_STREQ(TreeLookupOid(tree, fan_failed, 9), "fanFailed");
   oidFreeTree(tree);

@@ -173,10 +173,16 @@ static void walk_tree(struct walk *walk, const struct tree *node, const char *pr
         add_label(&walk->contents->names, &walk->contents->name_count, oid, node->label);
         if (node->type == TYPE_TRAPTYPE || node->type == TYPE_NOTIFTYPE || is_trap_type(node))
           add_notification(walk, node, oid);
+        /* A scalar is sent with instance 0: its values are named there too. */
+        int scalar = node->parent != NULL && node->parent->indexes == NULL &&
+                     node->parent->augments == NULL && node->child_list == NULL;
         for (value = node->enums; value != NULL; value = value->next) {
           char value_oid[4200];
           if (value->value < 0 || value->label == NULL) continue;
           snprintf(value_oid, sizeof value_oid, "%s.%d", oid, value->value);
+          add_label(&walk->contents->names, &walk->contents->name_count, value_oid, value->label);
+          if (!scalar) continue;
+          snprintf(value_oid, sizeof value_oid, "%s.0.%d", oid, value->value);
           add_label(&walk->contents->names, &walk->contents->name_count, value_oid, value->label);
         }
       }

@@ -31,7 +31,8 @@ struct mib_contents {
   struct mib_notification *notifications; /* of the modules asked for, in tree order */
   size_t notification_count;
   /* Notifications and objects of the modules asked for, and every
-   * enumerated INTEGER value as the object's identifier plus the value. */
+   * enumerated INTEGER value as the object's identifier plus the value
+   * (for a scalar, also its instance 0 plus the value). */
   struct mib_label *names;
   size_t name_count;
   struct mib_label *labels; /* every node of the tree read */
