@@ -9,6 +9,7 @@ packages=(
   clang libclang-rt-dev
   snmp snmpd snmptrapd libsnmp-dev
   nlohmann-json3-dev
+  libsnmp-base
 )
 
 # Not root: through sudo when there is one, else say what is missing.

@@ -30,11 +30,7 @@ static int wants_help(int argc, char **argv) {
   return argc >= 2 && (strcmp(argv[1], "-h") == 0 || strcmp(argv[1], "--help") == 0);
 }
 
-/* An edit of the model: 0 done, 1 failure (reported), 2 bad usage.  Sets
- * *alerts_changed when the alert mapping file must be rewritten. */
-typedef int (*edit_fn)(const void *request, int *alerts_changed);
-
-static int edit_cycle(edit_fn edit, const void *request) {
+int hubconf_edit_cycle(edit_fn edit, const void *request) {
   char *message = NULL, *error = NULL, *warning = NULL, *alert_path = NULL;
   int alerts_changed = 0, status;
   FILE *fp = lockHubdConfFile(&message);
@@ -55,7 +51,8 @@ static int edit_cycle(edit_fn edit, const void *request) {
   status = edit(request, &alerts_changed);
   if (status != 0) {
     fclose(fp);
-    return status;
+    if (status == HUBCONF_UNCHANGED) printf("hubconf: %s unchanged\n", getHubdConfFile());
+    return status == HUBCONF_UNCHANGED ? 0 : status;
   }
   /* On failure the writer has printed why; the stream may already be
    * closed, so it is left as it is. */
@@ -432,7 +429,7 @@ int hubconf_set(int argc, char **argv) {
   struct set_request request;
   int parsed = parse_set(argc, argv, &request);
   if (parsed >= 0) return parsed;
-  return edit_cycle(apply_set, &request);
+  return hubconf_edit_cycle(apply_set, &request);
 }
 
 /* ---- delete, delete-action ---- */
@@ -468,7 +465,7 @@ static int run_single(int argc, char **argv, const char *usage, edit_fn edit) {
     fputs(usage, stderr);
     return 2;
   }
-  return edit_cycle(edit, argv[1]);
+  return hubconf_edit_cycle(edit, argv[1]);
 }
 
 int hubconf_delete(int argc, char **argv) {

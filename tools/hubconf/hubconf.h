@@ -18,5 +18,17 @@ int hubconf_delete_action(int argc, char **argv);
  * looks.  Returns the number of warnings. */
 int hubconf_lint(const char *file, FILE *report);
 int hubconf_match(int argc, char **argv);
+int hubconf_import_mib(int argc, char **argv);
+
+/* An edit of the model: 0 done, 1 failure (reported), 2 bad usage, or
+ * HUBCONF_UNCHANGED when there is nothing to write.  Sets *alerts_changed
+ * when the alert mapping file must be rewritten. */
+#define HUBCONF_UNCHANGED 3
+typedef int (*edit_fn)(const void *request, int *alerts_changed);
+
+/* One edit cycle: lock hubd.conf, read it, run `edit`, write the file back
+ * and send the change notice.  When the edit changes nothing, the file is
+ * neither written nor announced.  Returns the exit status. */
+int hubconf_edit_cycle(edit_fn edit, const void *request);
 
 #endif

@@ -20,6 +20,7 @@ static const struct {
     {"delete", hubconf_delete, "remove a trap format"},
     {"delete-action", hubconf_delete_action, "remove an operator action"},
     {"match", hubconf_match, "show which format a trap would get, and why"},
+    {"import-mib", hubconf_import_mib, "add the trap formats of MIB modules"},
 };
 
 static void usage(FILE *out) {
