@@ -95,23 +95,37 @@ void report_allocations(benchmark::State &state, uint64_t before) {
       static_cast<double>(bench::allocations() - before), benchmark::Counter::kAvgIterations);
 }
 
-void BM_DecodeTrap_libevents(benchmark::State &state) {
-  std::vector<unsigned char> message = sample_message(static_cast<int>(state.range(0)));
-  static snmp_trap_infoEMS trap;
-  static SnmpVarBindEMS vars[8];
+// Runs the libevents decoder `decode` over `message`, once to check that
+// it yields `check`, then timed.
+template <typename Decode, typename Check>
+void decode_libevents(benchmark::State &state, std::vector<unsigned char> message,
+                      Decode decode, Check check) {
+  decode(message);
+  if (!check()) {
+    state.SkipWithError("libevents did not decode the sample");
+    return;
+  }
   uint64_t before = bench::allocations();
   for (auto _ : state) {
-    trap.clen = 127;
-    trap.elen = 128;
-    trap.maxvars = 8;
-    int result = snmp_parse_trap(message.data(), static_cast<int>(message.size()), &trap, nullptr, vars);
-    benchmark::DoNotOptimize(result);
+    benchmark::DoNotOptimize(decode(message));
     benchmark::ClobberMemory();
   }
-  if (trap.vars != state.range(0)) state.SkipWithError("the sample trap did not decode");
   report_allocations(state, before);
   state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(message.size()));
   state.SetLabel(std::to_string(message.size()) + " octets");
+}
+
+void BM_DecodeTrap_libevents(benchmark::State &state) {
+  static snmp_trap_infoEMS trap;
+  static SnmpVarBindEMS vars[8];
+  const int bindings = static_cast<int>(state.range(0));
+  decode_libevents(
+      state, sample_message(bindings),
+      [](std::vector<unsigned char> &message) {
+        snmp_trap_reset_capacities(&trap, 8);
+        return snmp_parse_trap(message.data(), static_cast<int>(message.size()), &trap, nullptr, vars);
+      },
+      [&] { return trap.vars == bindings; });
 }
 BENCHMARK(BM_DecodeTrap_libevents)->Arg(5)->Arg(8);
 
@@ -135,21 +149,16 @@ void BM_DecodeTrap_netsnmp(benchmark::State &state) {
 BENCHMARK(BM_DecodeTrap_netsnmp)->Arg(5)->Arg(8);
 
 void BM_DecodeNotification_libevents(benchmark::State &state) {
-  std::vector<unsigned char> message = sample_notification();
   static snmp_trap_infoEMS trap;
   static SnmpVarBindEMS vars[8];
-  uint64_t before = bench::allocations();
-  for (auto _ : state) {
-    snmp_trap_reset_capacities(&trap, 8);
-    int result = snmp_parse_notification(message.data(), static_cast<int>(message.size()),
-                                         0x0100007F, &trap, vars, nullptr);
-    benchmark::DoNotOptimize(result);
-    benchmark::ClobberMemory();
-  }
-  if (trap.vars != 5 || trap.specific != 17) state.SkipWithError("the notification did not decode");
-  report_allocations(state, before);
-  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(message.size()));
-  state.SetLabel(std::to_string(message.size()) + " octets");
+  decode_libevents(
+      state, sample_notification(),
+      [](std::vector<unsigned char> &message) {
+        snmp_trap_reset_capacities(&trap, 8);
+        return snmp_parse_notification(message.data(), static_cast<int>(message.size()),
+                                       0x0100007F, &trap, vars, nullptr);
+      },
+      [] { return trap.vars == 5 && trap.specific == 17; });
 }
 BENCHMARK(BM_DecodeNotification_libevents);
 
@@ -159,21 +168,16 @@ void BM_DecodeNotification_netsnmp(benchmark::State &state) {
 BENCHMARK(BM_DecodeNotification_netsnmp);
 
 void BM_DecodeResponse_libevents(benchmark::State &state) {
-  std::vector<unsigned char> message = sample_response();
   static snmp_info response;
   static SnmpVarBindEMS vars[10];
-  uint64_t before = bench::allocations();
-  for (auto _ : state) {
-    response.clen = SNMP_COMMUNITY_MAX;
-    response.maxvars = 10;
-    int result = snmp_parse(message.data(), static_cast<int>(message.size()), &response, vars);
-    benchmark::DoNotOptimize(result);
-    benchmark::ClobberMemory();
-  }
-  if (response.vars != 10) state.SkipWithError("the sample response did not decode");
-  report_allocations(state, before);
-  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(message.size()));
-  state.SetLabel(std::to_string(message.size()) + " octets");
+  decode_libevents(
+      state, sample_response(),
+      [](std::vector<unsigned char> &message) {
+        response.clen = SNMP_COMMUNITY_MAX;
+        response.maxvars = 10;
+        return snmp_parse(message.data(), static_cast<int>(message.size()), &response, vars);
+      },
+      [] { return response.vars == 10; });
 }
 BENCHMARK(BM_DecodeResponse_libevents);
 

@@ -157,6 +157,40 @@ namespace events::ber {
   return binding_end;
 }
 
+
+// The layers of an SNMP message above its PDU's contents.
+struct Message {
+  int32_t version;
+  const unsigned char *community;
+  uint32_t community_length;
+  unsigned char pdu_type;
+  const unsigned char *pdu;      // the PDU's contents
+  const unsigned char *pdu_end;  // and their end
+};
+
+// Reads the message sequence, version, community (an OCTET STRING or, as
+// the primitives allow, an Opaque) and PDU header of buf[0..len).  Returns
+// false if they are not well-formed.
+[[gnu::always_inline]] inline bool message(const unsigned char *buf, int len, Message *out) {
+  const unsigned char *end = buf + (len > 0 ? len : 0);
+  unsigned char type;
+  uint32_t length;
+  const unsigned char *p = header(buf, end, &type, &length);
+  if (p == nullptr || type != ASN_SEQUENCE) return false;
+  end = p + length;
+  if ((p = header(p, end, &type, &length)) == nullptr || type != ASN_INTEGER ||
+      !integer(p, length, type, &out->version))
+    return false;
+  p = header(p + length, end, &type, &length);
+  if (p == nullptr || (type != ASN_OCTET_STR && type != ASN_OPAQUE)) return false;
+  out->community = p;
+  out->community_length = length;
+  if ((p = header(p + length, end, &out->pdu_type, &length)) == nullptr) return false;
+  out->pdu = p;
+  out->pdu_end = p + length;
+  return true;
+}
+
 }  // namespace events::ber
 
 #endif

@@ -29,38 +29,6 @@ bool is_oid(const ObjectIdEMS *oid, uint32_t length, const ObjectIdEMS (&expecte
   return length == N && memcmp(oid, expected, sizeof expected) == 0;
 }
 
-// The message layers above the PDU's contents.
-struct Envelope {
-  int32_t version;
-  const unsigned char *community;
-  uint32_t community_length;
-  unsigned char pdu_type;
-  const unsigned char *pdu;      // the PDU's contents
-  const unsigned char *pdu_end;  // and their end
-};
-
-// Reads version, community and the PDU header of the message
-// buf[0..len).  Returns false if they are not well-formed.
-bool read_envelope(const unsigned char *buf, int len, Envelope *envelope) {
-  const unsigned char *end = buf + std::max(len, 0);
-  unsigned char type;
-  uint32_t length;
-  const unsigned char *p = ber::header(buf, end, &type, &length);
-  if (p == nullptr || type != ASN_SEQUENCE) return false;
-  end = p + length;
-  if ((p = ber::header(p, end, &type, &length)) == nullptr || type != ASN_INTEGER ||
-      !ber::integer(p, length, type, &envelope->version))
-    return false;
-  if ((p = ber::header(p + length, end, &type, &length)) == nullptr || type != ASN_OCTET_STR)
-    return false;
-  envelope->community = p;
-  envelope->community_length = length;
-  if ((p = ber::header(p + length, end, &envelope->pdu_type, &length)) == nullptr) return false;
-  envelope->pdu = p;
-  envelope->pdu_end = p + length;
-  return true;
-}
-
 // Whether the binding at p carries a Counter64 value, which the binding
 // reader refuses like any type SNMPv1 lacks.
 bool holds_counter64(const unsigned char *p, const unsigned char *end) {
@@ -106,28 +74,28 @@ int map_trap_oid(const ObjectIdEMS *trap, uint32_t length, snmp_trap_infoEMS *st
   return standard;
 }
 
-// Translates the SNMPv2-Trap or InformRequest PDU of `envelope`.
-int decode_v2(const Envelope &envelope, uint32_t source, snmp_trap_infoEMS *sti,
+// Translates the SNMPv2-Trap or InformRequest PDU of `message`.
+int decode_v2(const ber::Message &message, uint32_t source, snmp_trap_infoEMS *sti,
               EMSsnmpVarBind *vars, snmp_notification_info *about) {
-  if (envelope.community_length > static_cast<uint32_t>(std::max(sti->clen, 0)))
+  if (message.community_length > static_cast<uint32_t>(std::max(sti->clen, 0)))
     return SNMP_NOTIFICATION_MALFORMED;
-  memcpy(sti->community, envelope.community, envelope.community_length);
-  sti->community[envelope.community_length] = '\0';
-  sti->clen = static_cast<int32_t>(envelope.community_length);
+  memcpy(sti->community, message.community, message.community_length);
+  sti->community[message.community_length] = '\0';
+  sti->clen = static_cast<int32_t>(message.community_length);
 
   const int enterprise_capacity = std::min(sti->elen, SNMP_OID_MAX);
-  const unsigned char *p = envelope.pdu;
+  const unsigned char *p = message.pdu;
   unsigned char type;
   uint32_t length = 0;
   int32_t numbers[3];  // request-id, error-status, error-index
   for (int32_t &number : numbers) {
-    if ((p = ber::header(p, envelope.pdu_end, &type, &length)) == nullptr ||
+    if ((p = ber::header(p, message.pdu_end, &type, &length)) == nullptr ||
         type != ASN_INTEGER || !ber::integer(p, length, type, &number))
       return SNMP_NOTIFICATION_MALFORMED;
     p += length;
   }
   if (about != nullptr) about->request_id = numbers[0];
-  if ((p = ber::header(p, envelope.pdu_end, &type, &length)) == nullptr || type != ASN_SEQUENCE)
+  if ((p = ber::header(p, message.pdu_end, &type, &length)) == nullptr || type != ASN_SEQUENCE)
     return SNMP_NOTIFICATION_MALFORMED;
   const unsigned char *const list_end = p + length;
 
@@ -175,18 +143,18 @@ extern "C" EVENTS_EXPORT int snmp_parse_notification(unsigned char *buf, int len
                                                      snmp_trap_infoEMS *sti,
                                                      EMSsnmpVarBind *vars,
                                                      snmp_notification_info *about) {
-  Envelope envelope;
-  bool readable = read_envelope(buf, len, &envelope);
+  ber::Message message;
+  bool readable = ber::message(buf, len, &message);
   if (about != nullptr)
-    *about = {readable ? envelope.version : 0, readable ? envelope.pdu_type : 0, 0};
-  bool v2_notification = readable && (envelope.pdu_type == SNMP_TRAP2_PDU ||
-                                      envelope.pdu_type == SNMP_INFORM_PDU);
-  if (v2_notification && envelope.version == SNMP_MESSAGE_V2C) {
+    *about = {readable ? message.version : 0, readable ? message.pdu_type : 0, 0};
+  bool v2_notification = readable && (message.pdu_type == SNMP_TRAP2_PDU ||
+                                      message.pdu_type == SNMP_INFORM_PDU);
+  if (v2_notification && message.version == SNMP_MESSAGE_V2C) {
     sti->clen = std::min(sti->clen, SNMP_COMMUNITY_MAX - 1);
-    return decode_v2(envelope, source, sti, vars, about);
+    return decode_v2(message, source, sti, vars, about);
   }
   // Anything unreadable goes to the SNMPv1 decoder, which reports why.
-  if (readable && envelope.pdu_type != SNMP_TRAP_PDU) return SNMP_NOTIFICATION_NOT_NOTIFICATION;
+  if (readable && message.pdu_type != SNMP_TRAP_PDU) return SNMP_NOTIFICATION_NOT_NOTIFICATION;
   if (snmp_parse_trap(buf, len, sti, nullptr, vars) != 0) return SNMP_NOTIFICATION_MALFORMED;
   // The SNMPv1 decoder overlooks an odd version, as it always has; what it
   // accepts is an SNMPv1 trap all the same.
@@ -215,30 +183,30 @@ extern "C" EVENTS_EXPORT const char *snmp_notification_error(int result) {
 extern "C" EVENTS_EXPORT int snmp_build_inform_response(const unsigned char *inform,
                                                         int inform_len, unsigned char *out,
                                                         int *out_length) {
-  Envelope envelope;
-  if (!read_envelope(inform, inform_len, &envelope) || envelope.version != SNMP_MESSAGE_V2C ||
-      envelope.pdu_type != SNMP_INFORM_PDU)
+  ber::Message message;
+  if (!ber::message(inform, inform_len, &message) || message.version != SNMP_MESSAGE_V2C ||
+      message.pdu_type != SNMP_INFORM_PDU)
     return -1;
   // The request-id element and the binding list are copied as received;
   // between them lie error-status and error-index.
   const unsigned char *element_end[4];
-  const unsigned char *p = envelope.pdu;
+  const unsigned char *p = message.pdu;
   int i = 0;
   for (unsigned char expected : {ASN_INTEGER, ASN_INTEGER, ASN_INTEGER, ASN_SEQUENCE}) {
     unsigned char type;
     uint32_t length;
-    if ((p = ber::header(p, envelope.pdu_end, &type, &length)) == nullptr || type != expected)
+    if ((p = ber::header(p, message.pdu_end, &type, &length)) == nullptr || type != expected)
       return -1;
     p += length;
     element_end[i++] = p;
   }
-  const unsigned char *const request_id = envelope.pdu;
+  const unsigned char *const request_id = message.pdu;
   const int request_id_size = static_cast<int>(element_end[0] - request_id);
   const unsigned char *const list = element_end[2];
   const int list_size = static_cast<int>(element_end[3] - list);
   static const unsigned char kNoError[] = {ASN_INTEGER, 1, 0, ASN_INTEGER, 1, 0};
   const int pdu_length = request_id_size + static_cast<int>(sizeof kNoError) + list_size;
-  const int community_length = static_cast<int>(envelope.community_length);
+  const int community_length = static_cast<int>(message.community_length);
   // Version, community and PDU, each with a header of at most 4 octets.
   if (pdu_length + community_length + 3 + 4 + 4 > 0xFFFF) return -1;
 
@@ -255,7 +223,7 @@ extern "C" EVENTS_EXPORT int snmp_build_inform_response(const unsigned char *inf
   int32_t version = SNMP_MESSAGE_V2C;
   unsigned char *w = asnBuildHeader09(out, &room, ASN_SEQUENCE, message_length);
   if (w != nullptr) w = asnBuildInt09(w, &room, &version, sizeof version);
-  if (w != nullptr) w = asnBuildString09(w, &room, envelope.community, community_length);
+  if (w != nullptr) w = asnBuildString09(w, &room, message.community, community_length);
   if (w != nullptr) w = asnBuildHeader09(w, &room, SNMP_RESPONSE_PDU, pdu_length);
   if (w == nullptr || room < pdu_length) return -2;
   memcpy(w, request_id, static_cast<size_t>(request_id_size));

@@ -137,27 +137,19 @@ int decode_reporting(unsigned char *buf, int len, snmp_trap_infoEMS *sti, EMSsnm
 bool decode_fast(const unsigned char *buf, int len, snmp_trap_infoEMS *sti,
                  EMSsnmpVarBind *vars) {
   namespace ber = events::ber;
-  const unsigned char *end = buf + std::max(len, 0);
+  ber::Message message;
+  if (!ber::message(buf, len, &message) || message.version != 0 ||
+      static_cast<int64_t>(message.community_length) > sti->clen ||
+      message.pdu_type != SNMP_TRAP_PDU)
+    return false;
+  memcpy(sti->community, message.community, message.community_length);
+  sti->community[message.community_length] = '\0';
+  sti->clen = static_cast<int32_t>(message.community_length);
+
+  const unsigned char *const end = message.pdu_end;
   unsigned char type;
   uint32_t length;
-  const unsigned char *p = ber::header(buf, end, &type, &length);
-  if (p == nullptr || type != ASN_SEQUENCE) return false;
-  end = p + length;
-  int32_t version;
-  if ((p = ber::header(p, end, &type, &length)) == nullptr ||
-      !ber::integer(p, length, type, &version) || type != ASN_INTEGER || version != 0)
-    return false;
-  p = ber::header(p + length, end, &type, &length);
-  if (p == nullptr || (type != ASN_OCTET_STR && type != ASN_OPAQUE) ||
-      static_cast<int64_t>(length) > sti->clen)
-    return false;
-  memcpy(sti->community, p, length);
-  sti->community[length] = '\0';
-  sti->clen = static_cast<int32_t>(length);
-
-  if ((p = ber::header(p + length, end, &type, &length)) == nullptr || type != SNMP_TRAP_PDU)
-    return false;
-  end = p + length;
+  const unsigned char *p = message.pdu;
   if ((p = ber::header(p, end, &type, &length)) == nullptr || type != ASN_OBJECT_ID) return false;
   int elen = ber::objid(p, length, sti->enterprise, std::min(sti->elen, SNMP_OID_MAX));
   if (elen < 0) return false;

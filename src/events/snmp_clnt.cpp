@@ -119,26 +119,17 @@ int parse_reporting(unsigned char *data, int length, snmp_info *response,
 bool parse_fast(const unsigned char *data, int length, snmp_info *response,
                 SnmpVarBindEMS *vars) {
   namespace ber = events::ber;
-  const unsigned char *end = data + std::max(length, 0);
+  ber::Message message;
+  if (!ber::message(data, length, &message) || message.version != 0 ||
+      static_cast<int64_t>(message.community_length) > response->clen)
+    return false;
+  memcpy(response->community, message.community, message.community_length);
+  response->clen = static_cast<int32_t>(message.community_length);
+  response->command = message.pdu_type;
+  const unsigned char *const end = message.pdu_end;
+  const unsigned char *p = message.pdu;
   unsigned char type;
-  uint32_t n;
-  const unsigned char *p = ber::header(data, end, &type, &n);
-  if (p == nullptr || type != ASN_SEQUENCE) return false;
-  end = p + n;
-  int32_t version;
-  if ((p = ber::header(p, end, &type, &n)) == nullptr || type != ASN_INTEGER ||
-      !ber::integer(p, n, type, &version) || version != 0)
-    return false;
-  p = ber::header(p + n, end, &type, &n);
-  if (p == nullptr || (type != ASN_OCTET_STR && type != ASN_OPAQUE) ||
-      static_cast<int64_t>(n) > response->clen)
-    return false;
-  memcpy(response->community, p, n);
-  response->clen = static_cast<int32_t>(n);
-  if ((p = ber::header(p + n, end, &type, &n)) == nullptr) return false;
-  response->command = type;
-  end = p + n;
-  n = 0;
+  uint32_t n = 0;
   int32_t *const numbers[] = {&response->reqid, &response->errstat, &response->errindex};
   for (int32_t *number : numbers) {
     if ((p = ber::header(p + n, end, &type, &n)) == nullptr || !ber::integer(p, n, type, number))

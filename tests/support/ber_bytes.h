@@ -14,15 +14,17 @@ using Bytes = std::vector<unsigned char>;
 
 // One element with a short or 0x81/0x82 length.
 inline Bytes tlv(int type, const Bytes &contents) {
-  Bytes out{static_cast<unsigned char>(type)};
-  size_t n = contents.size();
+  const size_t n = contents.size();
+  Bytes out;
+  out.reserve(n + 4);
+  out.push_back(static_cast<unsigned char>(type));
   if (n > 255) {
-    out.insert(out.end(), {0x82, static_cast<unsigned char>(n >> 8), static_cast<unsigned char>(n)});
+    out.push_back(0x82);
+    out.push_back(static_cast<unsigned char>(n >> 8));
   } else if (n > 127) {
-    out.insert(out.end(), {0x81, static_cast<unsigned char>(n)});
-  } else {
-    out.push_back(static_cast<unsigned char>(n));
+    out.push_back(0x81);
   }
+  out.push_back(static_cast<unsigned char>(n));
   out.insert(out.end(), contents.begin(), contents.end());
   return out;
 }
