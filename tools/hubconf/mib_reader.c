@@ -191,11 +191,20 @@ static void walk_tree(struct walk *walk, const struct tree *node, const char *pr
   }
 }
 
+/* The fallback base modules, as file names. */
+static const char *const fallback_files[] = {"SNMPv2-SMI.txt", "RFC1155-SMI.txt"};
+
+/* Puts dir/name in path[0..size); returns 0 if it does not fit. */
+static int file_in(char *path, size_t size, const char *dir, const char *name) {
+  int n = snprintf(path, size, "%s/%s", dir, name);
+  return n >= 0 && (size_t)n < size;
+}
+
 static int write_text(const char *dir, const char *name, const char *text) {
   char path[4096];
   FILE *fp;
   int ok;
-  snprintf(path, sizeof path, "%s/%s", dir, name);
+  if (!file_in(path, sizeof path, dir, name)) return 0;
   fp = fopen(path, "w");
   if (fp == NULL) return 0;
   ok = fputs(text, fp) >= 0;
@@ -204,10 +213,9 @@ static int write_text(const char *dir, const char *name, const char *text) {
 
 static void remove_fallback(const char *dir) {
   char path[4096];
-  snprintf(path, sizeof path, "%s/SNMPv2-SMI.txt", dir);
-  unlink(path);
-  snprintf(path, sizeof path, "%s/RFC1155-SMI.txt", dir);
-  unlink(path);
+  size_t i;
+  for (i = 0; i < sizeof fallback_files / sizeof fallback_files[0]; ++i)
+    if (file_in(path, sizeof path, dir, fallback_files[i])) unlink(path);
   rmdir(dir);
 }
 
@@ -243,8 +251,8 @@ int mib_read(const char *const *dirs, size_t dir_count, const char *const *modul
   if (which_module("SNMPv2-SMI") < 0) {
     const char *tmp = getenv("TMPDIR");
     snprintf(fallback, sizeof fallback, "%s/hubconf-smi.XXXXXX", tmp != NULL ? tmp : "/tmp");
-    if (mkdtemp(fallback) != NULL && write_text(fallback, "SNMPv2-SMI.txt", base_smi) &&
-        (which_module("RFC1155-SMI") >= 0 || write_text(fallback, "RFC1155-SMI.txt", base_smi_v1)))
+    if (mkdtemp(fallback) != NULL && write_text(fallback, fallback_files[0], base_smi) &&
+        (which_module("RFC1155-SMI") >= 0 || write_text(fallback, fallback_files[1], base_smi_v1)))
       add_mibdir(fallback);
   }
 
