@@ -3,8 +3,8 @@
 # octets and decoded again; then the whole road of a trap: the development
 # hub relays traps from hubevent and from net-snmp's snmptrap and
 # snmpinform (SNMPv2c, translated by the hub) to listeners that format them
-# by the example configuration or print them as JSON lines, and hubconf
-# explains one choice of format.
+# by the example configuration or print them as JSON lines; hubconf imports
+# the trap definitions of a MIB module and explains choices of format.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh >/dev/null
@@ -96,6 +96,10 @@ cat "$work/log.out"
 echo
 echo "== the translated inform as a JSON line (hubevent listen --json)"
 grep '"trap_oid":"1.3.6.1.6.3.1.1.5.4"' "$work/json.out"
+echo
+echo "== hubconf import-mib NET-SNMP-AGENT-MIB: formats from a vendor's module, hub told"
+build/tools/hubconf import-mib NET-SNMP-AGENT-MIB
+build/tools/hubconf match --file "$work/hubd.conf" 1.3.6.1.4.1.8072.4 6 2 --node localhost
 kill "$hub_pid"
 wait "$hub_pid" || true
 hub_pid=
