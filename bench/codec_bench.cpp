@@ -95,8 +95,8 @@ void report_allocations(benchmark::State &state, uint64_t before) {
       static_cast<double>(bench::allocations() - before), benchmark::Counter::kAvgIterations);
 }
 
-// Runs the libevents decoder `decode` over `message`, once to check that
-// it yields `check`, then timed.
+// Runs the libevents decoder `decode` over `message` once, skipping the
+// benchmark unless `check` accepts what it decoded, then timed.
 template <typename Decode, typename Check>
 void decode_libevents(benchmark::State &state, std::vector<unsigned char> message,
                       Decode decode, Check check) {

@@ -157,7 +157,6 @@ namespace events::ber {
   return binding_end;
 }
 
-
 // The layers of an SNMP message above its PDU's contents.
 struct Message {
   int32_t version;
