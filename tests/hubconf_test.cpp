@@ -71,7 +71,7 @@ TEST(Hubconf, SummaryOfAGoodFileAndTheLineOfABadOne) {
                                                       {fifo, ": is not a regular file"}};
   for (const auto &[file, reason] : unreadable)
     EXPECT_EQ(hubconf({"check", file}, {file + reason}).status, 1) << file;
-  EXPECT_EQ(hubconf({"frobnicate"}, {"usage: hubconf COMMAND"}).status, 2);
+  EXPECT_EQ(hubconf({"frobnicate"}, {"hubconf: unknown command frobnicate"}).status, 2);
 }
 
 // Lines the library reads without an error, but otherwise than they look.

@@ -6,6 +6,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "../cli.h"
 #include "hubconf.h"
 
 static const struct {
@@ -35,16 +36,17 @@ static void usage(FILE *out) {
 
 int main(int argc, char **argv) {
   size_t i;
+  cli_init(argv[0]);
   if (argc >= 2 && (strcmp(argv[1], "-h") == 0 || strcmp(argv[1], "--help") == 0)) {
     usage(stdout);
     return 0;
   }
-  if (argc == 2 && strcmp(argv[1], "--version") == 0) {
-    printf("hubconf %s\n", EVENTS_VERSION);
+  if (argc == 2 && (strcmp(argv[1], "--version") == 0 || strcmp(argv[1], "-V") == 0)) {
+    cli_print_version();
     return 0;
   }
-  for (i = 0; argc >= 2 && i < sizeof commands / sizeof commands[0]; ++i)
+  if (argc < 2) cli_usage_error("a command is required");
+  for (i = 0; i < sizeof commands / sizeof commands[0]; ++i)
     if (strcmp(argv[1], commands[i].name) == 0) return commands[i].run(argc - 1, argv + 1);
-  usage(stderr);
-  return 2;
+  cli_usage_error("unknown command %s", argv[1]);
 }
