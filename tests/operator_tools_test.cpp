@@ -322,4 +322,72 @@ TEST_F(Installed, WalksEndAsSnmpwalkDoes) {
   }
 }
 
+// Listeners by net-snmp's address forms, printed at start; a notification
+// without an SNMPv1 form reported with or without --verbose, and verbose
+// lines time-stamped.
+TEST_F(Installed, DevHubSaysWhereItListensAndWhatItDrops) {
+  for (bool verbose : {false, true}) {
+    SCOPED_TRACE(verbose ? "--verbose" : "quiet");
+    const std::string udp = "127.0.0.1:" + std::to_string(testsupport::free_udp_port());
+    std::vector<std::string> argv = {tool("hubd-dev"), "--udp", "udp:" + udp, "--tcp", "[::1]:0"};
+    if (verbose) argv.push_back("--verbose");
+    ChildProcess hub(argv);
+    EXPECT_NE(hub.wait_for_line("hubd-dev: listening on udp " + udp, 10s), "");
+    std::string tcp = hub.wait_for_line("hubd-dev: listening on tcp [::1]:", 5s);
+    ASSERT_NE(hub.wait_for_line("hubd-dev: ready", 5s), "");
+    // The IPv6 listener takes connections.
+    sockaddr_in6 address{};
+    address.sin6_family = AF_INET6;
+    address.sin6_addr = in6addr_loopback;
+    address.sin6_port = htons(static_cast<uint16_t>(atoi(tcp.substr(tcp.rfind(':') + 1).c_str())));
+    int client = socket(AF_INET6, SOCK_STREAM, 0);
+    EXPECT_EQ(connect(client, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    close(client);
+
+    ASSERT_EQ(run({"snmptrap", "-v2c", "-c", "public", "-m", "", "-M", "", udp, "0",
+                   "1.3.6.1.4.1.49999.7.0.1", "1.3.6.1.4.1.49999.1.1", "C", "5"})
+                  .status,
+              0);
+    std::string refused = hub.wait_for_line("refused a notification from udp 127.0.0.1:", 5s);
+    EXPECT_TRUE(std::regex_search(refused, std::regex("^[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3} refused"))) << refused;
+    EXPECT_NE(refused.find("Counter64"), std::string::npos) << refused;
+    kill(hub.pid(), SIGUSR1);
+    EXPECT_NE(hub.wait_for_line("no SNMPv1 form 1;", 5s), "");
+  }
+}
+
+TEST_F(Installed, CodePointCatalogsGoBothWays) {
+  TempDir dir;
+  const std::string catalog = dir.file("codepoint.cat");
+  Outcome built = run({tool("codeptcat-build"), "-", catalog},
+                      "# disks\n1 0x10 Disk full\n1 11 Disk gone\\nReplace it\n3 ffFE Fan \\\\ 2\n");
+  EXPECT_EQ(built.status, 0) << built.err;
+  EXPECT_EQ(built.out, catalog + ": 3 code points in 2 sets\n");
+  Outcome listed = run({tool("codeptcat-build"), "--list", catalog});
+  EXPECT_EQ(listed.out, "1 0010 Disk full\n1 0011 Disk gone\\nReplace it\n3 FFFE Fan \\\\ 2\n");
+  // The list builds the same catalog again.
+  EXPECT_EQ(run({tool("codeptcat-build"), "-", dir.file("again.cat")}, listed.out).status, 0);
+  EXPECT_EQ(testsupport::read_file(dir.file("again.cat")), testsupport::read_file(catalog));
+
+  const struct {
+    std::vector<std::string> argv;
+    std::string input, err;
+  } failures[] = {
+      {{"-", catalog}, "1 10 a\n1 0x10 b\n", "codeptcat-build: (standard input):2: code point listed twice\n"},
+      {{"-", catalog}, "# nothing\n", "codeptcat-build: (standard input): no code points\n"},
+      {{"--list", dir.file("absent")}, "", "codeptcat-build: " + dir.file("absent") + ": No such file or directory\n"},
+      {{"--list", dir.file("short.cat")}, "", "codeptcat-build: " + dir.file("short.cat") + ": not a code-point catalog\n"},
+  };
+  testsupport::write_file(dir.file("short.cat"), "codepoint.cat456\x7f\x7f\x7f\x7f");
+  for (const auto &f : failures) {
+    std::vector<std::string> argv = {tool("codeptcat-build")};
+    argv.insert(argv.end(), f.argv.begin(), f.argv.end());
+    Outcome failed = run(argv, f.input);
+    EXPECT_EQ(failed.status, 1);
+    EXPECT_EQ(failed.err, f.err);
+  }
+  EXPECT_EQ(testsupport::read_file(catalog), testsupport::read_file(dir.file("again.cat")))
+      << "a failed build leaves the catalog alone";
+}
+
 }  // namespace
