@@ -4,14 +4,13 @@
 // net-snmp's snmptrap sending to the hub.
 
 #include <arpa/inet.h>
+#include <gtest/gtest.h>
 #include <netinet/in.h>
-#include <signal.h>
 #include <poll.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -27,12 +26,12 @@
 #include "support/snmp_agent.h"
 
 using namespace std::chrono_literals;
-using testsupport::ChildProcess;
 using testsupport::Bytes;
-using testsupport::TempDir;
 using testsupport::cat;
+using testsupport::ChildProcess;
 using testsupport::integer;
 using testsupport::object_id;
+using testsupport::TempDir;
 using testsupport::text;
 using testsupport::tlv;
 using testsupport::varbind;
@@ -56,7 +55,8 @@ class Installed : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
     prefix_ = new TempDir;
-    ASSERT_EQ(run({"cmake", "--install", EVENTS_BINARY_DIR, "--prefix", prefix_->path()}).status, 0);
+    ASSERT_EQ(run({"cmake", "--install", EVENTS_BINARY_DIR, "--prefix", prefix_->path()}).status,
+              0);
     testsupport::write_file(prefix_->file("mib.labels"),
                             "1 iso\n1.3.6.1.2.1.1 system\n1.3.6.1.2.1.1.1 sysDescr\n"
                             "1.3.6.1.2.1.1.5 sysName\n1.3.6.1.2.1.1.6 sysLocation\n"
@@ -102,16 +102,24 @@ TEST_F(Installed, EveryToolHasItsVersionAndOneLineUsageErrors) {
     std::string why;
   } cases[] = {
       {"hubsnmp", {"-O", "x", "get", "h", "1.3"}, "hubsnmp: unknown output flag 'x' in -Ox"},
-      {"hubsnmp", {"-v", "2c", "get", "h", "1.3"}, "hubsnmp: SNMP version '2c' is not supported; only -v 1 is"},
-      {"hubsnmp", {"get", "tcp:localhost:161", "1.3"}, "hubsnmp: transport 'tcp:' is not supported"},
+      {"hubsnmp",
+       {"-v", "2c", "get", "h", "1.3"},
+       "hubsnmp: SNMP version '2c' is not supported; only -v 1 is"},
+      {"hubsnmp",
+       {"get", "tcp:localhost:161", "1.3"},
+       "hubsnmp: transport 'tcp:' is not supported"},
       {"hubsnmp", {"get", "[::1]:161", "1.3"}, "hubsnmp: '[::1]:161' is not an IPv4 agent"},
       {"hubsnmp", {"get", "h:99999", "1.3.6"}, "hubsnmp: bad port '99999'"},
-      {"hubsnmp", {"get", "h", "noSuchLabel.0"}, "hubsnmp: unknown object identifier 'noSuchLabel.0'"},
+      {"hubsnmp",
+       {"get", "h", "noSuchLabel.0"},
+       "hubsnmp: unknown object identifier 'noSuchLabel.0'"},
       {"hubsnmp", {"frob", "h"}, "hubsnmp: unknown command 'frob'"},
       {"hubd-dev", {"--max-queue", "10k", "--udp", "0"}, "hubd-dev: bad --max-queue '10k'"},
       {"hubd-dev", {"--udp", "99999"}, "hubd-dev: --udp: bad port in '99999'"},
       {"hubd-dev", {"--udp", "[::1]:0"}, "hubd-dev: --udp listens on IPv4 only"},
-      {"hubd-dev", {"--tcp", "udp:127.0.0.1:0"}, "hubd-dev: --tcp cannot listen on 'udp:127.0.0.1:0'"},
+      {"hubd-dev",
+       {"--tcp", "udp:127.0.0.1:0"},
+       "hubd-dev: --tcp cannot listen on 'udp:127.0.0.1:0'"},
       {"hubd-dev", {"--frob"}, "hubd-dev: unknown option '--frob'"},
       {"codeptcat-build", {"--frob"}, "codeptcat-build: unknown option '--frob'"},
       {"codeptcat-build", {"only-one"}, "codeptcat-build: a LIST and a CATALOG are needed"},
@@ -143,8 +151,8 @@ class AgentTools : public Installed {
     agent = "127.0.0.1:" + std::to_string(agent_->port());
   }
   Outcome netsnmp(const std::string &command, std::vector<std::string> args) {
-    std::vector<std::string> argv = {command, "-v1", "-c", "public", "-m", "", "-M", "", "-Oqnt",
-                                     agent};
+    std::vector<std::string> argv = {command, "-v1", "-c", "public", "-m",
+                                     "",      "-M",  "",   "-Oqnt",  agent};
     argv.insert(argv.end(), args.begin(), args.end());
     return run(argv);
   }
@@ -160,10 +168,13 @@ TEST_F(AgentTools, AnswersAsNetSnmpDoes) {
     const char *theirs;
     std::vector<std::string> their_args;
   } cases[] = {
-      {{"-Oqn", "get", agent, "sysDescr.0", "SNMPv2-MIB::sysName.0", ".1.3.6.1.2.1.1.2.0", "whoToCall.0"},
+      {{"-Oqn", "get", agent, "sysDescr.0", "SNMPv2-MIB::sysName.0", ".1.3.6.1.2.1.1.2.0",
+        "whoToCall.0"},
        "snmpget",
        {"1.3.6.1.2.1.1.1.0", "1.3.6.1.2.1.1.5.0", "1.3.6.1.2.1.1.2.0", "1.3.6.1.2.1.1.4.0"}},
-      {{"get", "udp:" + agent, "-c", "public", ".iso.3.6.1.2.1.1.6.0", "-Oqn"}, "snmpget", {"1.3.6.1.2.1.1.6.0"}},
+      {{"get", "udp:" + agent, "-c", "public", ".iso.3.6.1.2.1.1.6.0", "-Oqn"},
+       "snmpget",
+       {"1.3.6.1.2.1.1.6.0"}},
       {{"-Oqn", "walk", agent, "system"}, "snmpwalk", {"1.3.6.1.2.1.1"}},
       {{"-Oqn", "walk", agent, "sysName.0"}, "snmpwalk", {"1.3.6.1.2.1.1.5.0"}},
       {{"-Oqn", "getnext", agent, "sysLocation"}, "snmpgetnext", {"1.3.6.1.2.1.1.6"}},
@@ -184,7 +195,8 @@ TEST_F(AgentTools, AnswersAsNetSnmpDoes) {
   // whole.
   Outcome named = run({tool("hubsnmp"), "get", agent, "sysName.0", "1.3.6.1.2.1.1.2.0"});
   EXPECT_EQ(named.out.substr(0, 25), "sysName.0 = OctetString: ");
-  EXPECT_NE(named.out.find("system.2.0 = ObjectIdentifier: iso.3.6.1.4.1.8072.3.2."), std::string::npos)
+  EXPECT_NE(named.out.find("system.2.0 = ObjectIdentifier: iso.3.6.1.4.1.8072.3.2."),
+            std::string::npos)
       << named.out;
   EXPECT_EQ(run({tool("hubsnmp"), "-Oqv", "get", agent, "sysLocation.0"}).out, "lab\n");
   EXPECT_EQ(run({tool("hubsnmp"), "-Of", "-Ov", "get", agent, "sysLocation.0"}).out,
@@ -216,7 +228,8 @@ TEST_F(AgentTools, NamesWhatFailedAsSnmpgetDoes) {
   } cases[] = {
       {set, 2, "hubsnmp: a set of 11 bindings would go in several requests and not be atomic"},
       // "-1" is a value, not an option; sysServices is read-only.
-      {{tool("hubsnmp"), "set", agent, "sysServices.0", "i", "-1"}, 1,
+      {{tool("hubsnmp"), "set", agent, "sysServices.0", "i", "-1"},
+       1,
        "hubsnmp: SNMP Error:  noSuchName (sysServices.0)\n"},
       {{tool("hubsnmp"), "-c", "private", "set", agent, "whoToCall.0", "s", "ops"}, 0, ""},
   };
@@ -252,7 +265,8 @@ class FakeAgent {
       unsigned char request[1024];
       sockaddr_in from{};
       socklen_t size = sizeof from;
-      ssize_t length = recvfrom(fd_, request, sizeof request, 0, reinterpret_cast<sockaddr *>(&from), &size);
+      ssize_t length =
+          recvfrom(fd_, request, sizeof request, 0, reinterpret_cast<sockaddr *>(&from), &size);
       snmp_info info{};
       info.clen = SNMP_COMMUNITY_MAX;
       info.maxvars = 1;
@@ -300,13 +314,14 @@ TEST_F(Installed, WalksEndAsSnmpwalkDoes) {
        "hubsnmp: OID not increasing: .1.3.6.1.2.1.1.9 >= .1.3.6.1.2.1.1.8\n"},
       {"the same answer again", [&](int) { return a; }, 1, ".1.3.6.1.2.1.1.9 1\n",
        "hubsnmp: OID not increasing: .1.3.6.1.2.1.1.9 >= .1.3.6.1.2.1.1.9\n"},
-      {"no bindings", [&](int) { return Bytes(); }, 1, "", "hubsnmp: the agent answered 0 of 1 objects\n"},
+      {"no bindings", [&](int) { return Bytes(); }, 1, "",
+       "hubsnmp: the agent answered 0 of 1 objects\n"},
   };
   for (const auto &c : cases) {
     SCOPED_TRACE(c.name);
     FakeAgent agent(c.answer);
-    Outcome walk = run({tool("hubsnmp"), "-Oqn", "-t", "2", "walk", "127.0.0.1:" + std::to_string(agent.port()),
-                    "1.3.6.1.2.1.1"});
+    Outcome walk = run({tool("hubsnmp"), "-Oqn", "-t", "2", "walk",
+                        "127.0.0.1:" + std::to_string(agent.port()), "1.3.6.1.2.1.1"});
     EXPECT_EQ(walk.status, c.status);
     EXPECT_EQ(walk.out, c.out);
     EXPECT_EQ(walk.err, c.err);
@@ -315,7 +330,7 @@ TEST_F(Installed, WalksEndAsSnmpwalkDoes) {
   for (int retries : {0, 1}) {
     FakeAgent silent(nullptr);
     Outcome get = run({tool("hubsnmp"), "-r", std::to_string(retries), "-t", "0.5", "get",
-                   "127.0.0.1:" + std::to_string(silent.port()), "1.3.6.1.2.1.1.5.0"});
+                       "127.0.0.1:" + std::to_string(silent.port()), "1.3.6.1.2.1.1.5.0"});
     EXPECT_EQ(get.status, 1);
     EXPECT_EQ(get.err, "hubsnmp: TIMED OUT: No SNMP response.\n");
     EXPECT_EQ(silent.requests(), retries + 1);
@@ -349,7 +364,9 @@ TEST_F(Installed, DevHubSaysWhereItListensAndWhatItDrops) {
                   .status,
               0);
     std::string refused = hub.wait_for_line("refused a notification from udp 127.0.0.1:", 5s);
-    EXPECT_TRUE(std::regex_search(refused, std::regex("^[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3} refused"))) << refused;
+    EXPECT_TRUE(
+        std::regex_search(refused, std::regex("^[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3} refused")))
+        << refused;
     EXPECT_NE(refused.find("Counter64"), std::string::npos) << refused;
     kill(hub.pid(), SIGUSR1);
     EXPECT_NE(hub.wait_for_line("no SNMPv1 form 1;", 5s), "");
@@ -359,8 +376,9 @@ TEST_F(Installed, DevHubSaysWhereItListensAndWhatItDrops) {
 TEST_F(Installed, CodePointCatalogsGoBothWays) {
   TempDir dir;
   const std::string catalog = dir.file("codepoint.cat");
-  Outcome built = run({tool("codeptcat-build"), "-", catalog},
-                      "# disks\n1 0x10 Disk full\n1 11 Disk gone\\nReplace it\n3 ffFE Fan \\\\ 2\n");
+  Outcome built =
+      run({tool("codeptcat-build"), "-", catalog},
+          "# disks\n1 0x10 Disk full\n1 11 Disk gone\\nReplace it\n3 ffFE Fan \\\\ 2\n");
   EXPECT_EQ(built.status, 0) << built.err;
   EXPECT_EQ(built.out, catalog + ": 3 code points in 2 sets\n");
   Outcome listed = run({tool("codeptcat-build"), "--list", catalog});
@@ -373,10 +391,16 @@ TEST_F(Installed, CodePointCatalogsGoBothWays) {
     std::vector<std::string> argv;
     std::string input, err;
   } failures[] = {
-      {{"-", catalog}, "1 10 a\n1 0x10 b\n", "codeptcat-build: (standard input):2: code point listed twice\n"},
+      {{"-", catalog},
+       "1 10 a\n1 0x10 b\n",
+       "codeptcat-build: (standard input):2: code point listed twice\n"},
       {{"-", catalog}, "# nothing\n", "codeptcat-build: (standard input): no code points\n"},
-      {{"--list", dir.file("absent")}, "", "codeptcat-build: " + dir.file("absent") + ": No such file or directory\n"},
-      {{"--list", dir.file("short.cat")}, "", "codeptcat-build: " + dir.file("short.cat") + ": not a code-point catalog\n"},
+      {{"--list", dir.file("absent")},
+       "",
+       "codeptcat-build: " + dir.file("absent") + ": No such file or directory\n"},
+      {{"--list", dir.file("short.cat")},
+       "",
+       "codeptcat-build: " + dir.file("short.cat") + ": not a code-point catalog\n"},
   };
   testsupport::write_file(dir.file("short.cat"), "codepoint.cat456\x7f\x7f\x7f\x7f");
   for (const auto &f : failures) {

@@ -41,7 +41,8 @@ std::string parse_item(const char *line, CodePoint &item) {
     return "set must be a number from 1 to 7";
   const char *code_text = end + strspn(end, " \t");
   unsigned long code = strtoul(code_text, &end, 16);
-  if (end == code_text || errno != 0 || code > 0xFFFE || (*end != ' ' && *end != '\t' && *end != '\0'))
+  if (end == code_text || errno != 0 || code > 0xFFFE ||
+      (*end != ' ' && *end != '\t' && *end != '\0'))
     return "code point must be hexadecimal, 0 to FFFE";
   item.set = static_cast<unsigned>(set);
   item.code = static_cast<unsigned>(code);
@@ -68,7 +69,8 @@ std::string read_code_list(const std::string &list, const std::string &name,
       return name + ":" + std::to_string(number) + ": NUL in line";
     CodePoint item;
     std::string error = parse_item(line.c_str(), item);
-    if (error.empty() && !seen.emplace(item.set, item.code).second) error = "code point listed twice";
+    if (error.empty() && !seen.emplace(item.set, item.code).second)
+      error = "code point listed twice";
     if (!error.empty()) return name + ":" + std::to_string(number) + ": " + error;
     items.push_back(std::move(item));
   }
@@ -102,10 +104,12 @@ std::string read_catalog(const std::string &image, std::vector<CodePoint> &items
   for (int32_t i = 0; i < count; ++i) {
     cp_entry entry;
     memcpy(&entry, image.data() + CODEPT_HEADER_SIZE + 8 * static_cast<size_t>(i), sizeof entry);
-    size_t end = entry.ce_offset < image.size() ? image.find('\0', entry.ce_offset) : std::string::npos;
+    size_t end =
+        entry.ce_offset < image.size() ? image.find('\0', entry.ce_offset) : std::string::npos;
     if (end == std::string::npos)
       return "text of entry " + std::to_string(i + 1) + " is not within the file";
-    items.push_back({entry.ce_set, entry.ce_alertid, image.substr(entry.ce_offset, end - entry.ce_offset)});
+    items.push_back(
+        {entry.ce_set, entry.ce_alertid, image.substr(entry.ce_offset, end - entry.ce_offset)});
   }
   return "";
 }

@@ -157,7 +157,8 @@ sockaddr_storage inet_address(const char *option, const std::string &where, cons
                               bool ipv6) {
   std::string rest = where;
   size_t colon = rest.find(':');
-  if (colon != std::string::npos && (rest.compare(0, colon, "udp") == 0 || rest.compare(0, colon, "tcp") == 0)) {
+  if (colon != std::string::npos &&
+      (rest.compare(0, colon, "udp") == 0 || rest.compare(0, colon, "tcp") == 0)) {
     if (rest.compare(0, colon, prefix) != 0)
       cli_usage_error("--%s cannot listen on '%s': a %s: address is another transport", option,
                       where.c_str(), rest.substr(0, colon).c_str());
@@ -167,7 +168,8 @@ sockaddr_storage inet_address(const char *option, const std::string &where, cons
   std::string port = rest;
   if (!rest.empty() && rest[0] == '[') {
     size_t close = rest.find("]:");
-    if (close == std::string::npos) cli_usage_error("--%s: bad address '%s'", option, where.c_str());
+    if (close == std::string::npos)
+      cli_usage_error("--%s: bad address '%s'", option, where.c_str());
     if (!ipv6) cli_usage_error("--%s listens on IPv4 only, not on '%s'", option, where.c_str());
     host = rest.substr(1, close - 1);
     port = rest.substr(close + 2);
@@ -202,12 +204,10 @@ std::string bound_address(int fd) {
   socklen_t size = sizeof address;
   getsockname(fd, reinterpret_cast<sockaddr *>(&address), &size);
   char host[INET6_ADDRSTRLEN] = "?";
-  uint16_t port = 0;
   if (address.ss_family == AF_INET6) {
     const auto &in6 = reinterpret_cast<const sockaddr_in6 &>(address);
     inet_ntop(AF_INET6, &in6.sin6_addr, host, sizeof host);
-    port = ntohs(in6.sin6_port);
-    return std::string("[") + host + "]:" + std::to_string(port);
+    return std::string("[") + host + "]:" + std::to_string(ntohs(in6.sin6_port));
   }
   const auto &in = reinterpret_cast<const sockaddr_in &>(address);
   inet_ntop(AF_INET, &in.sin_addr, host, sizeof host);
@@ -599,9 +599,8 @@ int main(int argc, char **argv) {
   while ((option = getopt_long(argc, argv, ":u:t:r:d:q:vVh", options, nullptr)) != -1) {
     switch (option) {
       case 'u':
-        if (listeners.end() != std::find_if(listeners.begin(), listeners.end(), [](const Listener &l) {
-              return l.kind == Kind::UnixListener;
-            }))
+        if (std::any_of(listeners.begin(), listeners.end(),
+                        [](const Listener &l) { return l.kind == Kind::UnixListener; }))
           cli_usage_error("only one --unix socket");
         listeners.push_back({Kind::UnixListener, optarg, {}});
         break;
@@ -609,7 +608,8 @@ int main(int argc, char **argv) {
         listeners.push_back({Kind::TcpListener, optarg, inet_address("tcp", optarg, "tcp", true)});
         break;
       case 'r':
-        listeners.push_back({Kind::RawListener, optarg, inet_address("raw-tcp", optarg, "tcp", true)});
+        listeners.push_back(
+            {Kind::RawListener, optarg, inet_address("raw-tcp", optarg, "tcp", true)});
         break;
       case 'd':
         // Datagrams are answered and translated with IPv4 sender addresses.
@@ -641,7 +641,8 @@ int main(int argc, char **argv) {
     }
   }
   if (optind != argc) cli_usage_error("unexpected argument '%s'", argv[optind]);
-  if (listeners.empty()) cli_usage_error("at least one listener is needed (--unix, --tcp, --raw-tcp, --udp)");
+  if (listeners.empty())
+    cli_usage_error("at least one listener is needed (--unix, --tcp, --raw-tcp, --udp)");
   for (const Listener &l : listeners) {
     int fd = l.kind == Kind::UnixListener ? listen_unix(l.where)
              : listen_inet(l.address, l.where, l.kind == Kind::Udp ? SOCK_DGRAM : SOCK_STREAM);

@@ -14,6 +14,7 @@
 #include <netdb.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -85,11 +86,20 @@ void set_retries(Settings &s, const char *text) { s.retries = number(text, "retr
 void set_output(Settings &s, const char *text) {
   for (const char *flag = text; *flag != '\0'; ++flag) {
     switch (*flag) {
-      case 'n': s.names = Names::Numeric; break;
-      case 'f': s.names = Names::Full; break;
-      case 'q': s.quick = true; break;
-      case 'v': s.value_only = true; break;
-      default: cli_usage_error("unknown output flag '%c' in -O%s", *flag, text);
+      case 'n':
+        s.names = Names::Numeric;
+        break;
+      case 'f':
+        s.names = Names::Full;
+        break;
+      case 'q':
+        s.quick = true;
+        break;
+      case 'v':
+        s.value_only = true;
+        break;
+      default:
+        cli_usage_error("unknown output flag '%c' in -O%s", *flag, text);
     }
   }
 }
@@ -98,8 +108,11 @@ void set_output(Settings &s, const char *text) {
 const struct {
   char letter;
   void (*apply)(Settings &, const char *);
-} kOptions[] = {{'v', set_version}, {'c', set_community}, {'t', set_timeout},
-                {'r', set_retries}, {'O', set_output}};
+} kOptions[] = {{'v', set_version},
+                {'c', set_community},
+                {'t', set_timeout},
+                {'r', set_retries},
+                {'O', set_output}};
 
 // Takes the options out of argv wherever they stand and returns the other
 // words.  A word after "--", and a word such as "-1" that is no option,
@@ -124,8 +137,9 @@ std::vector<const char *> parse_options(int argc, char **argv, Settings &s) {
       s.split = true;
       continue;
     }
-    const auto *option = std::find_if(std::begin(kOptions), std::end(kOptions),
-                                      [&](const auto &o) { return arg[0] == '-' && arg[1] == o.letter; });
+    const auto *option = std::find_if(std::begin(kOptions), std::end(kOptions), [&](const auto &o) {
+      return arg[0] == '-' && arg[1] == o.letter;
+    });
     if (option == std::end(kOptions)) {
       if (arg[0] == '-' && isalpha(static_cast<unsigned char>(arg[1])))
         cli_usage_error("unknown option '%s'", arg);
@@ -153,9 +167,11 @@ std::string dotted(const ObjectIdEMS *arcs, uint32_t length) {
 std::string name_of(const ObjectIdEMS *arcs, uint32_t length, Names names) {
   if (names == Names::Numeric) return dotted(arcs, length);
   length = std::min<uint32_t>(length, SNMP_OID_MAX);
-  // Room for every arc as a label of the longest kind the file may hold.
-  std::vector<char> path(static_cast<size_t>(length) * 128 + 1);
-  sprint__objid(path.data(), static_cast<int>(path.size()), arcs, static_cast<int>(length));
+  // Labels may be of any length: a path that fills the room may be cut.
+  std::vector<char> path(256);
+  while (sprint__objid(path.data(), static_cast<int>(path.size()), arcs,
+                       static_cast<int>(length)) >= static_cast<int>(path.size()) - 1)
+    path.resize(path.size() * 2);
   std::string text = path.data();
   if (names == Names::Full) return text;
   for (size_t end = text.size(); end > 0;) {
@@ -193,11 +209,13 @@ uint32_t agent_address(const char *text) {
   std::string host(text);
   if (host.rfind("udp:", 0) == 0) host.erase(0, 4);
   size_t colon = host.find(':');
-  if (colon != std::string::npos && host.find_first_not_of("0123456789", colon + 1) != std::string::npos) {
+  if (colon != std::string::npos &&
+      host.find_first_not_of("0123456789", colon + 1) != std::string::npos) {
     // "tcp:HOST", "udp6:HOST", "[::1]:161", "::1": not UDP over IPv4.
     std::string prefix = host.substr(0, colon);
-    if (!prefix.empty() && prefix.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789") ==
-                               std::string::npos && host.compare(colon, 2, "::") != 0)
+    if (!prefix.empty() &&
+        prefix.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789") == std::string::npos &&
+        host.compare(colon, 2, "::") != 0)
       cli_usage_error("transport '%s:' is not supported; hubsnmp speaks udp: over IPv4",
                       prefix.c_str());
     cli_usage_error("'%s' is not an IPv4 agent; hubsnmp speaks udp: over IPv4", text);
@@ -237,8 +255,8 @@ std::string failure(snmp_call_info *sci, const std::vector<SnmpVarBindEMS> &sent
 
 // Every binding asked for must come back.
 void check_answered(const std::vector<SnmpVarBindEMS> &response) {
-  size_t answered = static_cast<size_t>(
-      std::count_if(response.begin(), response.end(), [](const auto &b) { return b.oid_length > 0; }));
+  size_t answered = static_cast<size_t>(std::count_if(
+      response.begin(), response.end(), [](const auto &b) { return b.oid_length > 0; }));
   if (answered < response.size())
     fail("the agent answered " + std::to_string(answered) + " of " +
          std::to_string(response.size()) + " objects");
@@ -250,8 +268,7 @@ bool before(const SnmpVarBindEMS &a, const SnmpVarBindEMS &b) {
 }
 
 bool starts_with(const SnmpVarBindEMS &b, const SnmpVarBindEMS &root) {
-  return b.oid_length >= root.oid_length &&
-         std::equal(root.oid, root.oid + root.oid_length, b.oid);
+  return b.oid_length >= root.oid_length && std::equal(root.oid, root.oid + root.oid_length, b.oid);
 }
 
 // Walks the subtree under root by repeated get-next, as snmpwalk does: the
@@ -281,8 +298,10 @@ void walk(snmp_call_info *sci, const SnmpVarBindEMS &root, const Settings &s) {
   cursor[0] = root;
   next[0] = SnmpVarBindEMS{};
   int status = getvar(sci, &cursor[0], &next[0]);
-  if (status == 0 && next[0].oid_length > 0) print_binding(next[0], s);
-  else if (status != kNoSuchName) fail(failure(sci, cursor, s.names));
+  if (status == 0 && next[0].oid_length > 0)
+    print_binding(next[0], s);
+  else if (status != kNoSuchName)
+    fail(failure(sci, cursor, s.names));
 }
 
 // A get leaves out each object the agent does not have, names it on
@@ -326,9 +345,10 @@ int main(int argc, char **argv) {
   } else if (command == "set") {
     if (count < 3 || count % 3 != 0) cli_usage_error("set needs OID TYPE VALUE triples");
     if (count / 3 > SNMPCALL_CHUNK && !s.split)
-      cli_usage_error("a set of %zu bindings would go in several requests and not be atomic; "
-                      "give at most %d, or --split",
-                      count / 3, SNMPCALL_CHUNK);
+      cli_usage_error(
+          "a set of %zu bindings would go in several requests and not be atomic; "
+          "give at most %d, or --split",
+          count / 3, SNMPCALL_CHUNK);
   } else if (command == "walk") {
     if (count > 1) cli_usage_error("walk takes one OID");
   } else {

@@ -68,7 +68,8 @@ struct LabelTree {
     int depth = 0;
     for (uint32_t n = node; n != 0; n = parents[n]) ++depth;
     if (*length + depth > capacity) return false;
-    for (uint32_t n = node, i = 0; n != 0; n = parents[n], ++i) objid[*length + depth - 1 - i] = arcs[n];
+    for (uint32_t n = node, i = 0; n != 0; n = parents[n], ++i)
+      objid[*length + depth - 1 - i] = arcs[n];
     *length += depth;
     return true;
   }
