@@ -30,6 +30,17 @@ EVENTS_EXPORT const char *KZmib_get_mib_filename(void);
  * buflen <= 0. */
 EVENTS_EXPORT int sprint__objid(char *buf, int buflen, const ObjectIdEMS *objid, int objidlen);
 
+/* KZmib_read_objid reads an identifier written with labels of the loaded
+ * file, numbers or both ("sysDescr.0", "IF-MIB::ifOperStatus.3",
+ * ".iso.org.dod.internet", "1.3.6.1.2.1.1.1.0") into objid, whose capacity
+ * in arcs *objid_len gives; *objid_len becomes the number of arcs.  A
+ * "MODULE::" prefix is skipped.  The first label stands for its whole path:
+ * without a leading dot it is looked up anywhere (the one whose identifier
+ * the file mentions first, when several have it), with one among the first
+ * arcs; a later label is a child of the node before it.  Returns 0, or -1
+ * for an unknown label, a bad number or too many arcs. */
+EVENTS_EXPORT int KZmib_read_objid(const char *text, ObjectIdEMS *objid, int *objid_len);
+
 /* print_rawobjid writes the identifier as dotted numbers ("1.3.6.1") on
  * standard output, without a newline. */
 EVENTS_EXPORT void print_rawobjid(const ObjectIdEMS *objid, int objidlen);

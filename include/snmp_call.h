@@ -67,8 +67,9 @@ EVENTS_EXPORT int init_snmp_request(snmp_call_info *sci, uint32_t addr, const ch
 /* Requests.  getvar and getnextvar send one binding (its type set to
  * NULL) and decode one binding into *outvar.  The array calls send `size`
  * bindings in requests of at most SNMPCALL_CHUNK, each with its own
- * request-id, and stop at the first chunk that does not return 0; get and
- * get-next set the input types to NULL, set sends them as given.
+ * request-id, and stop at the first chunk that does not return 0, its
+ * response.errindex then counting from the start of the whole array; get
+ * and get-next set the input types to NULL, set sends them as given.
  * do_array_call does the same for any PDU type `reqtype`. */
 EVENTS_EXPORT int getvar(snmp_call_info *sci, SnmpVarBindEMS *invar, SnmpVarBindEMS *outvar);
 EVENTS_EXPORT int getnextvar(snmp_call_info *sci, SnmpVarBindEMS *invar, SnmpVarBindEMS *outvar);

@@ -11,7 +11,8 @@ prefix=$(mktemp -d)
 trap 'rm -rf "$prefix"' EXIT
 cmake --install "$build" --prefix "$prefix" >/dev/null
 "$prefix/bin/hubconf" --version | grep -q '^hubconf (libevents) [0-9]'
-for page in man1/hubevent.1 man1/hubd-dev.1 man1/hubconf.1 man5/hubd.conf.5; do
+for page in man1/hubevent.1 man1/hubd-dev.1 man1/hubconf.1 man1/hubsnmp.1 man1/codeptcat-build.1 \
+    man5/hubd.conf.5; do
   test -s "$(dirname "$(find "$prefix" -name hubconf.1)")/../$page"
 done
 

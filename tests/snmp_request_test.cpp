@@ -5,7 +5,6 @@
 #include <arpa/inet.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -472,34 +471,6 @@ TEST_F(AgentTest, SetNeedsTheWriteCommunity) {
   ASSERT_EQ(getvar(sci, &contact, &out), 0);
   EXPECT_EQ(string_value(out), "private");
   close_snmp_call(sci);
-}
-
-TEST_F(AgentTest, QueryCommandExitStatus) {
-  const std::string agent = "127.0.0.1:" + std::to_string(agent_->port());
-  const struct {
-    std::vector<std::string> args;
-    int status;
-    std::string line;  // a line it must print
-  } cases[] = {
-      {{"get", agent, "1.3.6.1.2.1.1.6.0"}, 0, ".1.3.6.1.2.1.1.6.0 = OctetString: lab"},
-      {{"walk", agent, "1.3.6.1.2.1.1"}, 0, ".1.3.6.1.2.1.1.2.0 = ObjectIdentifier: private.enterprises."},
-      {{"set", agent, "1.3.6.1.2.1.1.4.0", "s", "x"}, 1, "hubsnmp: SNMP Error:  noSuchName (.1.3.6.1.2.1.1.4.0)"},
-      {{"-t", "1", "-r", "1", "get", "127.0.0.1:" + std::to_string(testsupport::free_udp_port()), "1.3.6.1.2.1.1.6.0"},
-       1, "hubsnmp: TIMED OUT: No SNMP response."},
-      {{"set", agent, "1.3.6.1.2.1.1.4.0", "s"}, 2, "hubsnmp: set needs OID TYPE VALUE triples"},
-      {{"get", agent, "1.3.x"}, 2, "hubsnmp: bad object identifier '1.3.x'"},
-      {{"--version"}, 0, "hubsnmp (libevents) "},
-  };
-  for (const auto &c : cases) {
-    std::vector<std::string> argv = {HUBSNMP_PATH};
-    argv.insert(argv.end(), c.args.begin(), c.args.end());
-    SCOPED_TRACE(c.args[0] + " " + c.args.back());
-    testsupport::ChildProcess child(argv);
-    EXPECT_NE(child.wait_for_line(c.line, 5s), "");
-    child.wait_for_line("\x01 never printed", 5s);  // until the output ends
-    int status = child.stop();
-    EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, c.status);
-  }
 }
 
 }  // namespace

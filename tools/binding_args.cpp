@@ -8,7 +8,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "kz_mib.h"
 #include "kz_platform.h"
+#include "oidtree.h"
 
 namespace tools {
 
@@ -19,9 +21,56 @@ bool read_number(const char *text, long low, long high, int base, long *value) {
   return *text != '\0' && *end == '\0' && errno == 0 && *value >= low && *value <= high;
 }
 
-bool read_oid(const char *text, ObjectIdEMS *arcs, uint32_t *length) {
+namespace {
+
+// Finds the node of the OID name tree named `name`, writing its arcs; the
+// tree's root stands above the first arcs.
+bool find_name(const oidnode *node, const std::string &name, ObjectIdEMS *arcs, int depth,
+               int *length) {
+  for (; node != nullptr; node = node->sib) {
+    if (depth >= SNMP_OID_MAX) return false;
+    arcs[depth] = node->val;
+    if ((node->data != nullptr && name == node->data->mapping_str) ||
+        find_name(node->child, name, arcs, depth + 1, length)) {
+      if (*length == 0) *length = depth + 1;
+      return true;
+    }
+  }
+  return false;
+}
+
+// A name of the OID name tree, optionally followed by dotted numbers.
+bool read_tree_name(const char *text, ObjectIdEMS *arcs, int *count) {
+  if (oidTree == nullptr) return false;
+  const char *dot = strchr(text, '.');
+  std::string name(text, dot != nullptr ? static_cast<size_t>(dot - text) : strlen(text));
+  int length = 0;
+  if (!find_name(oidTree->child, name, arcs, 0, &length)) return false;
+  int rest = SNMP_OID_MAX - length;
+  if (dot != nullptr && (KZmib_read_numeric_objid(dot, arcs + length, &rest) != 0 || rest == 0))
+    return false;
+  *count = length + (dot != nullptr ? rest : 0);
+  return true;
+}
+
+}  // namespace
+
+void load_names() {
+  KZmib_load_mib();
+  char *path = _KZConcatPath(_KZconfDirName(), "oid_to_label");
+  if (path == nullptr) return;
+  if (oidnode *tree = parseOidFile(path)) {
+    if (oidTree != nullptr) oidFreeTree(oidTree);
+    oidTree = tree;
+  }
+  free(path);
+}
+
+bool read_oid(const char *text, ObjectIdEMS *arcs, uint32_t *length, int least) {
   int count = SNMP_OID_MAX;
-  if (KZmib_read_numeric_objid(text, arcs, &count) != 0 || count < 2) return false;
+  if (KZmib_read_objid(text, arcs, &count) != 0 && !read_tree_name(text, arcs, &count))
+    return false;
+  if (count < least) return false;
   *length = static_cast<uint32_t>(count);
   return true;
 }

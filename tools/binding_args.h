@@ -15,9 +15,17 @@ namespace tools {
 // anything else: empty text, trailing characters, out of range.
 bool read_number(const char *text, long low, long high, int base, long *value);
 
-// Reads a dotted numeric identifier of at least two arcs ("1.3.6.1", a
-// leading dot allowed) into `arcs` (SNMP_OID_MAX of them).
-bool read_oid(const char *text, ObjectIdEMS *arcs, uint32_t *length);
+// Loads the names read_oid understands, as the library finds them: the MIB
+// label file (KZ_MIB_FILE, else KZ_CONF_DIR/mib.labels) and the OID name
+// tree (KZ_CONF_DIR/oid_to_label).  A file that is missing leaves its names
+// out.
+void load_names();
+
+// Reads an identifier of at least `least` arcs into `arcs` (SNMP_OID_MAX of
+// them): dotted numbers ("1.3.6.1", a leading dot allowed), labels of the
+// MIB label file ("sysDescr.0", "IF-MIB::ifOperStatus.3"), or a name of the
+// OID name tree followed by numbers ("linkDown", "myTable.1.4").
+bool read_oid(const char *text, ObjectIdEMS *arcs, uint32_t *length, int least = 2);
 
 // Fills b's type and value from a TYPE letter and VALUE text: i INTEGER,
 // u Gauge, c Counter, t TimeTicks, a IpAddress, s OCTET STRING, x hex

@@ -1,133 +1,116 @@
-// codeptcat-build: writes a code-point catalog from a text list.
+// codeptcat-build: writes a code-point catalog from a text list, or lists
+// a catalog back as text.
 //
-//   codeptcat-build LIST CATALOG
+//   codeptcat-build LIST CATALOG     (LIST "-" reads standard input)
+//   codeptcat-build --list CATALOG
 //
-// Each line of LIST is "SET CODE TEXT": SET a decimal number 1 to 7, CODE
-// the code point in hexadecimal (0x optional), TEXT the rest of the line,
-// where \n stands for a newline and \\ for a backslash.  Blank lines and
-// lines starting with # are skipped.  A bad line or a code point listed
-// twice is reported with its line number and nothing is written.
+// The list's form is in codeptcat_text.h.  A bad line or a code point
+// listed twice is reported with its line number and nothing is written.
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
-#include "codeptcat.h"
+#include "cli.h"
+#include "codeptcat_text.h"
 
 namespace {
 
-struct Item {
-  unsigned set, code;
-  std::string text;
-};
+const char kUsage[] =
+    "usage: codeptcat-build LIST CATALOG    write CATALOG from LIST (- for standard input)\n"
+    "       codeptcat-build --list CATALOG  print CATALOG as a list\n"
+    "Each line of LIST is \"SET CODE TEXT\": SET 1 to 7, CODE hexadecimal,\n"
+    "TEXT with \\n for a newline and \\\\ for a backslash.\n"
+    "  -h, --help, -V, --version\n";
 
-std::string unescape(const char *text) {
-  std::string out;
-  for (const char *p = text; *p != '\0'; ++p) {
-    if (*p == '\\' && p[1] == 'n') {
-      out += '\n';
-      ++p;
-    } else if (*p == '\\' && p[1] == '\\') {
-      out += '\\';
-      ++p;
-    } else {
-      out += *p;
-    }
-  }
-  return out;
-}
-
-// Parses one list line; false with `error` set when it is malformed.
-bool parse_item(char *line, Item &item, const char *&error) {
-  char *end;
-  errno = 0;
-  unsigned long set = strtoul(line, &end, 10);
-  if (end == line || errno != 0 || set < 1 || set > CODEPT_MAX_SET || (*end != ' ' && *end != '\t')) {
-    error = "set must be a number from 1 to 7";
+// Reads a whole file, or standard input for "-"; false after saying why.
+bool read_all(const char *path, std::string &contents) {
+  bool standard_input = strcmp(path, "-") == 0;
+  FILE *file = standard_input ? stdin : fopen(path, "rb");
+  if (file == nullptr) {
+    fprintf(stderr, "%s: %s: %s\n", cli_name(), path, strerror(errno));
     return false;
   }
-  char *code_text = end + strspn(end, " \t");
-  unsigned long code = strtoul(code_text, &end, 16);
-  if (end == code_text || errno != 0 || code > 0xFFFE || (*end != ' ' && *end != '\t' && *end != '\0')) {
-    error = "code point must be hexadecimal, 0 to FFFE";
-    return false;
-  }
-  item.set = static_cast<unsigned>(set);
-  item.code = static_cast<unsigned>(code);
-  item.text = unescape(end + strspn(end, " \t"));
-  return true;
-}
-
-bool read_list(const char *path, std::vector<Item> &items) {
-  FILE *list = fopen(path, "r");
-  if (list == nullptr) {
-    perror(path);
-    return false;
-  }
-  std::set<std::pair<unsigned, unsigned>> seen;
-  char *line = nullptr;
-  size_t capacity = 0;
-  ssize_t length;
-  int number = 0;
-  bool ok = true;
-  while (ok && (length = getline(&line, &capacity, list)) != -1) {
-    ++number;
-    while (length > 0 && strchr("\r\n \t", line[length - 1]) != nullptr) line[--length] = '\0';
-    if (line[0] == '\0' || line[0] == '#') continue;
-    Item item;
-    const char *error = "code point listed twice";
-    ok = parse_item(line, item, error) && seen.emplace(item.set, item.code).second;
-    if (!ok) fprintf(stderr, "%s:%d: %s\n", path, number, error);
-    items.push_back(std::move(item));
-  }
-  if (ok && ferror(list)) {
-    perror(path);
-    ok = false;
-  }
-  free(line);
-  fclose(list);
+  char chunk[65536];
+  size_t n;
+  while ((n = fread(chunk, 1, sizeof chunk, file)) > 0) contents.append(chunk, n);
+  bool ok = ferror(file) == 0;
+  if (!ok) fprintf(stderr, "%s: %s: %s\n", cli_name(), path, strerror(errno));
+  if (!standard_input) fclose(file);
   return ok;
 }
 
-bool write_catalog(const char *path, const std::vector<Item> &items) {
-  std::string image(CODEPT_MAGIC, CODEPT_MAGIC_SIZE);
-  const int32_t count = static_cast<int32_t>(items.size());
-  const int32_t fill = 0;
-  image.append(reinterpret_cast<const char *>(&count), sizeof count);
-  image.append(reinterpret_cast<const char *>(&fill), sizeof fill);
-  uint32_t offset = CODEPT_HEADER_SIZE + 8 * static_cast<uint32_t>(count);
-  std::string texts;
-  for (const Item &item : items) {
-    cp_entry entry{static_cast<uint16_t>(item.code), static_cast<uint16_t>(item.set),
-                   offset + static_cast<uint32_t>(texts.size())};
-    image.append(reinterpret_cast<const char *>(&entry), sizeof entry);
-    texts.append(item.text.c_str(), item.text.size() + 1);
-  }
-  image += texts;
+bool write_all(const char *path, const std::string &image) {
   FILE *out = fopen(path, "wb");
   bool ok = out != nullptr && fwrite(image.data(), 1, image.size(), out) == image.size();
   if (out != nullptr && fclose(out) != 0) ok = false;
-  if (!ok) perror(path);
+  if (!ok) fprintf(stderr, "%s: %s: %s\n", cli_name(), path, strerror(errno));
   return ok;
+}
+
+int list_catalog(const char *path) {
+  std::string image;
+  if (!read_all(path, image)) return 1;
+  std::vector<tools::CodePoint> items;
+  std::string error = tools::read_catalog(image, items);
+  if (!error.empty()) {
+    fprintf(stderr, "%s: %s: %s\n", cli_name(), path, error.c_str());
+    return 1;
+  }
+  fputs(tools::code_list(items).c_str(), stdout);
+  return fflush(stdout) == 0 ? 0 : 1;
+}
+
+int build_catalog(const char *list_path, const char *catalog_path) {
+  std::string list;
+  if (!read_all(list_path, list)) return 1;
+  std::vector<tools::CodePoint> items;
+  const char *name = strcmp(list_path, "-") == 0 ? "(standard input)" : list_path;
+  std::string error = tools::read_code_list(list, name, items);
+  if (error.empty() && items.empty()) error = std::string(name) + ": no code points";
+  if (!error.empty()) {
+    fprintf(stderr, "%s: %s\n", cli_name(), error.c_str());
+    return 1;
+  }
+  if (!write_all(catalog_path, tools::catalog_image(items))) return 1;
+  std::set<unsigned> sets;
+  for (const tools::CodePoint &item : items) sets.insert(item.set);
+  printf("%s: %zu code point%s in %zu set%s\n", catalog_path, items.size(),
+         items.size() == 1 ? "" : "s", sets.size(), sets.size() == 1 ? "" : "s");
+  return 0;
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
-  if (argc != 3) {
-    fprintf(stderr, "usage: codeptcat-build LIST CATALOG\n");
-    return 2;
+  cli_init(argv[0]);
+  std::vector<const char *> words;
+  bool list = false;
+  for (int i = 1; i < argc; ++i) {
+    const char *arg = argv[i];
+    if (strcmp(arg, "-h") == 0 || strcmp(arg, "--help") == 0) {
+      fputs(kUsage, stdout);
+      return 0;
+    }
+    if (strcmp(arg, "-V") == 0 || strcmp(arg, "--version") == 0) {
+      cli_print_version();
+      return 0;
+    }
+    if (strcmp(arg, "--list") == 0) {
+      list = true;
+    } else if (arg[0] == '-' && arg[1] != '\0') {
+      cli_usage_error("unknown option '%s'", arg);
+    } else {
+      words.push_back(arg);
+    }
   }
-  std::vector<Item> items;
-  if (!read_list(argv[1], items)) return 1;
-  if (items.empty()) {
-    fprintf(stderr, "%s: no code points\n", argv[1]);
-    return 1;
+  if (list) {
+    if (words.size() != 1) cli_usage_error("--list takes one CATALOG");
+    return list_catalog(words[0]);
   }
-  return write_catalog(argv[2], items) ? 0 : 1;
+  if (words.size() != 2) cli_usage_error("a LIST and a CATALOG are needed");
+  return build_catalog(words[0], words[1]);
 }

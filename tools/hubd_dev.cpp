@@ -36,6 +36,7 @@
 #include <string>
 #include <vector>
 
+#include "cli.h"
 #include "event.h"
 #include "snmp.h"
 
@@ -101,10 +102,10 @@ void print_counters(const Hub &hub) {
   fflush(stdout);
 }
 
-[[noreturn]] void fail(const char *fmt, ...) {
+[[noreturn]] __attribute__((format(printf, 1, 2))) void fail(const char *fmt, ...) {
   va_list args;
   va_start(args, fmt);
-  fputs("hubd-dev: ", stderr);
+  fprintf(stderr, "%s: ", cli_name());
   vfprintf(stderr, fmt, args);
   fputc('\n', stderr);
   va_end(args);
@@ -112,56 +113,115 @@ void print_counters(const Hub &hub) {
   exit(1);
 }
 
-void usage(FILE *to) {
+void usage() {
   fputs(
-      "usage: hubd-dev [--unix PATH] [--tcp [HOST:]PORT] [--raw-tcp [HOST:]PORT]\n"
-      "                [--udp [HOST:]PORT] [--max-queue OCTETS] [--verbose] [--version]\n"
+      "usage: hubd-dev [--unix PATH] [--tcp [tcp:][HOST:]PORT] [--raw-tcp [tcp:][HOST:]PORT]\n"
+      "                [--udp [udp:][HOST:]PORT] [--max-queue OCTETS] [--verbose] [--version]\n"
       "  --unix PATH          Unix stream socket, transmission headers (transport 2)\n"
-      "  --tcp [HOST:]PORT    TCP with transmission headers (transport 3)\n"
-      "  --raw-tcp [HOST:]PORT TCP without headers (transport 6)\n"
-      "  --udp [HOST:]PORT    UDP datagrams (transport 1); SNMPv2c traps and informs\n"
+      "  --tcp ADDRESS        TCP with transmission headers (transport 3)\n"
+      "  --raw-tcp ADDRESS    TCP without headers (transport 6)\n"
+      "  --udp ADDRESS        UDP datagrams (transport 1); SNMPv2c traps and informs\n"
       "                       are relayed as SNMPv1 traps, informs answered\n"
       "  --max-queue OCTETS   total output held for slow clients (default 64 MiB)\n"
-      "  --verbose            print one line per relayed or dropped message, and let\n"
-      "                       the library's decoding diagnostics reach standard error\n"
-      "A bare PORT listens on 127.0.0.1 only.  At least one listener is required.\n"
+      "  --verbose            print one time-stamped line per relayed or dropped\n"
+      "                       message, and let the library's decoding diagnostics\n"
+      "                       reach standard error\n"
+      "  -V, --version        print the version;  -h, --help  print this help\n"
+      "A bare PORT listens on 127.0.0.1 only; HOST may be [IPv6] for TCP.\n"
+      "At least one listener is required.\n"
       "SIGUSR1 prints the counters; SIGINT or SIGTERM prints them and stops the hub.\n",
-      to);
+      stdout);
 }
 
-sockaddr_in inet_address(const std::string &where) {
+// Prints one line on standard output behind the time of day, so a verbose
+// log can be read against a client's.
+__attribute__((format(printf, 1, 2))) void stamped(const char *fmt, ...) {
+  timespec now;
+  clock_gettime(CLOCK_REALTIME, &now);
+  tm local;
+  localtime_r(&now.tv_sec, &local);
+  char clock[16];
+  strftime(clock, sizeof clock, "%H:%M:%S", &local);
+  printf("%s.%03ld ", clock, now.tv_nsec / 1000000);
+  va_list args;
+  va_start(args, fmt);
+  vprintf(fmt, args);
+  va_end(args);
+}
+
+// Reads a listener address of the option `option`: [PREFIX:][HOST:]PORT,
+// where PREFIX may only name the option's own transport and HOST may be an
+// IPv6 address in brackets where `ipv6` allows it.  A bad address is a
+// usage error; a host that does not resolve ends the hub.
+sockaddr_storage inet_address(const char *option, const std::string &where, const char *prefix,
+                              bool ipv6) {
+  std::string rest = where;
+  size_t colon = rest.find(':');
+  if (colon != std::string::npos &&
+      (rest.compare(0, colon, "udp") == 0 || rest.compare(0, colon, "tcp") == 0)) {
+    if (rest.compare(0, colon, prefix) != 0)
+      cli_usage_error("--%s cannot listen on '%s': a %s: address is another transport", option,
+                      where.c_str(), rest.substr(0, colon).c_str());
+    rest.erase(0, colon + 1);
+  }
   std::string host = "127.0.0.1";
-  std::string port = where;
-  size_t colon = where.rfind(':');
-  if (colon != std::string::npos) {
-    host = where.substr(0, colon);
-    port = where.substr(colon + 1);
+  std::string port = rest;
+  if (!rest.empty() && rest[0] == '[') {
+    size_t close = rest.find("]:");
+    if (close == std::string::npos)
+      cli_usage_error("--%s: bad address '%s'", option, where.c_str());
+    if (!ipv6) cli_usage_error("--%s listens on IPv4 only, not on '%s'", option, where.c_str());
+    host = rest.substr(1, close - 1);
+    port = rest.substr(close + 2);
+  } else if ((colon = rest.rfind(':')) != std::string::npos) {
+    host = rest.substr(0, colon);
+    port = rest.substr(colon + 1);
+    if (host.find(':') != std::string::npos)
+      cli_usage_error("--%s: write an IPv6 address in brackets, as [::1]:PORT, not '%s'", option,
+                      where.c_str());
   }
   char *end = nullptr;
   long number = strtol(port.c_str(), &end, 10);
   if (port.empty() || *end != '\0' || number < 0 || number > 65535)
-    fail("bad port in '%s'", where.c_str());
+    cli_usage_error("--%s: bad port in '%s' (0 to 65535)", option, where.c_str());
   addrinfo hints{};
-  hints.ai_family = AF_INET;
+  hints.ai_family = ipv6 ? AF_UNSPEC : AF_INET;
+  hints.ai_flags = AI_NUMERICSERV;
   addrinfo *found = nullptr;
-  if (getaddrinfo(host.c_str(), nullptr, &hints, &found) != 0)
+  if (getaddrinfo(host.c_str(), port.c_str(), &hints, &found) != 0)
     fail("unknown host '%s'", host.c_str());
-  sockaddr_in address = *reinterpret_cast<sockaddr_in *>(found->ai_addr);
+  sockaddr_storage address{};
+  memcpy(&address, found->ai_addr, found->ai_addrlen);
   freeaddrinfo(found);
-  address.sin_port = htons(static_cast<uint16_t>(number));
   return address;
 }
 
 void set_nonblocking(int fd) { fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK); }
 
-int listen_inet(const std::string &where, int type) {
-  sockaddr_in address = inet_address(where);
-  int fd = socket(AF_INET, type, 0);
+// The address a socket is bound to, as "HOST:PORT" or "[HOST]:PORT".
+std::string bound_address(int fd) {
+  sockaddr_storage address{};
+  socklen_t size = sizeof address;
+  getsockname(fd, reinterpret_cast<sockaddr *>(&address), &size);
+  char host[INET6_ADDRSTRLEN] = "?";
+  if (address.ss_family == AF_INET6) {
+    const auto &in6 = reinterpret_cast<const sockaddr_in6 &>(address);
+    inet_ntop(AF_INET6, &in6.sin6_addr, host, sizeof host);
+    return std::string("[") + host + "]:" + std::to_string(ntohs(in6.sin6_port));
+  }
+  const auto &in = reinterpret_cast<const sockaddr_in &>(address);
+  inet_ntop(AF_INET, &in.sin_addr, host, sizeof host);
+  return std::string(host) + ":" + std::to_string(ntohs(in.sin_port));
+}
+
+int listen_inet(const sockaddr_storage &address, const std::string &where, int type) {
+  int fd = socket(address.ss_family, type, 0);
   // A TCP port in TIME_WAIT may be taken again at once; a UDP port never
   // shared, since the two hubs would split the datagrams between them.
   int on = 1;
   if (type == SOCK_STREAM) setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-  if (fd < 0 || bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
+  socklen_t size = address.ss_family == AF_INET6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
+  if (fd < 0 || bind(fd, reinterpret_cast<const sockaddr *>(&address), size) != 0 ||
       (type == SOCK_STREAM && listen(fd, 16) != 0))
     fail("cannot listen on %s: %s", where.c_str(), strerror(errno));
   set_nonblocking(fd);
@@ -235,7 +295,7 @@ void flush(Hub &hub, Endpoint &client, int fd) {
 
 void drop(Hub &hub, int fd, const char *why) {
   Endpoint &client = hub.endpoints[fd];
-  if (hub.verbose) printf("closed %s: %s\n", client.name.c_str(), why);
+  if (hub.verbose) stamped("closed %s: %s\n", client.name.c_str(), why);
   hub.queued -= client.out.size();
   close(fd);
   hub.endpoints.erase(fd);
@@ -244,7 +304,7 @@ void drop(Hub &hub, int fd, const char *why) {
 void drop_message(Hub &hub, Drop reason, size_t size, const std::string &sender) {
   ++hub.dropped[reason];
   if (hub.verbose)
-    printf("dropped %zu octets from %s: %s\n", size, sender.c_str(), kDropNames[reason]);
+    stamped("dropped %zu octets from %s: %s\n", size, sender.c_str(), kDropNames[reason]);
 }
 
 // Relays the trap at the start of one message from `from` to every other
@@ -286,7 +346,7 @@ void relay(Hub &hub, int from, trap_headerEMS header, std::vector<unsigned char>
     ++receivers;
   }
   if (hub.verbose)
-    printf("relayed %zu octets from %s (source %u, pid %d) to %d client%s: %s\n", message.size(),
+    stamped("relayed %zu octets from %s (source %u, pid %d) to %d client%s: %s\n", message.size(),
            sender.c_str(), header.src, header.pid, receivers, receivers == 1 ? "" : "s",
            summary.c_str());
   for (int fd : laggards) {
@@ -342,7 +402,7 @@ void accept_client(Hub &hub, int listener, Kind kind) {
     if (fd >= 0) close(fd);
     hub.spare_fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
     ++hub.dropped[kNoDescriptor];
-    if (hub.verbose) printf("refused a connection: %s\n", strerror(EMFILE));
+    if (hub.verbose) stamped("refused a connection: %s\n", strerror(EMFILE));
     return;
   }
   if (fd < 0) return;
@@ -352,7 +412,7 @@ void accept_client(Hub &hub, int listener, Kind kind) {
                            : "raw-tcp";
   std::string name = std::string(prefix) + "#" + std::to_string(fd);
   hub.endpoints[fd] = Endpoint{kind, name, {}, {}};
-  if (hub.verbose) printf("accepted %s\n", name.c_str());
+  if (hub.verbose) stamped("accepted %s\n", name.c_str());
 }
 
 // Replaces an SNMPv2c trap or inform by the SNMPv1 trap that stands for it
@@ -384,9 +444,12 @@ bool translate_notification(Hub &hub, int fd, const sockaddr_in &from,
   if (refusal != nullptr) {
     const std::string &sender = hub.endpoints[fd].name;
     ++hub.received;
-    if (hub.verbose) printf("refused a notification from %s: %s\n", sender.c_str(), refusal);
-    drop_message(hub, result == SNMP_NOTIFICATION_MALFORMED ? kNotATrap : kNoSnmpV1Form,
-                 message.size(), sender);
+    Drop reason = result == SNMP_NOTIFICATION_MALFORMED ? kNotATrap : kNoSnmpV1Form;
+    // A notification lost for want of an SNMPv1 form is news even when
+    // nothing else is reported.
+    if (hub.verbose || reason == kNoSnmpV1Form)
+      stamped("refused a notification from %s: %s\n", sender.c_str(), refusal);
+    drop_message(hub, reason, message.size(), sender);
     return false;
   }
   if (about.pdu_type == SNMP_INFORM_PDU) {
@@ -500,7 +563,26 @@ void serve(Hub &hub) {
 
 }  // namespace
 
+// A listener asked for on the command line, its address read at once so
+// that a bad one is a usage error before anything listens.
+struct Listener {
+  Kind kind;
+  std::string where;
+  sockaddr_storage address;
+};
+
+// What the start-up line calls each kind of listener.
+const char *listener_name(Kind kind) {
+  switch (kind) {
+    case Kind::UnixListener: return "unix";
+    case Kind::TcpListener: return "tcp";
+    case Kind::RawListener: return "raw-tcp";
+    default: return "udp";
+  }
+}
+
 int main(int argc, char **argv) {
+  cli_init(argv[0]);
   static const option options[] = {{"unix", required_argument, nullptr, 'u'},
                                    {"tcp", required_argument, nullptr, 't'},
                                    {"raw-tcp", required_argument, nullptr, 'r'},
@@ -511,28 +593,34 @@ int main(int argc, char **argv) {
                                    {"help", no_argument, nullptr, 'h'},
                                    {nullptr, 0, nullptr, 0}};
   Hub hub;
-  std::vector<std::pair<Kind, std::string>> listeners;
+  std::vector<Listener> listeners;
   int option;
-  while ((option = getopt_long(argc, argv, "u:t:r:d:q:vh", options, nullptr)) != -1) {
+  opterr = 0;
+  while ((option = getopt_long(argc, argv, ":u:t:r:d:q:vVh", options, nullptr)) != -1) {
     switch (option) {
       case 'u':
-        listeners.emplace_back(Kind::UnixListener, optarg);
+        if (std::any_of(listeners.begin(), listeners.end(),
+                        [](const Listener &l) { return l.kind == Kind::UnixListener; }))
+          cli_usage_error("only one --unix socket");
+        listeners.push_back({Kind::UnixListener, optarg, {}});
         break;
       case 't':
-        listeners.emplace_back(Kind::TcpListener, optarg);
+        listeners.push_back({Kind::TcpListener, optarg, inet_address("tcp", optarg, "tcp", true)});
         break;
       case 'r':
-        listeners.emplace_back(Kind::RawListener, optarg);
+        listeners.push_back(
+            {Kind::RawListener, optarg, inet_address("raw-tcp", optarg, "tcp", true)});
         break;
       case 'd':
-        listeners.emplace_back(Kind::Udp, optarg);
+        // Datagrams are answered and translated with IPv4 sender addresses.
+        listeners.push_back({Kind::Udp, optarg, inet_address("udp", optarg, "udp", false)});
         break;
       case 'q': {
         char *end = nullptr;
         errno = 0;
         unsigned long long octets = strtoull(optarg, &end, 10);
         if (*optarg == '\0' || *end != '\0' || errno != 0 || octets == 0 || octets > SIZE_MAX / 2)
-          fail("bad --max-queue '%s'", optarg);
+          cli_usage_error("bad --max-queue '%s': a number of octets above 0", optarg);
         hub.max_queued = static_cast<size_t>(octets);
         break;
       }
@@ -540,36 +628,27 @@ int main(int argc, char **argv) {
         hub.verbose = true;
         break;
       case 'V':
-        printf("hubd-dev %s\n", EVENTS_VERSION);
+        cli_print_version();
         return 0;
       case 'h':
-        usage(stdout);
+        usage();
         return 0;
+      case ':':
+        cli_usage_error("option '%s' needs a value", argv[optind - 1]);
       default:
-        usage(stderr);
-        return 2;
+        if (optopt != 0) cli_usage_error("unknown option '-%c'", optopt);
+        cli_usage_error("unknown option '%s'", argv[optind - 1]);
     }
   }
-  if (optind != argc || listeners.empty()) {
-    usage(stderr);
-    return 2;
-  }
-  for (const auto &[kind, where] : listeners) {
-    int fd;
-    switch (kind) {
-      case Kind::UnixListener:
-        if (!created_socket.empty()) fail("only one --unix socket");
-        fd = listen_unix(where);
-        break;
-      case Kind::Udp:
-        fd = listen_inet(where, SOCK_DGRAM);
-        break;
-      default:
-        fd = listen_inet(where, SOCK_STREAM);
-        break;
-    }
-    hub.endpoints[fd] = Endpoint{kind, where, {}, {}};
-    if (hub.verbose) printf("listening on %s\n", where.c_str());
+  if (optind != argc) cli_usage_error("unexpected argument '%s'", argv[optind]);
+  if (listeners.empty())
+    cli_usage_error("at least one listener is needed (--unix, --tcp, --raw-tcp, --udp)");
+  for (const Listener &l : listeners) {
+    int fd = l.kind == Kind::UnixListener ? listen_unix(l.where)
+             : listen_inet(l.address, l.where, l.kind == Kind::Udp ? SOCK_DGRAM : SOCK_STREAM);
+    hub.endpoints[fd] = Endpoint{l.kind, l.where, {}, {}};
+    printf("%s: listening on %s %s\n", cli_name(), listener_name(l.kind),
+           l.kind == Kind::UnixListener ? l.where.c_str() : bound_address(fd).c_str());
   }
   serve(hub);
   return 0;

@@ -1,21 +1,22 @@
 // hubsnmp: SNMPv1 get, get-next, set and walk against one agent, through
-// the library's synchronous calls.
+// the library's synchronous calls, with net-snmp's options and output.
 //
-//   hubsnmp [OPTIONS] get HOST[:PORT] OID...
-//   hubsnmp [OPTIONS] next HOST[:PORT] OID...
-//   hubsnmp [OPTIONS] set HOST[:PORT] OID TYPE VALUE...
-//   hubsnmp [OPTIONS] walk HOST[:PORT] [OID]
+//   hubsnmp [OPTIONS] get [udp:]HOST[:PORT] OID...
+//   hubsnmp [OPTIONS] next [udp:]HOST[:PORT] OID...
+//   hubsnmp [OPTIONS] set [udp:]HOST[:PORT] OID TYPE VALUE...
+//   hubsnmp [OPTIONS] walk [udp:]HOST[:PORT] [OID]
 //
-// Exit status: 0 done, 1 the agent or the exchange failed, 2 bad usage.
+// Options may come before or after the command word.  Exit status: 0 done,
+// 1 the agent or the exchange failed, 2 bad usage or objects a get did not
+// find.
 
 #include <arpa/inet.h>
-#include <getopt.h>
 #include <netdb.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
-#include <climits>
-#include <cstdarg>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -23,206 +24,374 @@
 #include <vector>
 
 #include "binding_args.h"
+#include "cli.h"
 #include "kz_mib.h"
-#include "kz_platform.h"
 #include "snmp_call.h"
 #include "trp_format.h"
 
 namespace {
 
 const char kUsage[] =
-    "usage: hubsnmp [OPTIONS] get HOST[:PORT] OID...\n"
-    "       hubsnmp [OPTIONS] next HOST[:PORT] OID...\n"
-    "       hubsnmp [OPTIONS] set HOST[:PORT] OID TYPE VALUE...\n"
-    "       hubsnmp [OPTIONS] walk HOST[:PORT] [OID]   (default OID 1.3.6.1.2.1)\n"
+    "usage: hubsnmp [OPTIONS] get AGENT OID...\n"
+    "       hubsnmp [OPTIONS] next AGENT OID...\n"
+    "       hubsnmp [OPTIONS] set AGENT OID TYPE VALUE...\n"
+    "       hubsnmp [OPTIONS] walk AGENT [OID]   (default OID 1.3.6.1.2.1)\n"
+    "AGENT is [udp:]HOST[:PORT]; OID is numeric or a label of the MIB label file\n"
+    "(sysDescr.0, IF-MIB::ifOperStatus.3) or of oid_to_label.\n"
+    "  -v 1          SNMP version (only 1)\n"
     "  -c COMMUNITY  community (default public)\n"
-    "  -t SECONDS    time-out of each wait (default 1)\n"
-    "  -r SENDS      sends per request (default 3)\n"
+    "  -t SECONDS    time-out of each wait, fractions rounded up (default 1)\n"
+    "  -r RETRIES    sends after the first one (default 2)\n"
+    "  -O FLAGS      n numeric names, f full label paths, q no type and no '=',\n"
+    "                v values only\n"
+    "  --split       send a set of more than 10 bindings in several requests\n"
     "  TYPE is i INTEGER, u Gauge32, c Counter32, t TimeTicks, a IpAddress,\n"
     "  s STRING, x hex STRING, d decimal STRING, o OBJECT IDENTIFIER, n NULL\n"
-    "  --help, --version\n";
+    "  -h, --help, -V, --version\n";
 
-[[noreturn]] __attribute__((format(printf, 2, 3))) void quit(int status, const char *fmt, ...) {
-  fputs("hubsnmp: ", stderr);
-  va_list args;
-  va_start(args, fmt);
-  vfprintf(stderr, fmt, args);
-  va_end(args);
-  fputc('\n', stderr);
-  if (status == 2) fputs(kUsage, stderr);
-  exit(status);
-}
+// The agent's error-status for an object it does not have.
+constexpr int kNoSuchName = 2;
+
+enum class Names { Short, Full, Numeric };
+
+struct Settings {
+  const char *community = "public";
+  double timeout = 1;
+  long retries = 2;
+  Names names = Names::Short;
+  bool quick = false;       // -Oq: "NAME VALUE", no type
+  bool value_only = false;  // -Ov
+  bool split = false;
+};
 
 long number(const char *text, const char *what, long low, long high) {
   long value;
-  if (!tools::read_number(text, low, high, 10, &value)) quit(2, "bad %s '%s'", what, text);
+  if (!tools::read_number(text, low, high, 10, &value)) cli_usage_error("bad %s '%s'", what, text);
   return value;
 }
 
-void parse_oid(const char *text, ObjectIdEMS *arcs, uint32_t *length) {
-  if (!tools::read_oid(text, arcs, length)) quit(2, "bad object identifier '%s'", text);
+void set_version(Settings &, const char *text) {
+  if (strcmp(text, "1") != 0)
+    cli_usage_error("SNMP version '%s' is not supported; only -v 1 is", text);
+}
+void set_community(Settings &s, const char *text) { s.community = text; }
+void set_timeout(Settings &s, const char *text) {
+  char *end = nullptr;
+  errno = 0;
+  s.timeout = strtod(text, &end);
+  if (*text == '\0' || *end != '\0' || errno != 0 || !(s.timeout > 0 && s.timeout <= 3600))
+    cli_usage_error("bad time-out '%s': seconds above 0, at most 3600", text);
+}
+void set_retries(Settings &s, const char *text) { s.retries = number(text, "retries", 0, 100); }
+void set_output(Settings &s, const char *text) {
+  for (const char *flag = text; *flag != '\0'; ++flag) {
+    switch (*flag) {
+      case 'n':
+        s.names = Names::Numeric;
+        break;
+      case 'f':
+        s.names = Names::Full;
+        break;
+      case 'q':
+        s.quick = true;
+        break;
+      case 'v':
+        s.value_only = true;
+        break;
+      default:
+        cli_usage_error("unknown output flag '%c' in -O%s", *flag, text);
+    }
+  }
+}
+
+// The options that take a value, as net-snmp's tools spell them.
+const struct {
+  char letter;
+  void (*apply)(Settings &, const char *);
+} kOptions[] = {{'v', set_version},
+                {'c', set_community},
+                {'t', set_timeout},
+                {'r', set_retries},
+                {'O', set_output}};
+
+// Takes the options out of argv wherever they stand and returns the other
+// words.  A word after "--", and a word such as "-1" that is no option,
+// stays a word, so negative set values need no quoting.
+std::vector<const char *> parse_options(int argc, char **argv, Settings &s) {
+  std::vector<const char *> words;
+  for (int i = 1; i < argc; ++i) {
+    const char *arg = argv[i];
+    if (strcmp(arg, "--") == 0) {
+      words.insert(words.end(), argv + i + 1, argv + argc);
+      break;
+    }
+    if (strcmp(arg, "-h") == 0 || strcmp(arg, "--help") == 0) {
+      fputs(kUsage, stdout);
+      exit(0);
+    }
+    if (strcmp(arg, "-V") == 0 || strcmp(arg, "--version") == 0) {
+      cli_print_version();
+      exit(0);
+    }
+    if (strcmp(arg, "--split") == 0) {
+      s.split = true;
+      continue;
+    }
+    const auto *option = std::find_if(std::begin(kOptions), std::end(kOptions), [&](const auto &o) {
+      return arg[0] == '-' && arg[1] == o.letter;
+    });
+    if (option == std::end(kOptions)) {
+      if (arg[0] == '-' && isalpha(static_cast<unsigned char>(arg[1])))
+        cli_usage_error("unknown option '%s'", arg);
+      if (strncmp(arg, "--", 2) == 0 && arg[2] != '\0') cli_usage_error("unknown option '%s'", arg);
+      words.push_back(arg);
+      continue;
+    }
+    const char *value = arg[2] != '\0' ? arg + 2 : i + 1 < argc ? argv[++i] : nullptr;
+    if (value == nullptr) cli_usage_error("option -%c needs a value", option->letter);
+    option->apply(s, value);
+  }
+  return words;
 }
 
 std::string dotted(const ObjectIdEMS *arcs, uint32_t length) {
   std::string text;
-  for (uint32_t i = 0; i < length; ++i) {
-    text += '.';
-    text += std::to_string(arcs[i]);
+  for (uint32_t i = 0; i < std::min<uint32_t>(length, SNMP_OID_MAX); ++i)
+    text += "." + std::to_string(arcs[i]);
+  return text;
+}
+
+// An identifier as the output flags ask: dotted numbers, the full label
+// path, or by default the path from its last label on ("sysDescr.0");
+// with no label it stays numeric.
+std::string name_of(const ObjectIdEMS *arcs, uint32_t length, Names names) {
+  if (names == Names::Numeric) return dotted(arcs, length);
+  length = std::min<uint32_t>(length, SNMP_OID_MAX);
+  // Labels may be of any length: a path that fills the room may be cut.
+  std::vector<char> path(256);
+  while (sprint__objid(path.data(), static_cast<int>(path.size()), arcs,
+                       static_cast<int>(length)) >= static_cast<int>(path.size()) - 1)
+    path.resize(path.size() * 2);
+  std::string text = path.data();
+  if (names == Names::Full) return text;
+  for (size_t end = text.size(); end > 0;) {
+    size_t start = text.rfind('.', end - 1);
+    std::string arc = text.substr(start + 1, end - start - 1);
+    if (arc.find_first_not_of("0123456789") != std::string::npos) return text.substr(start + 1);
+    end = start;
   }
   return text;
 }
 
-// Prints one binding as "OID = Kind: value" on standard output, through the
-// library's value printers, as a trap's bindings are shown.
-void print_binding(SnmpVarBindEMS &b) {
-  char kind[64], value[1024];
+// One binding on standard output, as net-snmp's flags arrange it: "NAME =
+// Kind: value" by default.  Values are the library's printers' text, but an
+// identifier value is named as the names are, and nothing is cut.
+void print_binding(SnmpVarBindEMS &b, const Settings &s) {
+  char kind[64];
+  std::vector<char> value(3 * SNMP_STRING_MAX + 64);
   formatKind(kind, sizeof kind, &b);
-  formatValue(value, sizeof value, &b);
-  printf("%s = %s: %s\n", dotted(b.oid, std::min<uint32_t>(b.oid_length, SNMP_OID_MAX)).c_str(),
-         kind, value);
+  std::string text;
+  if (b.type == ASN_OBJECT_ID) {
+    text = name_of(b.val.objid, b.val_len, s.names);
+  } else {
+    formatValue(value.data(), static_cast<int>(value.size()), &b);
+    text = value.data();
+  }
+  std::string line;
+  if (!s.value_only) line = name_of(b.oid, b.oid_length, s.names) + (s.quick ? " " : " = ");
+  if (!s.quick) line += std::string(kind) + ": ";
+  printf("%s%s\n", line.c_str(), text.c_str());
 }
 
-// Identifiers print as label paths: from the MIB label file of the
-// environment, else from the bundled one.
-void load_mib_labels() {
-  if (KZmib_load_mib() == 0 || getenv("KZ_MIB_FILE") != nullptr) return;
-  setenv("KZ_MIB_FILE", EVENTS_EXAMPLES_DIR "/mib.labels", 1);
-  KZmib_load_mib();
-}
-
-// Resolves HOST[:PORT]; the port reaches the library through KZ_SNMP_PORT.
+// Resolves [udp:]HOST[:PORT]; the port reaches the library through
+// KZ_SNMP_PORT.  Only UDP over IPv4 is spoken.
 uint32_t agent_address(const char *text) {
   std::string host(text);
-  size_t colon = host.rfind(':');
+  if (host.rfind("udp:", 0) == 0) host.erase(0, 4);
+  size_t colon = host.find(':');
+  if (colon != std::string::npos &&
+      host.find_first_not_of("0123456789", colon + 1) != std::string::npos) {
+    // "tcp:HOST", "udp6:HOST", "[::1]:161", "::1": not UDP over IPv4.
+    std::string prefix = host.substr(0, colon);
+    if (!prefix.empty() &&
+        prefix.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789") == std::string::npos &&
+        host.compare(colon, 2, "::") != 0)
+      cli_usage_error("transport '%s:' is not supported; hubsnmp speaks udp: over IPv4",
+                      prefix.c_str());
+    cli_usage_error("'%s' is not an IPv4 agent; hubsnmp speaks udp: over IPv4", text);
+  }
   if (colon != std::string::npos) {
-    const char *port = text + colon + 1;
-    number(port, "port", 1, 65535);
-    setenv("KZ_SNMP_PORT", port, 1);
+    std::string port = host.substr(colon + 1);
+    number(port.c_str(), "port", 1, 65535);
+    setenv("KZ_SNMP_PORT", port.c_str(), 1);
     host.resize(colon);
   }
   addrinfo hints{};
   hints.ai_family = AF_INET;
   hints.ai_socktype = SOCK_DGRAM;
   addrinfo *found = nullptr;
-  if (host.empty() || getaddrinfo(host.c_str(), nullptr, &hints, &found) != 0 || found == nullptr)
-    quit(1, "unknown host '%s'", host.c_str());
+  if (host.empty() || getaddrinfo(host.c_str(), nullptr, &hints, &found) != 0 || found == nullptr) {
+    fprintf(stderr, "%s: unknown host '%s'\n", cli_name(), host.c_str());
+    exit(1);
+  }
   uint32_t address = reinterpret_cast<sockaddr_in *>(found->ai_addr)->sin_addr.s_addr;
   freeaddrinfo(found);
   return address;
 }
 
-[[noreturn]] void call_failed(snmp_call_info *sci, const std::vector<SnmpVarBindEMS> &sent) {
+// The failure text, naming the binding the agent's error-index points at.
+std::string failure(snmp_call_info *sci, const std::vector<SnmpVarBindEMS> &sent, Names names) {
   std::string text = snmpcall_error(sci);
-  int index = sci->response.errindex;
+  long index = sci->response.errindex;
   if (sci->response.errstat > 0 && index >= 1 && static_cast<size_t>(index) <= sent.size())
-    text += " (" + dotted(sent[index - 1].oid, sent[index - 1].oid_length) + ")";
-  quit(1, "%s", text.c_str());
+    text += " (" + name_of(sent[index - 1].oid, sent[index - 1].oid_length, names) + ")";
+  return text;
+}
+
+[[noreturn]] void fail(const std::string &text) {
+  fprintf(stderr, "%s: %s\n", cli_name(), text.c_str());
+  exit(1);
+}
+
+// Every binding asked for must come back.
+void check_answered(const std::vector<SnmpVarBindEMS> &response) {
+  size_t answered = static_cast<size_t>(std::count_if(
+      response.begin(), response.end(), [](const auto &b) { return b.oid_length > 0; }));
+  if (answered < response.size())
+    fail("the agent answered " + std::to_string(answered) + " of " +
+         std::to_string(response.size()) + " objects");
+}
+
+// SNMP's order of identifiers: arc by arc, a prefix before what extends it.
+bool before(const SnmpVarBindEMS &a, const SnmpVarBindEMS &b) {
+  return std::lexicographical_compare(a.oid, a.oid + a.oid_length, b.oid, b.oid + b.oid_length);
 }
 
 bool starts_with(const SnmpVarBindEMS &b, const SnmpVarBindEMS &root) {
-  return b.oid_length >= root.oid_length &&
-         memcmp(b.oid, root.oid, root.oid_length * sizeof(ObjectIdEMS)) == 0;
+  return b.oid_length >= root.oid_length && std::equal(root.oid, root.oid + root.oid_length, b.oid);
 }
 
-// Walks the subtree under root by repeated get-next; the end of the MIB
-// (noSuchName) and the first name outside the subtree end it.
-void walk(snmp_call_info *sci, const SnmpVarBindEMS &root) {
-  std::vector<SnmpVarBindEMS> cursor(1, root);
-  SnmpVarBindEMS next;
+// Walks the subtree under root by repeated get-next, as snmpwalk does: the
+// end of the MIB (noSuchName) or the first name outside the subtree ends
+// it, an answer that does not move forward is an error, and a subtree with
+// nothing under it is asked for as an object of its own.
+void walk(snmp_call_info *sci, const SnmpVarBindEMS &root, const Settings &s) {
+  std::vector<SnmpVarBindEMS> cursor(1, root), next(1);
+  // A single arc has no encoding; what follows ".1" follows ".1.0" too.
+  if (root.oid_length == 1) cursor[0].oid[cursor[0].oid_length++] = 0;
+  int printed = 0;
   for (;;) {
-    memset(&next, 0, sizeof next);
-    int status = getnextvar(sci, &cursor[0], &next);
-    if (status == 2) return;
-    if (status != 0) call_failed(sci, cursor);
-    if (!starts_with(next, root)) return;
-    // An agent that does not move forward would keep the walk going forever.
-    if (next.oid_length == cursor[0].oid_length &&
-        memcmp(next.oid, cursor[0].oid, next.oid_length * sizeof(ObjectIdEMS)) == 0)
-      quit(1, "agent returned %s again", dotted(next.oid, next.oid_length).c_str());
-    print_binding(next);
-    cursor[0] = next;
+    next[0] = SnmpVarBindEMS{};
+    int status = getnextvar(sci, &cursor[0], &next[0]);
+    if (status == kNoSuchName) break;
+    if (status != 0) fail(failure(sci, cursor, s.names));
+    check_answered(next);
+    if (!starts_with(next[0], root)) break;
+    if (!before(cursor[0], next[0]))
+      fail("OID not increasing: " + name_of(cursor[0].oid, cursor[0].oid_length, s.names) +
+           " >= " + name_of(next[0].oid, next[0].oid_length, s.names));
+    print_binding(next[0], s);
+    ++printed;
+    cursor[0] = next[0];
   }
+  if (printed > 0) return;
+  cursor[0] = root;
+  next[0] = SnmpVarBindEMS{};
+  int status = getvar(sci, &cursor[0], &next[0]);
+  if (status == 0 && next[0].oid_length > 0)
+    print_binding(next[0], s);
+  else if (status != kNoSuchName)
+    fail(failure(sci, cursor, s.names));
+}
+
+// A get leaves out each object the agent does not have, names it on
+// standard error and asks again for the rest, as snmpget does.  Returns
+// the exit status.
+int get(snmp_call_info *sci, std::vector<SnmpVarBindEMS> request, const Settings &s) {
+  int status = 0;
+  std::vector<SnmpVarBindEMS> response;
+  while (!request.empty()) {
+    response.assign(request.size(), SnmpVarBindEMS{});
+    int result = do_array_call(sci, request.data(), response.data(),
+                               static_cast<int>(request.size()), SNMP_GET_REQ);
+    long index = sci->response.errindex;
+    if (result != kNoSuchName || index < 1 || static_cast<size_t>(index) > request.size()) {
+      if (result != 0) fail(failure(sci, request, s.names));
+      break;
+    }
+    fprintf(stderr, "%s: %s\n", cli_name(), failure(sci, request, s.names).c_str());
+    request.erase(request.begin() + index - 1);
+    response.clear();
+    status = 2;
+  }
+  check_answered(response);
+  for (SnmpVarBindEMS &b : response) print_binding(b, s);
+  return status;
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
-  static const option kLong[] = {{"help", no_argument, nullptr, 'h'},
-                                 {"version", no_argument, nullptr, 'V'},
-                                 {nullptr, 0, nullptr, 0}};
-  const char *community = "public";
-  int timeout = 1;
-  int retries = 3;
-  int c;
-  while ((c = getopt_long(argc, argv, "+c:t:r:", kLong, nullptr)) != -1) {
-    switch (c) {
-      case 'c':
-        community = optarg;
-        break;
-      case 't':
-        timeout = static_cast<int>(number(optarg, "time-out", 0, 3600));
-        break;
-      case 'r':
-        retries = static_cast<int>(number(optarg, "retries", 0, 100));
-        break;
-      case 'h':
-        fputs(kUsage, stdout);
-        return 0;
-      case 'V':
-        puts("hubsnmp (libevents) " EVENTS_VERSION);
-        return 0;
-      default:
-        fputs(kUsage, stderr);
-        return 2;
-    }
-  }
-  if (argc - optind < 2) quit(2, "a command and an agent are needed");
-  std::string command = argv[optind];
-  char **args = argv + optind + 2;
-  int count = argc - optind - 2;
-
-  std::vector<SnmpVarBindEMS> request;
+  cli_init(argv[0]);
+  Settings s;
+  std::vector<const char *> words = parse_options(argc, argv, s);
+  if (words.size() < 2) cli_usage_error("a command and an agent are needed");
+  const std::string command = words[0] == std::string("getnext") ? "next" : words[0];
+  const char **args = words.data() + 2;
+  size_t count = words.size() - 2;
+  const int step = command == "set" ? 3 : 1;
   if (command == "get" || command == "next") {
-    if (count < 1) quit(2, "%s needs at least one OID", command.c_str());
+    if (count < 1) cli_usage_error("%s needs at least one OID", command.c_str());
   } else if (command == "set") {
-    if (count < 3 || count % 3 != 0) quit(2, "set needs OID TYPE VALUE triples");
+    if (count < 3 || count % 3 != 0) cli_usage_error("set needs OID TYPE VALUE triples");
+    if (count / 3 > SNMPCALL_CHUNK && !s.split)
+      cli_usage_error(
+          "a set of %zu bindings would go in several requests and not be atomic; "
+          "give at most %d, or --split",
+          count / 3, SNMPCALL_CHUNK);
   } else if (command == "walk") {
-    if (count > 1) quit(2, "walk takes one OID");
+    if (count > 1) cli_usage_error("walk takes one OID");
   } else {
-    quit(2, "unknown command '%s'", command.c_str());
+    cli_usage_error("unknown command '%s'", command.c_str());
   }
-  int step = command == "set" ? 3 : 1;
-  for (int i = 0; i < count; i += step) {
+
+  tools::load_names();
+  std::vector<SnmpVarBindEMS> request;
+  for (size_t i = 0; i < count; i += step) {
     SnmpVarBindEMS b{};
-    parse_oid(args[i], b.oid, &b.oid_length);
+    if (!tools::read_oid(args[i], b.oid, &b.oid_length, command == "walk" ? 1 : 2))
+      cli_usage_error("unknown object identifier '%s'", args[i]);
     if (step == 3) {
       std::string refused = tools::read_value(args[i + 1], args[i + 2], &b);
-      if (!refused.empty()) quit(2, "%s", refused.c_str());
+      if (!refused.empty()) cli_usage_error("%s", refused.c_str());
     }
     request.push_back(b);
   }
   if (command == "walk" && request.empty()) {
     SnmpVarBindEMS root{};
-    parse_oid("1.3.6.1.2.1", root.oid, &root.oid_length);
+    tools::read_oid("1.3.6.1.2.1", root.oid, &root.oid_length);
     request.push_back(root);
   }
 
-  uint32_t address = agent_address(argv[optind + 1]);
-  load_mib_labels();
-  snmp_call_info *sci = init_snmp_call(timeout, retries);
-  if (sci == nullptr) quit(1, "cannot open a UDP socket: %s", strerror(errno));
-  init_snmp_request(sci, address, community);
+  uint32_t address = agent_address(words[1]);
+  // The library waits in whole seconds and counts sends, not retries.
+  snmp_call_info *sci =
+      init_snmp_call(static_cast<int>(std::ceil(s.timeout)), static_cast<int>(s.retries) + 1);
+  if (sci == nullptr) fail(std::string("cannot open a UDP socket: ") + strerror(errno));
+  init_snmp_request(sci, address, s.community);
+  int status = 0;
   if (command == "walk") {
-    walk(sci, request[0]);
+    walk(sci, request[0], s);
+  } else if (command == "get") {
+    status = get(sci, request, s);
   } else {
     std::vector<SnmpVarBindEMS> response(request.size());
-    int reqtype = command == "get" ? SNMP_GET_REQ : command == "next" ? SNMP_GET_NEXT_REQ : SNMP_SET_REQ;
     if (do_array_call(sci, request.data(), response.data(), static_cast<int>(request.size()),
-                      reqtype) != 0)
-      call_failed(sci, request);
-    for (SnmpVarBindEMS &b : response)
-      if (b.oid_length > 0) print_binding(b);
+                      command == "set" ? SNMP_SET_REQ : SNMP_GET_NEXT_REQ) != 0)
+      fail(failure(sci, request, s.names));
+    check_answered(response);
+    for (SnmpVarBindEMS &b : response) print_binding(b, s);
   }
   close_snmp_call(sci);
-  return 0;
+  return status;
 }

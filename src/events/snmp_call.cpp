@@ -258,12 +258,18 @@ extern "C" EVENTS_EXPORT int do_array_call(snmp_call_info *sci, SnmpVarBindEMS *
                                            SnmpVarBindEMS *outarray, int size, int reqtype) {
   sci->request.command = static_cast<unsigned char>(reqtype);
   int result = 0;
+  int sent = 0;  // bindings of the chunks before this one
   while (size > 0) {
     int n = std::min(size, SNMPCALL_CHUNK);
     if (reqtype != SNMP_SET_REQ)
       for (int i = 0; i < n; ++i) inarray[i].type = ASN_NULL;
     result = snmp_call(sci, inarray, outarray, n);
-    if (result != 0) return result;
+    if (result != 0) {
+      // The agent counts within its chunk; the caller counts in the array.
+      if (result > 0 && sci->response.errindex > 0) sci->response.errindex += sent;
+      return result;
+    }
+    sent += n;
     inarray += n;
     outarray += n;
     size -= n;

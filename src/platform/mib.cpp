@@ -19,7 +19,11 @@ namespace {
 // the way to a deeper label have an empty label.
 struct LabelTree {
   std::vector<std::string> labels{std::string()};
+  // Each node's parent and arc, so a node found by its label gives its path.
+  std::vector<uint32_t> parents{0};
+  std::vector<ObjectIdEMS> arcs{0};
   std::unordered_map<uint64_t, uint32_t> children;
+  std::unordered_multimap<std::string, uint32_t> by_label;
 
   static uint64_t key(uint32_t parent, ObjectIdEMS arc) {
     return (static_cast<uint64_t>(parent) << 32) | arc;
@@ -35,10 +39,39 @@ struct LabelTree {
     uint32_t node = 0;
     for (int i = 0; i < length; ++i) {
       auto [slot, added] = children.try_emplace(key(node, objid[i]), labels.size());
-      if (added) labels.emplace_back();
+      if (added) {
+        labels.emplace_back();
+        parents.push_back(node);
+        arcs.push_back(objid[i]);
+      }
       node = slot->second;
     }
     labels[node] = label;
+    by_label.emplace(label, node);
+  }
+
+  // The node labelled `label` under `parent`, or anywhere when `anywhere`
+  // (the first one read); 0 when there is none.
+  uint32_t find(const std::string &label, uint32_t parent, bool anywhere) const {
+    auto [first, last] = by_label.equal_range(label);
+    uint32_t found = 0;
+    for (auto it = first; it != last; ++it) {
+      // A label replaced by a later line no longer names its node.
+      if (labels[it->second] != label || (!anywhere && parents[it->second] != parent)) continue;
+      if (found == 0 || it->second < found) found = it->second;
+    }
+    return found;
+  }
+
+  // Writes the arcs from the root to `node` at the end of objid.
+  bool path(uint32_t node, ObjectIdEMS *objid, int capacity, int *length) const {
+    int depth = 0;
+    for (uint32_t n = node; n != 0; n = parents[n]) ++depth;
+    if (*length + depth > capacity) return false;
+    for (uint32_t n = node, i = 0; n != 0; n = parents[n], ++i)
+      objid[*length + depth - 1 - i] = arcs[n];
+    *length += depth;
+    return true;
   }
 };
 
@@ -134,6 +167,47 @@ extern "C" EVENTS_EXPORT int sprint__objid(char *buf, int buflen, const ObjectId
     append(buf, buflen, used, text);
   }
   return used;
+}
+
+extern "C" EVENTS_EXPORT int KZmib_read_objid(const char *text, ObjectIdEMS *objid,
+                                              int *objid_len) {
+  int capacity = *objid_len;
+  *objid_len = 0;
+  const LabelTree &tree = mib().tree;
+  const char *module_end = strstr(text, "::");
+  if (module_end != nullptr) text = module_end + 2;
+  // A leading dot anchors the first component at the root; a label
+  // without it is looked up anywhere in the tree.
+  bool anywhere = *text != '.';
+  if (!anywhere) ++text;
+  if (*text == '\0') return -1;
+  uint32_t node = 0;  // the labelled node the arcs so far lead to, if any
+  int length = 0;
+  for (const char *p = text; *p != '\0';) {
+    size_t size = strcspn(p, ".");
+    std::string component(p, size);
+    p += size;
+    if (*p == '.' && *++p == '\0') return -1;
+    if (component.empty()) return -1;
+    if (component.find_first_not_of("0123456789") == std::string::npos) {
+      ObjectIdEMS arc[1];
+      int one = 1;
+      if (length >= capacity || KZmib_read_numeric_objid(component.c_str(), arc, &one) != 0)
+        return -1;
+      objid[length++] = arc[0];
+      node = node != 0 || length == 1 ? tree.child(node, arc[0]) : 0;
+    } else {
+      if (length > 0 && node == 0) return -1;  // under an unlabelled arc
+      uint32_t found = tree.find(component, node, anywhere && length == 0);
+      if (found == 0) return -1;
+      // A label names its whole path: the arcs before it are its own.
+      length = 0;
+      if (!tree.path(found, objid, capacity, &length)) return -1;
+      node = found;
+    }
+  }
+  *objid_len = length;
+  return 0;
 }
 
 extern "C" EVENTS_EXPORT void print_rawobjid(const ObjectIdEMS *objid, int objidlen) {
