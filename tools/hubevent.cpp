@@ -626,6 +626,7 @@ int listen_command(const Options &options, int argc) {
     if (waits[1].revents) break;
     snmp_trap_reset_capacities(&trap, kMaxBindings);
     trap_headerEMS *header = nullptr;
+    errno = 0;  // set only when the receive, not the decoding, fails
     int length = recv_event_hdr(&ei, &trap, vars, &header);
     if (length > 0) {
       Classified classified;
@@ -646,7 +647,7 @@ int listen_command(const Options &options, int argc) {
       fprintf(stderr, "%s: the daemon closed the connection\n", cli_name());
       status = 1;
       break;
-    } else if (length == EVENT_RECV_ERROR || length == EVENT_RECV_NOT_SEQUENCE ||
+    } else if ((length == EVENT_RECV_ERROR && errno == 0) || length == EVENT_RECV_NOT_SEQUENCE ||
                length == EVENT_RECV_BAD_SIZE) {
       if (length == EVENT_RECV_ERROR && ei.trans == EVENT_TRANS_TCP_RAW) {
         fprintf(stderr, "%s: the stream holds a message whose length cannot be read\n",
