@@ -3,7 +3,7 @@
 //
 //   hubevent send [OPTIONS] event NUMBER DESCRIPTION [OPTIONS]
 //   hubevent send [OPTIONS] trap ENTERPRISE GENERIC SPECIFIC [OID TYPE VALUE]... [OPTIONS]
-//   hubevent listen [OPTIONS] [--format [KIND]] [--json]
+//   hubevent listen [OPTIONS] [--format [KIND]] [--json] [FILTERS]
 //
 // Exit status: 0 done, 1 the connection or a send or receive failed,
 // 2 bad usage.
@@ -22,10 +22,10 @@
 #include <cctype>
 #include <cerrno>
 #include <climits>
+#include <clocale>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <clocale>
 #include <cstring>
 #include <ctime>
 #include <string>
@@ -171,7 +171,8 @@ event_infoEMS open_udp_port(const Options &options, const std::string &host,
   hints.ai_socktype = SOCK_DGRAM;
   addrinfo *found = nullptr;
   int resolved = getaddrinfo(host.c_str(), port.c_str(), &hints, &found);
-  if (resolved != 0) failure("cannot connect by udp to %s: %s", options.name.c_str(), gai_strerror(resolved));
+  if (resolved != 0)
+    failure("cannot connect by udp to %s: %s", options.name.c_str(), gai_strerror(resolved));
   relay_out = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   int pair[2];
   if (relay_out < 0 || connect(relay_out, found->ai_addr, found->ai_addrlen) != 0 ||
@@ -213,7 +214,8 @@ event_infoEMS connect_hub(const Options &options) {
   if (options.trans == EVENT_TRANS_UDP) {
     std::string name = options.name.rfind("udp:", 0) == 0 ? options.name.substr(4) : options.name;
     size_t colon = name.rfind(':');
-    if (colon != std::string::npos) return open_udp_port(options, name.substr(0, colon), name.substr(colon + 1));
+    if (colon != std::string::npos)
+      return open_udp_port(options, name.substr(0, colon), name.substr(colon + 1));
   }
   event_infoEMS ei{};
   ei.status = options.status;
@@ -410,6 +412,7 @@ Classified classify(int kind, snmp_trap_infoEMS &trap, SnmpVarBindEMS *vars) {
   if (result.category == -1) return result;
   result.shown = true;
   result.text = text;
+  if (host == nullptr) return result;  // the configuration could not be reloaded
   trap_record *record = nullptr;
   enterprise_info *enterprise = nullptr;
   find_trap_format(trap.enterprise, static_cast<unsigned>(trap.elen), trap.gen, trap.specific,
