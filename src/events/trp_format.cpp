@@ -51,6 +51,7 @@ struct FormatterState {
   char text[kTextArea];
   char when[64] = "";
   time_t when_rendered = 0;
+  std::string oid_file;  // getOidToLabelFile's text
 };
 
 FormatterState state;
@@ -382,11 +383,10 @@ extern "C" EVENTS_EXPORT void find_trap_format(ObjectIdEMS *enterprise_oid,
 }
 
 extern "C" EVENTS_EXPORT const char *getOidToLabelFile(void) {
-  static std::string path;
   char *joined = _KZConcatPath(_KZconfDirName(), "oid_to_label");
-  path = joined != nullptr ? joined : "";
+  state.oid_file = joined != nullptr ? joined : "";
   free(joined);
-  return path.c_str();
+  return state.oid_file.c_str();
 }
 
 namespace {
