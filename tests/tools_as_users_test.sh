@@ -27,9 +27,9 @@ expect_in() {
   local file=$1; shift
   for text in "$@"; do grep -qF -- "$text" "$file" || fail "$file lacks: $text"; done
 }
-# Waits up to five seconds for a condition.
+# Waits up to ten seconds for a condition.
 wait_for() {
-  for _ in $(seq 50); do eval "$1" && return 0; sleep 0.1; done
+  for _ in $(seq 100); do eval "$1" && return 0; sleep 0.1; done
   fail "timed out waiting for: $1"
 }
 free_udp_port() {
@@ -126,7 +126,7 @@ printf 'disableAuthorization yes\nformat1 TRAP %%a|%%N|%%w|%%q|%%v\\n\n' >"$work
 snmptrapd -f -Lo -n -C -c "$work/snmptrapd.conf" -m "" -M "" -On "udp:127.0.0.1:$trapd" \
   >"$work/trapd.out" 2>&1 &
 pids+=($!)
-sleep 1
+wait_for "grep -q 'NET-SNMP version' '$work/trapd.out'"
 hubevent send -t udp -n "127.0.0.1:$trapd" --agent 10.1.2.3 trap 1.3.6.1.4.1.49999 6 17 \
   1.3.6.1.4.1.49999.1.1 x "de:ad:be:ef"
 wait_for "grep -q '^TRAP' '$work/trapd.out'"
