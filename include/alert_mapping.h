@@ -43,7 +43,9 @@ typedef struct alert_record {
   detailed_data_record **detailed_data;
 } alert_record;
 
-/* open_vora_lock_file resolves the path (*path points to a static copy),
+/* getVoradConfFile returns the path as the environment names it now
+ *   (static text, valid until the next call of this family).
+ * open_vora_lock_file resolves the path (*path points to a static copy),
  *   opens it with `mode` and requests a write lock on the whole file.
  *   0 on success; -1 when it cannot be opened; -2 when another process
  *   holds it locked through every retry (about 20 seconds); the stream is
@@ -64,6 +66,7 @@ typedef struct alert_record {
  *   be written (a line on standard error says which; the backup holds the
  *   previous content).  *conffile_ptr points to the path.
  * print_vora_rec writes one format's mapping as the file holds it. */
+EVENTS_EXPORT const char *getVoradConfFile(void);
 EVENTS_EXPORT int open_vora_lock_file(const char *mode, FILE **fp, char **path);
 EVENTS_EXPORT int read_voraspec_file(char **errstring_ptr);
 EVENTS_EXPORT int insert_malloc_alert_record(enterprise_info *enterprise_ptr, char *alertname,

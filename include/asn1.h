@@ -27,7 +27,9 @@ EVENTS_BEGIN_DECLS
  * it with a separate count. */
 typedef uint32_t ObjectIdEMS;
 
-/* Type octets: the ASN.1 universal class and the SNMPv1 application class. */
+/* Type octets: the ASN.1 universal class and the SNMPv1 application class.
+ * Left out beside net-snmp, whose macros have the same values. */
+#ifndef EVENTS_BESIDE_NETSNMP
 #define ASN_INTEGER 0x02
 #define ASN_OCTET_STR 0x04
 #define ASN_NULL 0x05
@@ -38,6 +40,7 @@ typedef uint32_t ObjectIdEMS;
 #define ASN_GAUGE 0x42
 #define ASN_TIMETICKS 0x43
 #define ASN_OPAQUE 0x44
+#endif
 /* Not a wire type: asks asnBuildInt09class for an unsigned value written
  * under the INTEGER type. */
 #define ASN_UNSIGNED_INTEGER 7

@@ -20,8 +20,11 @@
 
 EVENTS_BEGIN_DECLS
 
-/* A sub-identifier, as the envelope and binding layers name it. */
+/* A sub-identifier, as the envelope and binding layers name it; left out
+ * beside net-snmp, whose oid is wider. */
+#ifndef EVENTS_BESIDE_NETSNMP
 typedef uint32_t oid;
+#endif
 
 /* Trap-PDU type octet. */
 #define SNMP_TRAP_PDU 0xA4
@@ -92,11 +95,11 @@ EVENTS_EXPORT unsigned char *auth_build(unsigned char *data, int *length,
  * IpAddress, Counter, Gauge and TimeTicks are read as an int32_t at var_val,
  * OCTET STRING as var_val_len octets, OBJECT IDENTIFIER as var_val_len
  * sub-identifiers; NULL has no value.  Opaque and other types are refused. */
-EVENTS_EXPORT unsigned char *parse_var_op(unsigned char *data, oid *var_name,
+EVENTS_EXPORT unsigned char *parse_var_op(unsigned char *data, ObjectIdEMS *var_name,
                                           int *var_name_len, unsigned char *var_val_type,
                                           int *var_val_len, unsigned char **var_val,
                                           int *listlength);
-EVENTS_EXPORT unsigned char *build_var_op(unsigned char *data, const oid *var_name,
+EVENTS_EXPORT unsigned char *build_var_op(unsigned char *data, const ObjectIdEMS *var_name,
                                           const int *var_name_len, unsigned char var_val_type,
                                           int var_val_len, const unsigned char *var_val,
                                           int *listlength);
@@ -121,13 +124,21 @@ EVENTS_EXPORT unsigned char *build_var_op(unsigned char *data, const oid *var_na
  * enterprise fails.
  *
  * snmp_trap_reset_capacities sets clen to 127, elen to 128 and maxvars to
- * `maxvars`, the caller's binding array size: the largest capacities. */
+ * `maxvars`, the caller's binding array size: the largest capacities.
+ *
+ * The agent address has two forms.  The decoder leaves sti->agent with its
+ * octets in memory in wire order (10.1.2.3 is the octets 10, 1, 2, 3, as
+ * in a struct in_addr), while the encoder reads sti->agent as a number in
+ * host order (0x0A010203).  A relay that re-sends a decoded trap converts
+ * first: sti->agent = snmp_trap_agent_for_encoder(sti), which is ntohl of
+ * the decoded value. */
 EVENTS_EXPORT int snmpBuildTrapEMS(unsigned char *out_data, int *out_length,
                                    snmp_trap_infoEMS *sti, struct event_infoEMS_s *ei,
                                    EMSsnmpVarBind *vars);
 EVENTS_EXPORT int snmp_parse_trap(unsigned char *buf, int len, snmp_trap_infoEMS *sti,
                                   struct event_infoEMS_s *ei, EMSsnmpVarBind *vars);
 EVENTS_EXPORT void snmp_trap_reset_capacities(snmp_trap_infoEMS *sti, int maxvars);
+EVENTS_EXPORT uint32_t snmp_trap_agent_for_encoder(const snmp_trap_infoEMS *sti);
 
 /* SNMPv2c notifications.
  *
@@ -177,7 +188,9 @@ EVENTS_EXPORT void snmp_trap_reset_capacities(snmp_trap_infoEMS *sti, int maxvar
 #define SNMP_INFORM_PDU 0xA6
 #define SNMP_TRAP2_PDU 0xA7
 #define SNMP_RESPONSE_PDU 0xA2
+#ifndef EVENTS_BESIDE_NETSNMP
 #define ASN_COUNTER64 0x46
+#endif
 
 #define SNMP_NOTIFICATION_OK 0
 #define SNMP_NOTIFICATION_MALFORMED (-1)       /* not well-formed BER, or cut short */

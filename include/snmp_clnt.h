@@ -51,11 +51,14 @@ EVENTS_STATIC_ASSERT(sizeof(snmp_info) == 156, "snmp_info layout");
  * response->clen the community capacity (at most 128 is used).  Returns 0
  * or -1.  A response with more bindings than maxvars decodes maxvars of
  * them and leaves response->vars at maxvars + 1: callers clamp it.  A
- * binding of a type it does not know is counted and left undecoded. */
+ * binding of a type it does not know is counted and left undecoded.
+ * Not declared beside net-snmp, which exports a snmp_parse of its own. */
 EVENTS_EXPORT int snmpBuild09(unsigned char *out_data, int *out_length, snmp_info *request,
                               SnmpVarBindEMS *vars);
+#ifndef EVENTS_BESIDE_NETSNMP
 EVENTS_EXPORT int snmp_parse(unsigned char *data, int length, snmp_info *response,
                              SnmpVarBindEMS *vars);
+#endif
 
 /* One exchange on the open UDP socket `sd`: sends `request` to `address`,
  * waits up to five seconds for one datagram and decodes it.  Returns 1

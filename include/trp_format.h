@@ -374,9 +374,12 @@ typedef enum {
 } rtrap_user;
 
 /* Load flags of the formatter; clearing one makes the next trp_format load
- * that part again. */
+ * that part again.  getOidToLabelFile returns the path of the OID name file
+ * the formatter loads, as the environment names it now (static text, valid
+ * until the next call); the MIB label file is KZmib_get_mib_filename's. */
 EVENTS_EXPORT extern int have_read_mibtxt;
 EVENTS_EXPORT extern int have_read_mappings;
+EVENTS_EXPORT const char *getOidToLabelFile(void);
 
 /* trp_format appends the lines of one trap to the NUL-terminated text in
  * `buffer` (max_buffer_len bytes in all), points *host_name at the host

@@ -38,16 +38,17 @@ wait_for() {
 }
 
 # The whole road: traps go through the development hub to two listeners
-# that format them, one as the operator's display shows traps, one as the
-# daemon's log writes them.  The example configuration is used with its
-# node list in the work directory, where this machine is a critical node.
+# that format them: the operator's display by the bundled examples as
+# installed (--examples), and the daemon's log by a configuration of the
+# demo's own (found through KZHUBDCONF and KZ_CONF_DIR, as the library finds
+# it) whose node list makes this machine a critical node.
 socket=$work/hubd.socket
 udp_port=$((20000 + RANDOM % 20000))
 export KZ_HUBD_SOCKET=$socket  # the default transport (5) connects here
 { cat examples/critical-nodes.list; echo "localhost   this machine, for the demo"; } \
   >"$work/critical-nodes.list"
 sed "s#/usr/KZ/conf/C/#$work/#" examples/hubd.conf >"$work/hubd.conf"
-export KZHUBDCONF=$work/hubd.conf KZ_CONF_DIR=$PWD/examples KZ_MIB_FILE=$PWD/examples/mib.labels
+export KZHUBDCONF=$work/hubd.conf KZ_CONF_DIR=$PWD/examples
 echo
 echo "== hubd-dev --unix $socket --udp 127.0.0.1:$udp_port"
 build/tools/hubd-dev --unix "$socket" --udp "127.0.0.1:$udp_port" >"$work/hub.log" 2>&1 &
@@ -55,25 +56,27 @@ hub_pid=$!
 wait_for "[ -S '$socket' ]"
 
 # The listeners run until the last trap, the datagram, has reached both.
-build/tools/hubevent listen --format >"$work/display.out" 2>"$work/display.err" &
+build/tools/hubevent listen --examples --format --color=never >"$work/display.out" 2>"$work/display.err" &
 listen_pid=$!
-build/tools/hubevent listen --format hubd >"$work/log.out" 2>"$work/log.err" &
+build/tools/hubevent listen --format hubd --verbose >"$work/log.out" 2>"$work/log.err" &
 log_pid=$!
-build/tools/hubevent listen --json >"$work/json.out" 2>"$work/json.err" &
+build/tools/hubevent listen --json --format hubd --examples >"$work/json.out" 2>"$work/json.err" &
 json_pid=$!
 wait_for "grep -q listening '$work/display.err' && grep -q listening '$work/log.err' && grep -q listening '$work/json.err'"
 
-echo "== linkDown from localhost, a critical node: its node-specific format"
-build/tools/hubevent send --agent 127.0.0.1 trap 1.3.6.1.6.3.1.1.5 2 0 \
-  1.3.6.1.2.1.2.2.1.1.3 i 3 1.3.6.1.2.1.2.2.1.7.3 i 1 1.3.6.1.2.1.2.2.1.8.3 i 2
+echo "== the daemon's log listener reads (hubevent listen --format hubd --verbose)"
+sed -n 's/^hubevent: //p' "$work/log.err" | grep -v listening
+echo "== linkDown from localhost: a critical node in the demo's configuration"
+build/tools/hubevent send trap 1.3.6.1.6.3.1.1.5 2 0 \
+  1.3.6.1.2.1.2.2.1.1.3 i 3 1.3.6.1.2.1.2.2.1.7.3 i 1 1.3.6.1.2.1.2.2.1.8.3 i 2 --agent 127.0.0.1
 echo "== a Cisco trap without a format of its own: the enterprise's wildcard format"
 build/tools/hubevent send --agent 127.0.0.1 trap 1.3.6.1.4.1.9.9.99 6 5 \
   1.3.6.1.4.1.9.9.99.1.1.0 s "fan tray 2 removed"
-echo "== a trap of an enterprise nobody configured: the fallback format"
-build/tools/hubevent send --agent 127.0.0.1 trap 1.3.6.1.4.1.7777.1 6 12 \
-  1.3.6.1.4.1.7777.1.4.0 c 42
+echo "== a trap of an enterprise nobody configured, as a datagram to the hub's UDP port"
+build/tools/hubevent send -t udp -n "127.0.0.1:$udp_port" --agent 127.0.0.1 trap 1.3.6.1.4.1.7777.1 6 12 \
+  1.3.6.1.4.1.7777.1.4.0 c 42 1.3.6.1.4.1.7777.1.5.0 x "00:1b:21:3a:4f:01"
 echo "== a platform event from source 8"
-build/tools/hubevent send -s 8 --host gateway7 event 58917937 "Backup of the configuration finished."
+build/tools/hubevent send event 58917937 "Backup of the configuration finished." -s 8 --host gateway7
 echo "== net-snmp's snmpinform -v2c: linkUp, translated and acknowledged by the hub"
 snmpinform -v2c -c public -m "" -M "" "127.0.0.1:$udp_port" 360000 1.3.6.1.6.3.1.1.5.4 \
   1.3.6.1.2.1.2.2.1.1.3 i 3 1.3.6.1.2.1.2.2.1.7.3 i 1 1.3.6.1.2.1.2.2.1.8.3 i 1 \
@@ -88,14 +91,17 @@ listen_pid=
 log_pid=
 json_pid=
 echo
-echo "== the operator's display (hubevent listen --format)"
+echo "== the operator's display (hubevent listen --examples --format)"
 cat "$work/display.out"
 echo
 echo "== the daemon's log (hubevent listen --format hubd)"
 cat "$work/log.out"
 echo
-echo "== the translated inform as a JSON line (hubevent listen --json)"
+echo "== the translated inform as a JSON line (hubevent listen --json --format hubd)"
 grep '"trap_oid":"1.3.6.1.6.3.1.1.5.4"' "$work/json.out"
+echo
+echo "== format, category and severity of every trap: jq on the JSON lines"
+jq -r '[.enterprise, .format, .category, .category_name, .severity] | @tsv' <"$work/json.out"
 echo
 echo "== hubconf import-mib NET-SNMP-AGENT-MIB: formats from a vendor's module, hub told"
 build/tools/hubconf import-mib NET-SNMP-AGENT-MIB

@@ -101,7 +101,8 @@ TEST(DevHub, RelaysEventsFromEveryTransport) {
 TEST(DevHub, HubeventSendsAndListens) {
   SKIP_UNLESS_PORT_162_FREE();
   HubSetup setup;
-  ChildProcess listen({HUBEVENT_PATH, "listen", "-t", "unix", "-n", setup.path, "--count", "3"});
+  // The sender's connected and disconnecting events are shown, not counted.
+  ChildProcess listen({HUBEVENT_PATH, "listen", "-t", "unix", "-n", setup.path, "--count", "1"});
   ASSERT_NE(listen.wait_for_line("hubevent: listening", 5s), "");
   ASSERT_EQ(run_command({HUBEVENT_PATH, "send", "-t", "tcp", "-n", setup.host, "-s", "3", "trap",
                          "1.3.6.1.4.1.49999.9", "6", "33", "1.3.6.1.2.1.1.5.0", "s", "router",
@@ -109,8 +110,8 @@ TEST(DevHub, HubeventSendsAndListens) {
                          "1.3.6.1.4.1.49999"}),
             0);
   const char *from_hubevent[] = {"enterprise  1.3.6.1.4.1.49999.9", "specific    33",
-                                 "= STRING \"router\"", "= TimeTicks 4294967295",
-                                 "= OID 1.3.6.1.4.1.49999"};
+                                 "= OctetString: \"router\"", "= Ticks: 4294967295",
+                                 "= ObjectIdentifier: 1.3.6.1.4.1.49999"};
   for (const char *line : from_hubevent) EXPECT_NE(listen.wait_for_line(line, 5s), "") << line;
   EXPECT_EQ(listen.wait_for_line("hubevent: ", 5s), "") << "listen ends after --count traps";
   int status = listen.stop();

@@ -12,7 +12,8 @@ trap 'rm -rf "$prefix"' EXIT
 cmake --install "$build" --prefix "$prefix" >/dev/null
 "$prefix/bin/hubconf" --version | grep -q '^hubconf (libevents) [0-9]'
 for page in man1/hubevent.1 man1/hubd-dev.1 man1/hubconf.1 man1/hubsnmp.1 man1/codeptcat-build.1 \
-    man5/hubd.conf.5; do
+    man5/hubd.conf.5 man3/libevents-event.3 man3/libevents-codec.3 man3/libevents-format.3 \
+    man3/libevents-config.3 man3/libevents-snmpcall.3; do
   test -s "$(dirname "$(find "$prefix" -name hubconf.1)")/../$page"
 done
 

@@ -267,7 +267,7 @@ TEST(NotificationInterop, ListenPrintsOneJsonObjectPerTrap) {
   const std::string udp = "127.0.0.1:" + std::to_string(free_udp_port());
   auto hub = start_dev_hub({"--unix", path, "--udp", udp});
   ChildProcess listen({HUBEVENT_PATH, "listen", "-t", "unix", "-n", path, "--json", "--format",
-                       "--count", "4"});
+                       "--examples", "--count", "2"});
   ASSERT_NE(listen.wait_for_line("hubevent: listening", 5s), "");
   ASSERT_EQ(run_command({HUBEVENT_PATH, "send", "-t", "unix", "-n", path, "--agent", "10.1.2.3",
                          "--community", "pub\"lic", "trap", "1.3.6.1.4.1.49999.6.3.1", "6", "17",
@@ -278,9 +278,9 @@ TEST(NotificationInterop, ListenPrintsOneJsonObjectPerTrap) {
   ASSERT_EQ(run_command({"snmptrap", "-v2c", "-c", "public", "-m", "", "-M", "", udp, "4242",
                          "1.3.6.1.6.3.1.1.5.3", "1.3.6.1.2.1.2.2.1.1.2", "i", "2"}),
             0);
-  // Around its trap the sender's connect and disconnect events arrive.
+  // The sender's connect and disconnect events are not shown on the display.
   nlohmann::json sent, translated;
-  for (int i = 0; i < 4; ++i) {
+  for (int i = 0; i < 2; ++i) {
     std::string line = listen.wait_for_line("{\"trap\":", 5s);
     ASSERT_NE(line, "") << i;
     nlohmann::json trap = nlohmann::json::parse(line);
@@ -292,7 +292,8 @@ TEST(NotificationInterop, ListenPrintsOneJsonObjectPerTrap) {
   EXPECT_EQ(sent["trap_oid"], "1.3.6.1.4.1.49999.6.3.1.0.17");
   ASSERT_EQ(sent["bindings"].size(), 4u);
   EXPECT_EQ(sent["bindings"][0]["value"], "Hello\x01\nWorld");
-  EXPECT_EQ(sent["bindings"][1]["value"], "0xc3 a9 74 c3 a9");
+  EXPECT_EQ(sent["bindings"][1]["value"], "\xc3\xa9t\xc3\xa9");
+  EXPECT_EQ(sent["bindings"][1]["encoding"], "text");
   EXPECT_EQ(sent["bindings"][2]["value"], -5);
   EXPECT_EQ(sent["bindings"][3]["value"], 4294967295u);
   EXPECT_EQ(sent["bindings"][3]["type"], "Counter");

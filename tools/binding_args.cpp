@@ -77,12 +77,13 @@ bool read_oid(const char *text, ObjectIdEMS *arcs, uint32_t *length, int least) 
 
 namespace {
 
-// Hex pairs or decimal octets, separated by blanks (or dots for decimal).
+// Hex pairs or decimal octets, separated by blanks (or colons for hex, as
+// in "00:11:22", and dots for decimal).
 bool read_octets(const char *value, bool hex, SnmpVarBindEMS *b) {
   b->val_len = 0;
   const char *p = value;
   while (*p != '\0') {
-    if (isspace(static_cast<unsigned char>(*p)) || (!hex && *p == '.')) {
+    if (isspace(static_cast<unsigned char>(*p)) || *p == (hex ? ':' : '.')) {
       ++p;
       continue;
     }

@@ -29,7 +29,8 @@ bool read_oid(const char *text, ObjectIdEMS *arcs, uint32_t *length, int least =
 
 // Fills b's type and value from a TYPE letter and VALUE text: i INTEGER,
 // u Gauge, c Counter, t TimeTicks, a IpAddress, s OCTET STRING, x hex
-// pairs, d decimal octets (blank- or dot-separated), o OBJECT IDENTIFIER,
+// pairs (blank- or colon-separated), d decimal octets (blank- or
+// dot-separated), o OBJECT IDENTIFIER,
 // n NULL.  Returns "" or the reason the text was refused.
 std::string read_value(const char *type, const char *value, SnmpVarBindEMS *b);
 

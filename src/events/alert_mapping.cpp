@@ -397,7 +397,7 @@ void print_codepoints(FILE *fp, const alert_record *record) {
 
 extern "C" {
 
-EVENTS_EXPORT int open_vora_lock_file(const char *mode, FILE **fp, char **path) {
+EVENTS_EXPORT const char *getVoradConfFile(void) {
   const char *configured = getenv("VORAD_CONF");
   if (configured != nullptr) {
     snprintf(vora.path, sizeof vora.path, "%s", configured);
@@ -406,6 +406,11 @@ EVENTS_EXPORT int open_vora_lock_file(const char *mode, FILE **fp, char **path) 
     snprintf(vora.path, sizeof vora.path, "%s", joined);
     free(joined);
   }
+  return vora.path;
+}
+
+EVENTS_EXPORT int open_vora_lock_file(const char *mode, FILE **fp, char **path) {
+  getVoradConfFile();
   *path = vora.path;
   *fp = fopen(vora.path, mode);
   if (*fp == nullptr) return -1;

@@ -1,6 +1,8 @@
 // Trap decoder: one SNMPv1 Trap message to snmp_trap_infoEMS and a
 // caller-owned array of bindings.
 
+#include <arpa/inet.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -206,4 +208,8 @@ extern "C" EVENTS_EXPORT void snmp_trap_reset_capacities(snmp_trap_infoEMS *sti,
   sti->clen = SNMP_COMMUNITY_MAX - 1;
   sti->elen = SNMP_OID_MAX;
   sti->maxvars = maxvars;
+}
+
+extern "C" EVENTS_EXPORT uint32_t snmp_trap_agent_for_encoder(const snmp_trap_infoEMS *sti) {
+  return ntohl(sti->agent);
 }

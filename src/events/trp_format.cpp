@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -50,6 +51,7 @@ struct FormatterState {
   char text[kTextArea];
   char when[64] = "";
   time_t when_rendered = 0;
+  std::string oid_file;  // getOidToLabelFile's text
 };
 
 FormatterState state;
@@ -380,6 +382,13 @@ extern "C" EVENTS_EXPORT void find_trap_format(ObjectIdEMS *enterprise_oid,
   *enterprise_ptr_ptr = nullptr;
 }
 
+extern "C" EVENTS_EXPORT const char *getOidToLabelFile(void) {
+  char *joined = _KZConcatPath(_KZconfDirName(), "oid_to_label");
+  state.oid_file = joined != nullptr ? joined : "";
+  free(joined);
+  return state.oid_file.c_str();
+}
+
 namespace {
 
 // Loads what the formatter needs and is not loaded yet; 2 with the reason
@@ -403,15 +412,11 @@ int load_configuration(char *buffer, int max_buffer_len) {
     }
   }
   if (!have_read_mappings) {
-    char *path = _KZConcatPath(_KZconfDirName(), "oid_to_label");
-    if (path != nullptr) {
-      oidnode *tree = parseOidFile(path);
-      if (tree != nullptr) {
-        if (oidTree != nullptr) oidFreeTree(oidTree);
-        oidTree = tree;
-        have_read_mappings = 1;
-      }
-      free(path);
+    oidnode *tree = parseOidFile(getOidToLabelFile());
+    if (tree != nullptr) {
+      if (oidTree != nullptr) oidFreeTree(oidTree);
+      oidTree = tree;
+      have_read_mappings = 1;
     }
   }
   return 0;

@@ -7,6 +7,7 @@
 #include <string.h>
 
 #include "../cli.h"
+#include "../config_files.h"
 #include "hubconf.h"
 
 static const struct {
@@ -28,14 +29,32 @@ static void usage(FILE *out) {
   size_t i;
   fputs("usage: hubconf COMMAND [ARGS]...\n"
         "       hubconf --version\n"
-        "  COMMAND --help describes one command.\n\ncommands:\n",
+        "  COMMAND --help describes one command; --verbose anywhere lists the\n"
+        "  configuration files the command used.\n\ncommands:\n",
         out);
   for (i = 0; i < sizeof commands / sizeof commands[0]; ++i)
     fprintf(out, "  %-14s %s\n", commands[i].name, commands[i].summary);
 }
 
+/* Takes --verbose out of the arguments (up to a "--"); returns whether it
+ * was there. */
+static int take_verbose(int *argc, char **argv) {
+  int i, kept = 0, found = 0, options = 1;
+  for (i = 0; i < *argc; ++i) {
+    if (options && strcmp(argv[i], "--") == 0) options = 0;
+    if (options && strcmp(argv[i], "--verbose") == 0)
+      found = 1;
+    else
+      argv[kept++] = argv[i];
+  }
+  *argc = kept;
+  argv[kept] = NULL;
+  return found;
+}
+
 int main(int argc, char **argv) {
   size_t i;
+  int verbose = take_verbose(&argc, argv);
   cli_init(argv[0]);
   if (argc >= 2 && (strcmp(argv[1], "-h") == 0 || strcmp(argv[1], "--help") == 0)) {
     usage(stdout);
@@ -46,7 +65,13 @@ int main(int argc, char **argv) {
     return 0;
   }
   if (argc < 2) cli_usage_error("a command is required");
-  for (i = 0; i < sizeof commands / sizeof commands[0]; ++i)
-    if (strcmp(argv[1], commands[i].name) == 0) return commands[i].run(argc - 1, argv + 1);
+  for (i = 0; i < sizeof commands / sizeof commands[0]; ++i) {
+    if (strcmp(argv[1], commands[i].name) == 0) {
+      /* --verbose: once the command is done, which files it used. */
+      int status = commands[i].run(argc - 1, argv + 1);
+      if (verbose) config_report(stderr);
+      return status;
+    }
+  }
   cli_usage_error("unknown command %s", argv[1]);
 }
