@@ -11,6 +11,7 @@
 #include "kz_mib.h"
 #include "kz_platform.h"
 #include "oidtree.h"
+#include "trp_format.h"
 
 namespace tools {
 
@@ -57,13 +58,10 @@ bool read_tree_name(const char *text, ObjectIdEMS *arcs, int *count) {
 
 void load_names() {
   KZmib_load_mib();
-  char *path = _KZConcatPath(_KZconfDirName(), "oid_to_label");
-  if (path == nullptr) return;
-  if (oidnode *tree = parseOidFile(path)) {
+  if (oidnode *tree = parseOidFile(getOidToLabelFile())) {
     if (oidTree != nullptr) oidFreeTree(oidTree);
     oidTree = tree;
   }
-  free(path);
 }
 
 bool read_oid(const char *text, ObjectIdEMS *arcs, uint32_t *length, int least) {

@@ -775,6 +775,7 @@ int main(int argc, char **argv) {
 
   Options options;
   bool examples = false;
+  const char *enterprise = nullptr;
   options.color = color_wanted("auto");
   std::vector<char *> words;
   opterr = 0;
@@ -843,8 +844,7 @@ int main(int argc, char **argv) {
           options.severity = severity_number(optarg);
           break;
         case kEnterprise:
-          if (!tools::read_oid(optarg, options.enterprise, &options.enterprise_length))
-            usage_error("bad enterprise '%s'", optarg);
+          enterprise = optarg;  // read once the configuration is known
           break;
         case 'h':
           fputs(kUsage, stdout);
@@ -870,6 +870,11 @@ int main(int argc, char **argv) {
       usage_error("bad agent address '%s'", options.agent);
   }
   if (examples && config_use_examples() != 0) return 1;
+  // Identifiers may be names of the MIB label file and oid_to_label.
+  tools::load_names();
+  if (enterprise != nullptr &&
+      !tools::read_oid(enterprise, options.enterprise, &options.enterprise_length))
+    usage_error("bad enterprise '%s'", enterprise);
   int rest = static_cast<int>(words.size());
   words.push_back(nullptr);
   char **args = words.data();
