@@ -5,11 +5,16 @@
 #include <gtest/gtest.h>
 #include <pwd.h>
 #include <signal.h>
+#include <fcntl.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <regex>
 #include <string>
@@ -210,16 +215,47 @@ TEST_F(Writer, ChangeNoticeReachesTheHubOrWarns) {
   unsetenv("KZ_HUBD_SOCKET");
 }
 
+// Adds `count` trap formats, enough to grow a small file past a few KiB.
+void add_formats(int count) {
+  enterprise_info *e = enterprise_list_head.next;
+  for (int i = 1; i <= count; ++i)
+    insertMallocTrapRecord(e, const_cast<char *>("t"), 6, i, 0, nullptr, 9, 'A',
+                           doStrdup("a format long enough to grow the file quickly: $*"), nullptr,
+                           nullptr, nullptr, 1, 0, 0, nullptr, 0, nullptr, nullptr);
+}
+
+// What a reader makes of the file: "" when it reads, else its error.
+std::string read_error(const std::string &path) {
+  setHubdConfFile(path.c_str());
+  char *error = nullptr;
+  int result = read_trapspec_file(&error);
+  return result == 0 ? std::string() : std::string(error);
+}
+
+const char kOriginal[] =
+    "cisco {1.3.6.1.4.1.9}\nt0 {1.3.6.1.4.1.9} 6 0 A 1 0 \"IGNORE\"\nfirst\nSDESC\nEDESC\n";
+
 // A child rewrites a small configuration as a large one under a file-size
-// limit.  With SIGXFSZ turned into SIGKILL it dies inside a write after the
-// truncation; with SIGXFSZ ignored the write fails and must be reported.
-TEST_F(Writer, WriterDyingOrFailingMidWriteLeavesTheBackupWhole) {
-  const std::string original =
-      "cisco {1.3.6.1.4.1.9}\nt0 {1.3.6.1.4.1.9} 6 0 A 1 0 \"IGNORE\"\nfirst\nSDESC\nEDESC\n";
-  for (bool killed : {true, false}) {
-    SCOPED_TRACE(killed ? "killed" : "write fails");
+// limit, which stops the backup's write or the configuration's.  Killed
+// (SIGXFSZ made SIGKILL), the configuration is the old one or a file every
+// reader refuses, naming the backup; failing (SIGXFSZ ignored), the old
+// content is put back.  Either way the backup is whole.
+TEST_F(Writer, WriterDyingOrFailingMidWriteLosesNothing) {
+  const std::string previous_backup = "previous backup\n" + std::string(8000, 'p') + "\n";
+  struct Case {
+    bool killed;
+    rlim_t limit;   // below the backup's size stops its write
+    bool in_backup;
+  } cases[] = {{true, 4096, true}, {false, 4096, true}, {true, 16384, false},
+               {false, 16384, false}};
+  for (const Case &c : cases) {
+    SCOPED_TRACE(std::string(c.killed ? "killed" : "write fails") +
+                 (c.in_backup ? " in the backup" : " in the configuration"));
+    // A backup's write meets the limit only when the old content exceeds it.
+    const std::string original =
+        kOriginal + std::string(c.in_backup ? "#" + std::string(6000, 'c') + "\n" : "");
     write_file(conf_, original);
-    write_file(vora_, "");
+    write_file(conf_ + ".bak", previous_backup);
     fflush(nullptr);
     pid_t child = fork();
     ASSERT_GE(child, 0);
@@ -227,34 +263,139 @@ TEST_F(Writer, WriterDyingOrFailingMidWriteLeavesTheBackupWhole) {
       char *message = nullptr, *error = nullptr;
       FILE *fp = lockHubdConfFile(&message);
       if (fp == nullptr || read_trapspec_file(&error) != 0) _exit(3);
-      enterprise_info *e = enterprise_list_head.next;
-      for (int i = 1; i < 400; ++i)
-        insertMallocTrapRecord(e, const_cast<char *>("t"), 6, i, 0, nullptr, 9, 'A',
-                               doStrdup("a format long enough to grow the file quickly: $*"),
-                               nullptr, nullptr, nullptr, 1, 0, 0, nullptr, 0, nullptr, nullptr);
-      signal(SIGXFSZ, killed ? +[](int) { raise(SIGKILL); } : SIG_IGN);
-      rlimit limit = {8192, 8192};
+      add_formats(400);
+      signal(SIGXFSZ, c.killed ? +[](int) { raise(SIGKILL); } : SIG_IGN);
+      rlimit limit = {c.limit, c.limit};
       setrlimit(RLIMIT_FSIZE, &limit);
       _exit(write_trapspec_file(fp) == 0 ? 0 : 1);
     }
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
-    if (killed) {
+    if (c.killed) {
       ASSERT_TRUE(WIFSIGNALED(status)) << status;
-      EXPECT_EQ(WTERMSIG(status), SIGKILL);
     } else {
       ASSERT_TRUE(WIFEXITED(status));
       EXPECT_EQ(WEXITSTATUS(status), 1);
     }
-    EXPECT_NE(read_file(conf_), original);
-    EXPECT_EQ(read_file(conf_ + ".bak"), original);
-    setHubdConfFile((conf_ + ".bak").c_str());
-    char *error = nullptr;
-    ASSERT_EQ(read_trapspec_file(&error), 0) << error;
-    ASSERT_NE(nameToExactTrap("t0"), nullptr);
-    EXPECT_STREQ(nameToExactTrap("t0")->description.rawstring, "first");
+    EXPECT_EQ(read_file(conf_ + ".bak"), c.in_backup ? previous_backup : original);
+    const std::string now = read_file(conf_);
+    if (now != original) {
+      EXPECT_TRUE(c.killed && !c.in_backup) << now.substr(0, 200);
+      EXPECT_EQ(read_error(conf_), "Incomplete file: its writer stopped part-way; the previous "
+                                   "content is in \"" + conf_ + ".bak\"\n");
+    }
+    if (!c.in_backup) {
+      EXPECT_EQ(read_error(conf_ + ".bak"), "");
+    }
     setHubdConfFile(conf_.c_str());
   }
+}
+
+// The backup is the previous content of the file written, beside that
+// file, whatever the stream: an export file leaves the configuration's
+// backup alone; a write-only stream is read through a second descriptor;
+// an empty or a non-regular file has no backup.  A symbolic link in the
+// backup's place is refused; the backup gets the file's mode.
+TEST_F(Writer, BackupBelongsToTheFileWrittenAndIsWrittenSafely) {
+  const std::string exported = dir_.file("export.conf"), target = dir_.file("target");
+  struct Case {
+    const char *name;
+    std::string file, before;  // what the written file held
+    bool write_only;
+    bool backup;               // a backup of `before` is expected
+  } cases[] = {
+      {"export file", exported, "old export\n", true, true},
+      {"write-only configuration", conf_, kOriginal, true, true},
+      {"read-write configuration", conf_, kOriginal, false, true},
+      {"empty file", exported, "", false, false},
+      {"not a regular file", "/dev/null", "", true, false},
+  };
+  for (const Case &c : cases) {
+    SCOPED_TRACE(c.name);
+    write_file(conf_, kOriginal);
+    write_file(conf_ + ".bak", "real backup\n");
+    unlink((exported + ".bak").c_str());
+    if (c.file != "/dev/null") write_file(c.file, c.before);
+    int fd = open(c.file.c_str(), c.write_only ? O_WRONLY : O_RDWR);
+    ASSERT_GE(fd, 0);
+    FILE *fp = fdopen(fd, c.write_only ? "w" : "r+");
+    ASSERT_EQ(write_trapspec_file(fp), 0);
+    if (c.file != "/dev/null") {
+      EXPECT_NE(read_file(c.file).find("# display categories:"), std::string::npos);
+    }
+    std::string backup = c.file + ".bak";
+    struct stat info;
+    EXPECT_EQ(stat(backup.c_str(), &info) == 0, c.backup);
+    if (c.backup) {
+      EXPECT_EQ(read_file(backup), c.before);
+    }
+    if (c.file != conf_) {
+      EXPECT_EQ(read_file(conf_ + ".bak"), "real backup\n");
+    }
+  }
+
+  write_file(conf_, kOriginal);
+  chmod(conf_.c_str(), 0600);
+  write_file(conf_ + ".bak", "world-readable backup\n");
+  chmod((conf_ + ".bak").c_str(), 0666);
+  char *message = nullptr;
+  FILE *fp = lockHubdConfFile(&message);
+  ASSERT_EQ(write_trapspec_file(fp), 0);
+  struct stat info;
+  ASSERT_EQ(stat((conf_ + ".bak").c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 0777, 0600u);
+  EXPECT_EQ(read_file(conf_ + ".bak"), kOriginal);
+
+  write_file(target, "not to be touched\n");
+  unlink((conf_ + ".bak").c_str());
+  ASSERT_EQ(symlink(target.c_str(), (conf_ + ".bak").c_str()), 0);
+  const std::string current = read_file(conf_);
+  fp = lockHubdConfFile(&message);
+  testsupport::CapturedStream err(2);
+  EXPECT_EQ(write_trapspec_file(fp), -1);
+  EXPECT_NE(err.text().find("the backup's name is a symbolic link"), std::string::npos);
+  fclose(fp);
+  EXPECT_EQ(read_file(target), "not to be touched\n");
+  EXPECT_EQ(read_file(conf_), current);
+}
+
+// A full file system: the new content does not fit, and the old content is
+// put back; the backup does not fit, and nothing is touched.  Needs a
+// small tmpfs, which only root can mount.
+TEST_F(Writer, FullFileSystemLosesNothing) {
+  const std::string mnt = dir_.file("small");
+  mkdir(mnt.c_str(), 0700);
+  if (mount("tmpfs", mnt.c_str(), "tmpfs", 0, "size=64k") != 0)
+    GTEST_SKIP() << "cannot mount a small tmpfs: " << strerror(errno);
+  const std::string conf = mnt + "/hubd.conf", filler = mnt + "/filler";
+  for (int free_pages : {2, 0}) {
+    SCOPED_TRACE(free_pages == 0 ? "no room for the backup" : "no room for the new content");
+    unlink(filler.c_str());
+    write_file(conf, kOriginal);
+    write_file(conf + ".bak", "previous backup\n");
+    int fd = open(filler.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    ASSERT_GE(fd, 0);
+    char page[4096] = {};
+    off_t filled = 0;
+    while (write(fd, page, sizeof page) == static_cast<ssize_t>(sizeof page)) filled += 4096;
+    ASSERT_EQ(ftruncate(fd, filled - 4096 * free_pages), 0);
+    close(fd);
+    setHubdConfFile(conf.c_str());
+    char *message = nullptr, *error = nullptr;
+    FILE *fp = lockHubdConfFile(&message);
+    ASSERT_NE(fp, nullptr);
+    ASSERT_EQ(read_trapspec_file(&error), 0) << error;
+    add_formats(400);
+    testsupport::CapturedStream err(2);
+    EXPECT_EQ(write_trapspec_file(fp), -1);
+    EXPECT_NE(err.text().find("No space left on device"), std::string::npos) << err.text();
+    fclose(fp);
+    EXPECT_EQ(read_file(conf), kOriginal);
+    EXPECT_EQ(read_file(conf + ".bak"), free_pages == 0 ? "previous backup\n" : kOriginal);
+    free_all_info();
+  }
+  setHubdConfFile(conf_.c_str());
+  umount2(mnt.c_str(), MNT_DETACH);
 }
 
 }  // namespace

@@ -56,8 +56,8 @@ const char *description_problem(const char *text) {
 }
 
 const char *format_problem(const char *text) {
-  if (text[0] == '\0') return "is empty";
-  if (blank(text[0])) return "begins with a blank";
+  if (text[0] == ' ' || text[0] == '\t') return "begins with a blank";
+  if (text[0] == '#') return "begins with \"#\", which makes its line a comment";
   if (strlen(text) > kFormatMax) return "is longer than 4094 bytes";
   return nullptr;
 }
@@ -87,8 +87,8 @@ const char *text_problem(int kind, const char *text) {
     case TRAP_TEXT_DESCRIPTION:
       return description_problem(text);
     case TRAP_TEXT_NODE:
-      if (has_any(text, ",")) return "holds a comma";
-      return word_problem(text);
+      if (text[0] == '\0') return "is empty";
+      return has_any(text, ", \t\r\v\f") ? "holds a blank or a comma" : nullptr;
     case TRAP_TEXT_EVENT_CLASS:
       return nullptr;
     case TRAP_TEXT_SLOT_NAME:
@@ -128,8 +128,8 @@ bool record_ok(const trap_record *r, std::string *why) {
     *why = what + "its display category is not defined";
     return false;
   }
-  if (!isgraph(static_cast<unsigned char>(r->source))) {
-    *why = what + "its source is not a visible character";
+  if (r->source == '\0' || isspace(static_cast<unsigned char>(r->source))) {
+    *why = what + "its source is a blank";
     return false;
   }
   if (!check(why, what + "the name", TRAP_TEXT_NAME, r->name) ||

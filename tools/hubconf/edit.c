@@ -219,7 +219,7 @@ static int writable(const char *what, int kind, const char *text) {
   const char *problem;
   if (text == NULL || (text[0] == '\0' && kind != TRAP_TEXT_FORMAT && kind != TRAP_TEXT_NAME))
     return 1;
-  problem = trapTextProblem(kind, text);
+  problem = text[0] == '\0' ? "is empty" : trapTextProblem(kind, text);
   if (problem == NULL) return 1;
   fprintf(stderr, "hubconf set: %s %s\n", what, problem);
   return 0;
@@ -344,14 +344,19 @@ static int parse_set(int argc, char **argv, struct set_request *request) {
     return 2;
   /* What hubconf check would warn about is set only on purpose. */
   if (!request->options.force &&
-      ((request->has_generic && hubconf_lint_value("hubconf set: --generic", request->generic,
-                                                   NULL, stderr) > 0) ||
-       (request->format != NULL &&
-        hubconf_lint_value("hubconf set: --format", 0, request->format, stderr) > 0) ||
-       (request->exec != NULL &&
-        hubconf_lint_value("hubconf set: --exec", 0, request->exec, stderr) > 0) ||
-       (request->display != NULL &&
-        hubconf_lint_value("hubconf set: --display", 0, request->display, stderr) > 0))) {
+      (request->has_generic ? hubconf_lint_value("hubconf set: --generic", request->generic, NULL,
+                                                 stderr)
+                            : 0) +
+              (request->format != NULL
+                   ? hubconf_lint_value("hubconf set: --format", 0, request->format, stderr)
+                   : 0) +
+              (request->exec != NULL
+                   ? hubconf_lint_value("hubconf set: --exec", 0, request->exec, stderr)
+                   : 0) +
+              (request->display != NULL
+                   ? hubconf_lint_value("hubconf set: --display", 0, request->display, stderr)
+                   : 0) >
+          0) {
     fputs("hubconf set: not set; give --force to set it all the same\n", stderr);
     return 1;
   }
