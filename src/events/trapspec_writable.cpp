@@ -5,6 +5,7 @@
 #include <cctype>
 #include <cstring>
 #include <string>
+#include <unordered_set>
 
 #include "trapspec_check.h"
 #include "trapspec_writer.h"
@@ -191,11 +192,18 @@ bool model_writable(std::string *why) {
       *why = what + "its name or wait time cannot be written";
       return false;
     }
+    for (int j = 0; j < i; ++j)
+      if (strcmp(actionCommands[j].name, a.name) == 0) {
+        *why = what + "another action has the same name";
+        return false;
+      }
     if (!check(why, what + "the name", TRAP_TEXT_ACTION_NAME, a.name) ||
         !check(why, what + "the command", TRAP_TEXT_ACTION_COMMAND, a.cmd) ||
         !check(why, what + "the description", TRAP_TEXT_DESCRIPTION, a.description))
       return false;
   }
+  // The reader updates a format of the same name instead of adding one.
+  std::unordered_set<std::string> names;
   for (const enterprise_info *e = enterprise_list_head.next; e != nullptr; e = e->next) {
     const std::string what = std::string("enterprise \"") + e->enterprise_name + "\": ";
     if (e->oid_len < 1 || e->oid_len > kMaxWrittenArcs) {
@@ -203,8 +211,13 @@ bool model_writable(std::string *why) {
       return false;
     }
     if (!check(why, what + "the name", TRAP_TEXT_ENTERPRISE_NAME, e->enterprise_name)) return false;
-    for (const trap_record *r = e->trap_rec_list_head.next; r != nullptr; r = r->next)
+    for (const trap_record *r = e->trap_rec_list_head.next; r != nullptr; r = r->next) {
       if (!record_ok(r, why) || merged_when_read(r, why)) return false;
+      if (!names.insert(r->name).second) {
+        *why = std::string("trap format \"") + r->name + "\": another format has the same name";
+        return false;
+      }
+    }
   }
   return true;
 }
