@@ -483,8 +483,11 @@ const char *alert_list_problem(const alert_record *list) {
 bool mappings_writable(std::string *why) {
   for (const enterprise_info *e = enterprise_list_head.next; e != nullptr; e = e->next)
     for (const trap_record *r = e->trap_rec_list_head.next; r != nullptr; r = r->next) {
-      const char *problem =
-          r->alert_element != nullptr ? alert_list_problem(r->alert_element) : nullptr;
+      const char *problem = nullptr;
+      if (r->alert_element != nullptr && strcmp(r->alert_record_name, r->name) != 0)
+        problem = "names another format";  // the reader hangs it by that name
+      else if (r->alert_element != nullptr)
+        problem = alert_list_problem(r->alert_element);
       if (problem != nullptr) {
         *why = std::string("the alert mapping of \"") + r->name + "\" " + problem;
         return false;
