@@ -126,7 +126,8 @@ TEST_F(ImportMib, TestModulesBecomeTrapFormatsOnceOnly) {
   EXPECT_NE(output_.find("1 kept as they were (--replace replaces them)"), std::string::npos);
   EXPECT_EQ(read_file(conf_), tuned);
   ASSERT_EQ(hubconf({"import-mib", "--dry-run", "--replace", "-M", kMibs, "EVENTS-TEST-V1-MIB"}), 0);
-  EXPECT_NE(output_.find("\n-Fan $1 tuned\n+A fan stopped turning."), std::string::npos) << output_;
+  EXPECT_NE(output_.find("\n-Fan $1 tuned\n"), std::string::npos) << output_;
+  EXPECT_NE(output_.find("\n+A fan stopped turning."), std::string::npos) << output_;
   EXPECT_EQ(read_file(conf_), tuned);
   ASSERT_EQ(hubconf({"import-mib", "--replace", "-M", kMibs, "-S", "Minor", "EVENTS-TEST-V1-MIB"}),
             0);
@@ -206,6 +207,23 @@ TEST_F(ImportMib, FailuresChangeNothing) {
   EXPECT_NE(output_.find("no display category \"Nope\""), std::string::npos) << output_;
   EXPECT_EQ(read_file(conf_), before);
   EXPECT_FALSE(exists(names));
+}
+
+// A module that nests identifiers 2,000 levels deep is walked without
+// running out of stack.
+TEST_F(ImportMib, DeepModule) {
+  std::string module =
+      "DEEP-MIB DEFINITIONS ::= BEGIN\nIMPORTS enterprises FROM SNMPv2-SMI;\n"
+      "d0 OBJECT IDENTIFIER ::= { enterprises 49990 }\n";
+  for (int i = 1; i <= 2000; ++i)
+    module += "d" + std::to_string(i) + " OBJECT IDENTIFIER ::= { d" + std::to_string(i - 1) +
+              " 1 }\n";
+  const std::string mib = dir_.file("DEEP-MIB.txt"), labels = dir_.file("mib.labels");
+  write_file(mib, module + "END\n");
+  ASSERT_EQ(hubconf({"import-mib", "--labels", labels, mib}), 0) << output_;
+  const std::string written = read_file(labels);
+  EXPECT_NE(written.find("\n1.3.6.1.4.1.49990.1.1 d2\n"), std::string::npos);
+  EXPECT_NE(written.find(" d2000\n"), std::string::npos);
 }
 
 // Import with names and labels, check, then a trap from snmptrap through

@@ -541,6 +541,19 @@ TEST_F(Writer, BackupBelongsToTheFileWrittenAndIsWrittenSafely) {
   EXPECT_EQ(read_file(conf_), current);
 }
 
+// The locked configuration and the alert file are not inherited by
+// programs the editor starts: the lock would outlive the editor.
+TEST_F(Writer, StreamsAreNotInheritedByPrograms) {
+  write_file(conf_, kOriginal);
+  char *message = nullptr, *path = nullptr;
+  FILE *conf = lockHubdConfFile(&message), *vora = nullptr;
+  ASSERT_NE(conf, nullptr);
+  ASSERT_EQ(open_vora_lock_file("r", &vora, &path), 0);
+  for (FILE *fp : {conf, vora}) EXPECT_NE(fcntl(fileno(fp), F_GETFD) & FD_CLOEXEC, 0);
+  fclose(vora);
+  fclose(conf);
+}
+
 // A full file system: the new content does not fit, and the old content is
 // put back; the backup does not fit, and nothing is touched.  Needs a
 // small tmpfs, which only root can mount.
