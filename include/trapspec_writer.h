@@ -37,11 +37,12 @@ EVENTS_BEGIN_DECLS
  * write_trapspec_file writes the whole model over the file fp is open on
  *   (fp may be write-only) and closes it.  A regular, non-empty file is
  *   first saved to its backup (a new file, with the file's mode, renamed
- *   over the old backup; a symbolic link in its place is refused).  0; -1
- *   when fp is NULL, when the model holds a text that would not read back,
- *   or when the backup cannot be saved (fp is then left open and the file
- *   untouched), or when the new content could not be written (fp is closed;
- *   the file holds its previous content again, or else the backup does).
+ *   over the old backup; a symbolic link in its place is refused).  0; or
+ *   -1, with fp left open, when fp is NULL, when the model holds a text
+ *   that would not read back, when the backup cannot be saved (the file is
+ *   untouched), or when the new content cannot be written (the file holds
+ *   its previous content again, or else is refused by every reader as
+ *   incomplete and the backup holds it).
  *   Every failure also prints a line on standard error.
  * print_trap_rec writes one trap format; oid/oid_len is its enterprise's
  *   identifier. */

@@ -6,9 +6,10 @@
  * the same lock, only when the edit touched a mapped trap format and the
  * file had been read without error.  A file holding a format that the
  * library replaced because of its length is not rewritten without --force,
- * since the rewrite would lose the format.  The library's own messages are printed as they come: the lock
- * refusal, the reader's error, the change-notice warning (which does not
- * make the edit fail: the file is written). */
+ * since the rewrite would lose the format.  The library's own messages are
+ * printed as they come: the lock refusal, the reader's error, the
+ * change-notice warning (which does not make the edit fail: the file is
+ * written). */
 #define _GNU_SOURCE
 #include <errno.h>
 #include <fcntl.h>
