@@ -182,7 +182,7 @@ static enum import_result import_one(const struct import_request *request,
       return UNCHANGED;
     }
     if (!request->replace) {
-      printf("hubconf import-mib: kept %s, which differs from %s in the module\n", existing->name,
+      printf("hubconf import-mib: kept %s as it is; the module's %s differs\n", existing->name,
              notification->name);
       doFree(format);
       doFree(description);
