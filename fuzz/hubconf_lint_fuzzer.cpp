@@ -33,6 +33,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     abort();
   lint_findings found;
   int warnings = hubconf_lint(conf_path, null_report, &found);
-  if (found.warnings != warnings || found.replaced_formats > warnings || found.comments < 0) abort();
+  if (found.warnings != warnings || found.replaced_formats > warnings || found.comments < 0)
+    abort();
   return 0;
 }

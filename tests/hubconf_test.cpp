@@ -304,8 +304,8 @@ TEST_F(HubconfEdits, SetRefusesWhatWouldNotReadBackAndWarningsWithoutForce) {
       EXPECT_EQ(run({"delete", "t"}).first, 0);
     }
   }
-  EXPECT_EQ(run({"set", "#t", "-e", "cisco", "-g", "6", "-s", "1", "-c", "IGNORE", "-f", "x"}).first,
-            2);
+  EXPECT_EQ(
+      run({"set", "#t", "-e", "cisco", "-g", "6", "-s", "1", "-c", "IGNORE", "-f", "x"}).first, 2);
 }
 
 // A format the library replaced for its length is warned about and keeps
@@ -314,8 +314,9 @@ TEST_F(HubconfEdits, SetRefusesWhatWouldNotReadBackAndWarningsWithoutForce) {
 // is refused with the way back.
 TEST_F(HubconfEdits, FilesTheLibraryWouldNotWriteBackAsTheyAre) {
   const std::string long_format = std::string(4095, 'f');
-  testsupport::write_file(conf_, std::string(kConf) + "# my note\nlong {1.3.6.1.4.1.9} 6 1 A 1 0 "
-                                                      "\"IGNORE\"\n" + long_format + "\nSDESC\nEDESC\n");
+  testsupport::write_file(conf_, std::string(kConf) +
+                                     "# my note\nlong {1.3.6.1.4.1.9} 6 1 A 1 0 \"IGNORE\"\n" +
+                                     long_format + "\nSDESC\nEDESC\n");
   auto [checked, warnings] = run({"check"});
   EXPECT_EQ(checked, 0);
   EXPECT_NE(warnings.find(conf_ + ":10: warning: the text is longer than 4094 bytes"),
@@ -363,7 +364,8 @@ TEST_F(HubconfEdits, EnterprisesCategoriesAndActions) {
       {{"delete-category", "Env Events"}, 0, "", ""},
       {{"set-action", "Ping", "10", "ping -c 1 $A", "Pings it."}, 0,
        "ACTION 10 \"Ping\" ping -c 1 $A\nSDESC\nPings it.\nEDESC\n", ""},
-      {{"set-action", "Ping", "5", "ping $A"}, 0, "ACTION 5 \"Ping\" ping $A\nSDESC\n\nEDESC\n", ""},
+      {{"set-action", "Ping", "5", "ping $A"}, 0,
+       "ACTION 5 \"Ping\" ping $A\nSDESC\n\nEDESC\n", ""},
       {{"set-action", "Bad \"name\"", "5", "x"}, 2, "", "the title holds a double quote"},
       {{"delete-action", "Ping"}, 0, "", ""},
   };

@@ -125,7 +125,8 @@ TEST_F(ImportMib, TestModulesBecomeTrapFormatsOnceOnly) {
   EXPECT_NE(output_.find("kept fanFailed"), std::string::npos) << output_;
   EXPECT_NE(output_.find("1 kept as they were (--replace replaces them)"), std::string::npos);
   EXPECT_EQ(read_file(conf_), tuned);
-  ASSERT_EQ(hubconf({"import-mib", "--dry-run", "--replace", "-M", kMibs, "EVENTS-TEST-V1-MIB"}), 0);
+  ASSERT_EQ(
+      hubconf({"import-mib", "--dry-run", "--replace", "-M", kMibs, "EVENTS-TEST-V1-MIB"}), 0);
   EXPECT_NE(output_.find("\n-Fan $1 tuned\n"), std::string::npos) << output_;
   EXPECT_NE(output_.find("\n+A fan stopped turning."), std::string::npos) << output_;
   EXPECT_EQ(read_file(conf_), tuned);

@@ -211,14 +211,15 @@ TEST_F(Writer, GeneratedModelsReadBackAsWritten) {
       if (!accepted(TRAP_TEXT_ACTION_NAME, name) || !accepted(TRAP_TEXT_ACTION_COMMAND, cmd) ||
           !accepted(TRAP_TEXT_DESCRIPTION, description))
         continue;
-      actionCommands = static_cast<actionCmd *>(
-          doRealloc(actionCommands, sizeof(actionCmd) * static_cast<unsigned>(numActionCommands + 1)));
+      actionCommands = static_cast<actionCmd *>(doRealloc(
+          actionCommands, sizeof(actionCmd) * static_cast<unsigned>(numActionCommands + 1)));
       actionCommands[numActionCommands++] = {doStrdup(name.c_str()), doStrdup(description.c_str()),
                                              below(100), doStrdup(cmd.c_str())};
     }
     for (int e = 1 + below(2); e > 0; --e) {
       std::vector<ObjectIdEMS> oid = {1, 3, 6, 1, 4, 1};
-      for (int arcs = below(4); arcs >= 0; --arcs) oid.push_back(static_cast<ObjectIdEMS>(below(9)));
+      for (int arcs = below(4); arcs >= 0; --arcs)
+        oid.push_back(static_cast<ObjectIdEMS>(below(9)));
       std::string name = pick(words) + std::to_string(e);
       if (!accepted(TRAP_TEXT_ENTERPRISE_NAME, name)) name = "enterprise" + std::to_string(e);
       insert_enterprise(oid.data(), oid.size(), name.c_str());

@@ -127,7 +127,8 @@ void set_error(char *errmem, const char *fmt, ...) {
 bool refuse_incomplete(FILE *fp, const char *conffile, char *errmem) {
   if (!events::rewrite_incomplete(fp)) return false;
   fclose(fp);
-  set_error(errmem, "Incomplete file: its writer stopped part-way; the previous content is in \"%s\"\n",
+  set_error(errmem,
+            "Incomplete file: its writer stopped part-way; the previous content is in \"%s\"\n",
             events::backup_path(conffile).c_str());
   return true;
 }

@@ -48,7 +48,8 @@ const char *description_problem(const char *text) {
     if (line[0] == ' ' || line[0] == '\t') return "has a line that begins with a blank";
     if (line[0] == '#') return "has a line that begins with \"#\", which is a comment";
     size_t keyword = strlen(edescKeyword);
-    if (strncmp(line, edescKeyword, keyword) == 0 && (line[keyword] == '\n' || line[keyword] == '\0'))
+    if (strncmp(line, edescKeyword, keyword) == 0 &&
+        (line[keyword] == '\n' || line[keyword] == '\0'))
       return "has a line that ends the description block";
     line = strchr(line, '\n');
     if (line != nullptr) ++line;

@@ -231,7 +231,8 @@ static int nodes_writable(const char *list) {
   int ok = 1;
   if (list == NULL) return 1;
   copy = doStrdup(list);
-  for (node = strtok_r(copy, " \t,", &rest); node != NULL && ok; node = strtok_r(NULL, " \t,", &rest))
+  for (node = strtok_r(copy, " \t,", &rest); node != NULL && ok;
+       node = strtok_r(NULL, " \t,", &rest))
     ok = writable("a node of --nodes", TRAP_TEXT_NODE, node);
   doFree(copy);
   return ok;

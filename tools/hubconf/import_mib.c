@@ -214,7 +214,8 @@ static int apply_import(const void *data, int *alerts_changed) {
     else
       ++count[result];
   }
-  printf("hubconf: %zu trap formats added, %zu replaced, %zu unchanged, %zu kept as they were%s%s\n",
+  printf("hubconf: %zu trap formats added, %zu replaced, %zu unchanged, %zu kept as they "
+         "were%s%s\n",
          count[ADDED], count[REPLACED], count[UNCHANGED], count[KEPT],
          count[KEPT] > 0 ? " (--replace replaces them)" : "", skipped > 0 ? ", some left out" : "");
   return count[ADDED] + count[REPLACED] > 0 ? 0 : HUBCONF_UNCHANGED;
@@ -329,8 +330,8 @@ static int write_names(const char *path, const struct mib_label *labels, size_t 
     free(temporary);
     return 0;
   }
-  if (stat(path, &existing) == 0) fchmod(fd, existing.st_mode & 07777);
-  else fchmod(fd, 0644);
+  /* The merged file keeps the mode of the one it replaces. */
+  fchmod(fd, stat(path, &existing) == 0 ? existing.st_mode & 07777 : 0644);
   module_entries(labels, count, mapping_syntax, &entries);
   ok = write_merged(fp, path, &entries, mapping_syntax) && !ferror(fp);
   free_entries(&entries);
@@ -447,8 +448,9 @@ int hubconf_import_mib(int argc, char **argv) {
     goto done;
   }
   load_hints(&request);
-  status = request.contents.notification_count > 0 ? hubconf_edit_cycle(apply_import, &request, &request.options)
-                                                       : 0;
+  status = request.contents.notification_count > 0
+               ? hubconf_edit_cycle(apply_import, &request, &request.options)
+               : 0;
   if (request.contents.notification_count == 0) puts("hubconf: no notifications in the modules");
   if (status == 0 && names != NULL &&
       !write_names(names, request.contents.names, request.contents.name_count, 1,

@@ -208,7 +208,8 @@ int hubconf_lint(const char *file, FILE *report, struct lint_findings *findings)
       check_quote(&lint, text);
     } else if (starts_with(text, execKeyword) || starts_with(text, displayKeyword)) {
       check_references(&lint, text);
-      check_length(&lint, text + strlen(starts_with(text, execKeyword) ? execKeyword : displayKeyword));
+      check_length(&lint, text + strlen(starts_with(text, execKeyword) ? execKeyword
+                                                                       : displayKeyword));
     } else if (starts_with(text, smapKeyword)) {
       in_slots = 1;
     } else if (!starts_with(text, nodesKeyword) && !starts_with(text, eventclassKeyword) &&
