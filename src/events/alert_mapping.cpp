@@ -18,7 +18,6 @@
 
 #include "config_backup.h"
 #include "config_line.h"
-#include "trapspec_model.h"
 #include "kz_platform.h"
 #include "trapspec_writer.h"
 
@@ -496,11 +495,7 @@ bool mappings_writable(std::string *why) {
   return true;
 }
 
-std::string mapping_text() {
-  char *text = nullptr;
-  size_t size = 0;
-  FILE *out = open_memstream(&text, &size);
-  if (out == nullptr) events::allocation_failed("malloc", 0);
+void write_mappings(FILE *out) {
   char when[200];
   time_t now = time(nullptr);
   struct tm local;
@@ -511,10 +506,6 @@ std::string mapping_text() {
     for (trap_record *r = e->trap_rec_list_head.next; r != nullptr; r = r->next)
       if (r->alert_element != nullptr)
         print_vora_rec(out, r, e->enterprise_oid, static_cast<int>(e->oid_len));
-  fclose(out);
-  std::string content(text, size);
-  free(text);
-  return content;
 }
 
 }  // namespace
@@ -615,7 +606,7 @@ EVENTS_EXPORT int write_voraspec_file(char **conffile_ptr) {
   if (!mappings_writable(&why)) {
     fprintf(stderr, "Not writing alert mapping file \"%s\": %s\n", vora.path, why.c_str());
     result = -3;
-  } else if (events::replace_content(fp, vora.path, mapping_text()) != 0) {
+  } else if (events::replace_content(fp, vora.path, events::text_written_by(write_mappings)) != 0) {
     result = -3;
   }
   release_lock(fp);

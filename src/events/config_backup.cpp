@@ -3,6 +3,8 @@
 
 #include "config_backup.h"
 
+#include "trapspec_model.h"
+
 #include <fcntl.h>
 #include <libgen.h>
 #include <limits.h>
@@ -193,6 +195,18 @@ int replace_content(FILE *fp, const char *configured, const std::string &content
             name.c_str(), failed, strerror(error), backup.c_str());
   }
   return -1;
+}
+
+std::string text_written_by(const std::function<void(FILE *)> &write) {
+  char *text = nullptr;
+  size_t size = 0;
+  FILE *out = open_memstream(&text, &size);
+  if (out == nullptr) allocation_failed("malloc", 0);
+  write(out);
+  fclose(out);
+  std::string content(text, size);
+  free(text);
+  return content;
 }
 
 bool rewrite_incomplete(FILE *fp) {

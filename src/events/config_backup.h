@@ -9,6 +9,7 @@
 #define EVENTS_SRC_CONFIG_BACKUP_H
 
 #include <cstdio>
+#include <functional>
 #include <string>
 
 namespace events {
@@ -29,6 +30,9 @@ std::string backup_path(const char *path);
 // the content.  fp stays open.  0; or -1 after one line on standard error
 // that says what happened and where the previous content is.
 int replace_content(FILE *fp, const char *configured, const std::string &content);
+
+// The text that `write` writes to the stream it is given.
+std::string text_written_by(const std::function<void(FILE *)> &write);
 
 // Whether the stream, at its start, holds a file whose rewriting never
 // ended.  Leaves the stream where it was.

@@ -21,7 +21,6 @@
 #include "events_msg.h"
 #include "kz_platform.h"
 #include "trapspec_check.h"
-#include "trapspec_model.h"
 #include "trapspec_writer.h"
 #include "trp_format.h"
 
@@ -158,11 +157,7 @@ void write_formats(FILE *out, enterprise_info *e) {
 }
 
 // The whole file, as the writer writes it.
-std::string model_text() {
-  char *text = nullptr;
-  size_t size = 0;
-  FILE *out = open_memstream(&text, &size);
-  if (out == nullptr) events::allocation_failed("malloc", 0);
+void write_model(FILE *out) {
   write_header(out);
   write_categories(out);
   write_actions(out);
@@ -172,10 +167,6 @@ std::string model_text() {
   fprintf(out, "#\n# User added trap formats:\n#\n");
   for (enterprise_info *e = enterprise_list_head.next; e != nullptr; e = e->next)
     write_formats(out, e);
-  fclose(out);
-  std::string content(text, size);
-  free(text);
-  return content;
 }
 
 }  // namespace
@@ -223,7 +214,7 @@ EVENTS_EXPORT int write_trapspec_file(FILE *fp) {
     fprintf(stderr, "Not writing hubdconf file: %s would not read back\n", why.c_str());
     return -1;
   }
-  if (events::replace_content(fp, getHubdConfFile(), model_text()) != 0) return -1;
+  if (events::replace_content(fp, getHubdConfFile(), events::text_written_by(write_model)) != 0) return -1;
   fclose(fp);
   return 0;
 }
