@@ -1,5 +1,6 @@
 // Runs hubconf check's warnings over arbitrary octets as a configuration
-// file.  The file lives in a memory file; the warnings go to /dev/null.
+// file, and checks that the findings agree with the count returned.  The
+// file lives in a memory file; the warnings go to /dev/null.
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -30,6 +31,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (conf_fd < 0) set_up();
   if (ftruncate(conf_fd, 0) != 0 || pwrite(conf_fd, data, size, 0) != static_cast<ssize_t>(size))
     abort();
-  hubconf_lint(conf_path, null_report);
+  lint_findings found;
+  int warnings = hubconf_lint(conf_path, null_report, &found);
+  if (found.warnings != warnings || found.replaced_formats > warnings || found.comments < 0)
+    abort();
   return 0;
 }

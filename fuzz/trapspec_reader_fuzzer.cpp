@@ -1,7 +1,11 @@
 // Reads arbitrary octets as hubd.conf through read_trapspec_file, then
-// walks and queries the model that was built, and empties it again.  The
-// file lives in a memory file; NODES source lists may name a fixed real
-// list file, which the fuzzer writes once.
+// walks and queries the model that was built.  After a good read the model
+// is written, read back and written again: the writer refuses it, or the
+// two writes are equal but for the time-stamp line.  The reader gives one
+// more of the eight default display categories on each read until all are
+// given, so the model is given them all before the first write.  The files
+// live in memory files; NODES source lists may name a fixed real list file,
+// which the fuzzer writes once, and stay paths.
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -10,17 +14,22 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "trp_format.h"
 
+#include "trapspec_writer.h"
+
 namespace {
 
-int conf_fd = -1;
+int conf_fd = -1, out_fd = -1;
 
 void set_up() {
   setlocale(LC_ALL, "C.UTF-8");
   conf_fd = memfd_create("hubd.conf", 0);
-  if (conf_fd < 0) abort();
+  out_fd = memfd_create("written", 0);
+  if (conf_fd < 0 || out_fd < 0) abort();
+  trpFormatExpandSourceFiles = 0;
   char path[64];
   snprintf(path, sizeof path, "/proc/self/fd/%d", conf_fd);
   setHubdConfFile(path);
@@ -49,17 +58,63 @@ void query_model() {
   }
 }
 
+void replace(int fd, const void *data, size_t size) {
+  if (ftruncate(fd, 0) != 0 || pwrite(fd, data, size, 0) != static_cast<ssize_t>(size)) abort();
+}
+
+void give_default_categories() {
+  static const struct {
+    int slot;
+    const char *name;
+  } defaults[] = {{9, "IGNORE"}, {7, "LOGONLY"}, {2, "Error Events"}, {0, "Threshold Events"},
+                  {1, "Network Topology Events"}, {3, "Status Events"},
+                  {4, "Node Configuration Events"}, {5, "Application Alert Events"}};
+  for (const auto &d : defaults)
+    if (EMScategories[d.slot] == nullptr) EMScategories[d.slot] = doStrdup(d.name);
+}
+
+// The file the writer writes; "" when the writer refuses the model.
+std::string written() {
+  FILE *out = fdopen(dup(out_fd), "w");
+  if (out == nullptr) abort();
+  replace(out_fd, "", 0);
+  if (write_trapspec_file(out) != 0) {
+    fclose(out);
+    return std::string();
+  }
+  std::string text;
+  char chunk[4096];
+  ssize_t got;
+  for (off_t at = 0; (got = pread(out_fd, chunk, sizeof chunk, at)) > 0; at += got)
+    text.append(chunk, static_cast<size_t>(got));
+  return text;
+}
+
+std::string without_stamp(std::string text) {
+  size_t stamp = text.find("# Created by qwmtrap at ");
+  if (stamp == std::string::npos) abort();
+  return text.erase(stamp, text.find('\n', stamp) - stamp);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (conf_fd < 0) set_up();
-  if (ftruncate(conf_fd, 0) != 0 || pwrite(conf_fd, data, size, 0) != static_cast<ssize_t>(size))
-    abort();
+  replace(conf_fd, data, size);
   char *error = nullptr;
   int result = read_trapspec_file(&error);
   if (error == nullptr || strlen(error) >= TRAPSPEC_ERROR_SIZE) abort();
   if (result == 0 && error[0] != '\0') abort();
   query_model();
+  if (result == 0) {
+    give_default_categories();
+    std::string first = written();
+    if (!first.empty()) {
+      replace(conf_fd, first.data(), first.size());
+      if (read_trapspec_file(&error) != 0 || without_stamp(written()) != without_stamp(first))
+        abort();
+    }
+  }
   free_all_info();
   return 0;
 }

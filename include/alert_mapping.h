@@ -56,16 +56,25 @@ typedef struct alert_record {
  *   an error stay in the model.
  * insert_malloc_alert_record hangs `alert_record_ptr` on the format named
  *   `alertname` and records that name; a list hung there before is
- *   released.  -1 when no format has that exact name.  The enterprise and
- *   numbers are not used.
+ *   released.  -1 when no format has that exact name, or (errno EINVAL)
+ *   when the file could not carry the list as it is: no subvector, a key 81
+ *   without a cause before it, two causes without a key 81 between them, a
+ *   detailed-data count that the code points do not call for, a text with a
+ *   tab, two blanks or a quote before a blank.  The list stays the
+ *   caller's then.  The enterprise and numbers are not used.
  * delete_vora_record releases a format's list and clears alert_element.
  * write_voraspec_file rewrites the file from every mapped format of the
- *   model.  The previous content is first saved to "<path>.bak" and the new
- *   content is flushed to disk before the lock ends.  0; or the code of
- *   open_vora_lock_file; or -3 when the backup or the new content could not
- *   be written (a line on standard error says which; the backup holds the
- *   previous content).  *conffile_ptr points to the path.
- * print_vora_rec writes one format's mapping as the file holds it. */
+ *   model, as write_trapspec_file rewrites hubd.conf: the previous content
+ *   saved to "<path>.bak", the new content written so that an interruption
+ *   leaves the old one or a file every reader refuses as incomplete.  0; or
+ *   the code of open_vora_lock_file; or -3 when a mapping would not read
+ *   back (a list changed after it was hung, or hung under a name its format
+ *   no longer has), or the backup or the new content could not be written
+ *   (a line on standard error says which).  *conffile_ptr points to the
+ *   path.  The stream is not inherited by programs the caller starts.
+ * print_vora_rec writes one format's mapping as the file holds it, a key
+ *   81 only after a cause, and a body line broken before it grows longer
+ *   than the reader takes. */
 EVENTS_EXPORT const char *getVoradConfFile(void);
 EVENTS_EXPORT int open_vora_lock_file(const char *mode, FILE **fp, char **path);
 EVENTS_EXPORT int read_voraspec_file(char **errstring_ptr);

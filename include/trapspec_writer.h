@@ -6,10 +6,13 @@
  * ends the lock), then sendFMTCHGevent so that hubd and the event displays
  * reload.  The lock is advisory: it keeps a second editor out, nothing
  * else, and it holds while the reader opens and closes the file again.
- * The writer saves the previous content to getHubdConfFile() with ".bak"
- * appended before it truncates the file, and flushes the new content to
- * disk before closing, so a writer that dies part-way leaves the whole
- * previous configuration in the backup.  Not thread-safe. */
+ * What the writer writes reads back into the same model: a text that would
+ * not (trapTextProblem says why) is refused before anything is written.
+ * The writer saves the previous content of the file it writes beside that
+ * file, with ".bak" appended, and writes the new content over the old so
+ * that a writer that dies part-way leaves either the old content or a file
+ * that every reader refuses as incomplete; the backup is the way back.
+ * Not thread-safe. */
 #ifndef EVENTS_TRAPSPEC_WRITER_H
 #define EVENTS_TRAPSPEC_WRITER_H
 
@@ -25,22 +28,50 @@ EVENTS_BEGIN_DECLS
 #define OID_TO_STRING_SIZE 412
 
 /* Lock and writer.
- * lockHubdConfFile opens getHubdConfFile() for reading and writing and
- *   locks the whole file without waiting.  Returns the stream, the lock
+ * lockHubdConfFile opens getHubdConfFile() for reading and writing, not
+ *   inherited by programs the caller starts, and locks the whole file
+ *   without waiting.  Returns the stream, the lock
  *   lasting until it is closed, with *errmsg NULL; or NULL with *errmsg a
  *   message the caller releases with doFree (the file cannot be opened, or
  *   another editor holds it).
- * write_trapspec_file writes the whole model over fp and closes it.  0; -1
- *   when fp is NULL or the backup or the truncation fails (fp is then left
- *   open and the file untouched), or when the new content could not be
- *   written (fp is closed; the backup holds the previous content).  Every
- *   failure also prints a line on standard error.
+ * write_trapspec_file writes the whole model over the file fp is open on
+ *   (fp may be write-only) and closes it.  A regular, non-empty file is
+ *   first saved to its backup (a new file, with the file's mode, renamed
+ *   over the old backup; a symbolic link in its place is refused).  0; or
+ *   -1, with fp left open, when fp is NULL, when the model holds a text
+ *   that would not read back, when the backup cannot be saved (the file is
+ *   untouched), or when the new content cannot be written (the file holds
+ *   its previous content again, or else is refused by every reader as
+ *   incomplete and the backup holds it).
+ *   Every failure also prints a line on standard error.
  * print_trap_rec writes one trap format; oid/oid_len is its enterprise's
  *   identifier. */
 EVENTS_EXPORT FILE *lockHubdConfFile(char **errmsg);
 EVENTS_EXPORT int write_trapspec_file(FILE *fp);
 EVENTS_EXPORT void print_trap_rec(FILE *fp, trap_record *rec, unsigned int *oid,
                                   unsigned long oid_len);
+
+/* What each text of the model must be to read back as it is written. */
+enum trap_text_kind {
+  TRAP_TEXT_NAME,            /* a trap format's name */
+  TRAP_TEXT_FORMAT,          /* an event-log format */
+  TRAP_TEXT_COMMAND,         /* an EXEC command or a DISPLAY message */
+  TRAP_TEXT_DESCRIPTION,     /* a trap format's or an action's description */
+  TRAP_TEXT_NODE,            /* one entry of a node list */
+  TRAP_TEXT_EVENT_CLASS,     /* an event class */
+  TRAP_TEXT_SLOT_NAME,       /* a slot mapping's name */
+  TRAP_TEXT_SLOT_VALUE,      /* a slot mapping's value */
+  TRAP_TEXT_CATEGORY,        /* a display category's name */
+  TRAP_TEXT_ACTION_NAME,     /* an operator action's name */
+  TRAP_TEXT_ACTION_COMMAND,  /* an operator action's command */
+  TRAP_TEXT_ENTERPRISE_NAME  /* an enterprise's name */
+};
+
+/* NULL when `text`, as a text of that kind, is written and read back as it
+ * is; otherwise why not, as a static phrase to follow the text's name
+ * ("begins with "#", which makes its line a comment").
+ * REQUIRES: text is not NULL. */
+EVENTS_EXPORT const char *trapTextProblem(int kind, const char *text);
 
 /* Editing helpers.
  * find_exact_trap_record: the format with exactly these numbers, or NULL;

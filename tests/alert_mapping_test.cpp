@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -144,6 +146,70 @@ TEST_F(AlertFile, RecordsBeforeAnErrorStay) {
             "");
   EXPECT_NE(nameToExactTrap("temp")->alert_element, nullptr);
   EXPECT_EQ(nameToExactTrap("linkDown")->alert_element, nullptr);
+}
+
+// Lists the file cannot carry are refused when hung on a format: a stray
+// key 81, two causes in a row, a wrong detailed-data count, an empty list.
+// A code-point list longer than a line is written over several lines that
+// read back; written without the check, a stray 81 writes nothing.
+TEST_F(AlertFile, RefusesListsThatWouldNotReadBackAndWrapsLongLines) {
+  ASSERT_EQ(read(""), "");
+  auto list = [](std::vector<std::pair<int, int>> keys_and_counts) {
+    alert_record *head = nullptr, **tail = &head;
+    for (auto [key, count] : keys_and_counts) {
+      auto *a = static_cast<alert_record *>(doMalloc(sizeof(alert_record)));
+      a->subvector = key;
+      a->num_codepoints = count;
+      a->codepoints = static_cast<int *>(doMalloc(sizeof(int) * static_cast<unsigned>(count + 1)));
+      for (int i = 0; i < count; ++i) a->codepoints[i] = 0x10000 + i;
+      *tail = a;
+      tail = &a->next;
+    }
+    *tail = static_cast<alert_record *>(doMalloc(sizeof(alert_record)));
+    return head;
+  };
+  struct Case {
+    std::vector<std::pair<int, int>> list;
+    bool refused;
+  } cases[] = {
+      {{{0x94, 1}, {0x81, 1}}, false}, {{{0x81, 1}}, true},       {{{0x94, 1}, {0x95, 1}}, true},
+      {{}, true},                      {{{0x93, 300}}, false},    {{{0x97, 1}}, true},
+  };
+  char name[] = "linkDown";
+  for (const Case &c : cases) {
+    alert_record *head = list(c.list);
+    int result = insert_malloc_alert_record(nullptr, name, 2, 0, head);
+    EXPECT_EQ(result != 0, c.refused) << c.list.size();
+    if (result != 0) {
+      trap_record holder = {};
+      holder.alert_element = head;
+      delete_vora_record(&holder);
+    }
+  }
+  char *path = nullptr;
+  ASSERT_EQ(write_voraspec_file(&path), 0);
+  const std::string written = testsupport::read_file(vora_);
+  size_t longest = 0;
+  for (size_t start = 0, end; start < written.size(); start = end + 1) {
+    end = written.find('\n', start);
+    longest = std::max(longest, end - start);
+  }
+  EXPECT_LT(longest, 1023u) << written;
+  EXPECT_EQ(read(written), "");
+  ASSERT_NE(nameToExactTrap("linkDown")->alert_element, nullptr);
+  EXPECT_EQ(nameToExactTrap("linkDown")->alert_element->num_codepoints, 300);
+
+  trap_record *trap = nameToExactTrap("linkDown");
+  delete_vora_record(trap);
+  trap->alert_element = list({{0x81, 1}, {0x93, 1}});
+  char *text = nullptr;
+  size_t size = 0;
+  FILE *out = open_memstream(&text, &size);
+  ObjectIdEMS oid[] = {1, 3, 6, 1, 4, 1, 9};
+  print_vora_rec(out, trap, oid, 7);
+  fclose(out);
+  EXPECT_STREQ(text, "linkDown {1.3.6.1.4.1.9} 2 0 \n93 1 10000  ;\n");
+  free(text);
 }
 
 }  // namespace

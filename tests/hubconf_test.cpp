@@ -8,6 +8,7 @@
 #include <chrono>
 #include <iterator>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -229,6 +230,175 @@ TEST(Hubconf, MatchExplainsTheChoiceOfFormat) {
     EXPECT_EQ(run.status, c.status) << c.args[0];
     for (size_t i = 0; i < c.wanted.size(); ++i) EXPECT_EQ(run.lines[i].find(c.wanted[i]), 0u) << run.lines[i];
   }
+}
+
+}  // namespace
+
+namespace {
+
+// Runs hubconf to its end; its status and everything it printed.
+std::pair<int, std::string> run_hubconf(const testsupport::TempDir &dir,
+                                        const std::vector<std::string> &args) {
+  const std::string out = dir.file("hubconf.out");
+  std::vector<std::string> argv = {"/bin/sh", "-c", "exec \"$0\" \"$@\" >\"$OUT\" 2>&1",
+                                   HUBCONF_PATH};
+  argv.insert(argv.end(), args.begin(), args.end());
+  setenv("OUT", out.c_str(), 1);
+  int status = testsupport::run_command(argv);
+  return {status, testsupport::read_file(out)};
+}
+
+class HubconfEdits : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    testsupport::write_file(conf_, kConf);
+    testsupport::write_file(vora_, "linkDown {1.3.6.1.4.1.9} 2 0\n93 1 5 ;\n");
+    setenv("KZHUBDCONF", conf_.c_str(), 1);
+    setenv("VORAD_CONF", vora_.c_str(), 1);
+    setenv("KZ_HUBD_SOCKET", dir_.file("no-hub.sock").c_str(), 1);
+  }
+  void TearDown() override {
+    for (const char *name : {"KZHUBDCONF", "VORAD_CONF", "KZ_HUBD_SOCKET"}) unsetenv(name);
+  }
+  std::pair<int, std::string> run(const std::vector<std::string> &args) {
+    return run_hubconf(dir_, args);
+  }
+
+  static constexpr const char *kConf =
+      "CATEGORY 3 \"Status Events\"\nCATEGORY 9 \"IGNORE\"\ncisco {1.3.6.1.4.1.9}\n"
+      "linkDown {1.3.6.1.4.1.9} 2 0 A 4 0 \"IGNORE\"\nDown $1\nSDESC\nEDESC\n";
+  testsupport::TempDir dir_;
+  const std::string conf_ = dir_.file("hubd.conf"), vora_ = dir_.file("vorad.conf");
+};
+
+// What would not read back is refused; what check warns about needs
+// --force; nothing refused is written.
+TEST_F(HubconfEdits, SetRefusesWhatWouldNotReadBackAndWarningsWithoutForce) {
+  const std::vector<std::string> add = {"set", "t", "-e", "cisco", "-g", "6", "-s", "1",
+                                        "-c", "IGNORE"};
+  struct Case {
+    std::vector<std::string> extra;
+    int status;
+    std::string message;
+  } cases[] = {
+      {{"-f", "#1 down"}, 2, "--format begins with \"#\""},
+      {{"-f", "  # down"}, 2, "--format begins with a blank"},
+      {{"-f", std::string(4095, 'f')}, 2, "--format is longer than 4094 bytes"},
+      {{"-f", "x", "-d", std::string(5020, 'd')}, 2, "--description is longer than 5019"},
+      {{"-f", "x", "-d", "a\nEDESC"}, 2, "--description has a line that ends the description"},
+      {{"-f", "Port $99 down"}, 1, "\"$99\" is not a $ reference"},
+      {{"-f", "Port $Q down"}, 1, "\"$Q\" is not a $ reference"},
+      {{"-f", "x", "-g", "9"}, 1, "generic number 9 is neither"},
+  };
+  for (const Case &c : cases) {
+    std::vector<std::string> args = add;
+    args.insert(args.end(), c.extra.begin(), c.extra.end());
+    const std::string before = testsupport::read_file(conf_);
+    auto [status, output] = run(args);
+    EXPECT_EQ(status, c.status) << output;
+    EXPECT_NE(output.find(c.message), std::string::npos) << output;
+    EXPECT_EQ(testsupport::read_file(conf_), before);
+    if (c.status == 1) {
+      args.push_back("--force");
+      EXPECT_EQ(run(args).first, 0);
+      EXPECT_EQ(run({"delete", "t"}).first, 0);
+    }
+  }
+  EXPECT_EQ(
+      run({"set", "#t", "-e", "cisco", "-g", "6", "-s", "1", "-c", "IGNORE", "-f", "x"}).first, 2);
+}
+
+// A format the library replaced for its length is warned about and keeps
+// the file from being rewritten without --force; hand-written comments are
+// dropped by a rewrite, which says so; a file whose writer stopped part-way
+// is refused with the way back.
+TEST_F(HubconfEdits, FilesTheLibraryWouldNotWriteBackAsTheyAre) {
+  const std::string long_format = std::string(4095, 'f');
+  testsupport::write_file(conf_, std::string(kConf) +
+                                     "# my note\nlong {1.3.6.1.4.1.9} 6 1 A 1 0 \"IGNORE\"\n" +
+                                     long_format + "\nSDESC\nEDESC\n");
+  auto [checked, warnings] = run({"check"});
+  EXPECT_EQ(checked, 0);
+  EXPECT_NE(warnings.find(conf_ + ":10: warning: the text is longer than 4094 bytes"),
+            std::string::npos)
+      << warnings;
+  auto [refused, why] = run({"delete", "linkDown"});
+  EXPECT_EQ(refused, 1);
+  EXPECT_NE(why.find("give --force"), std::string::npos) << why;
+  EXPECT_NE(testsupport::read_file(conf_).find(long_format), std::string::npos);
+  auto [forced, note] = run({"delete", "--force", "linkDown"});
+  EXPECT_EQ(forced, 0) << note;
+  EXPECT_NE(note.find("note: the comments of " + conf_ + " were not kept"), std::string::npos)
+      << note;
+  auto [again, quiet] = run({"delete-action", "--force", "nothing"});
+  EXPECT_EQ(quiet.find("note:"), std::string::npos);
+
+  testsupport::write_file(conf_, std::string(1, '\0') + kConf);
+  auto [incomplete, message] = run({"check"});
+  EXPECT_EQ(incomplete, 1);
+  EXPECT_NE(message.find("Incomplete file: its writer stopped part-way; the previous content is "
+                         "in \"" + conf_ + ".bak\""),
+            std::string::npos)
+      << message;
+}
+
+// Enterprises, categories and actions without an editor; --dry-run shows a
+// unified diff and writes nothing.
+TEST_F(HubconfEdits, EnterprisesCategoriesAndActions) {
+  auto [dry, diff] = run({"add-enterprise", "--dry-run", "juniper", "1.3.6.1.4.1.2636"});
+  EXPECT_EQ(dry, 0);
+  EXPECT_NE(diff.find("\n+juniper {1.3.6.1.4.1.2636}\n"), std::string::npos) << diff;
+  EXPECT_EQ(testsupport::read_file(conf_), kConf);
+  struct Step {
+    std::vector<std::string> args;
+    int status;
+    std::string in_file, message;  // in_file "" when only the status counts
+  } steps[] = {
+      {{"add-enterprise", "juniper", "1.3.6.1.4.1.2636"}, 0, "juniper {1.3.6.1.4.1.2636}\n", ""},
+      {{"add-enterprise", "#x", "1.2"}, 2, "", "the name begins with \"#\""},
+      {{"delete-enterprise", "cisco"}, 1, "", "trap formats of cisco remain"},
+      {{"delete-enterprise", "juniper"}, 0, "", ""},
+      {{"set-category", "12", "Env Events"}, 0, "CATEGORY 12 \"Env Events\"\n", ""},
+      {{"set-category", "13", "IGNORE"}, 1, "", "\"IGNORE\" is already category 9"},
+      {{"delete-category", "IGNORE"}, 1, "", "trap format linkDown uses \"IGNORE\""},
+      {{"delete-category", "Env Events"}, 0, "", ""},
+      {{"set-action", "Ping", "10", "ping -c 1 $A", "Pings it."}, 0,
+       "ACTION 10 \"Ping\" ping -c 1 $A\nSDESC\nPings it.\nEDESC\n", ""},
+      {{"set-action", "Ping", "5", "ping $A"}, 0,
+       "ACTION 5 \"Ping\" ping $A\nSDESC\n\nEDESC\n", ""},
+      {{"set-action", "Bad \"name\"", "5", "x"}, 2, "", "the title holds a double quote"},
+      {{"delete-action", "Ping"}, 0, "", ""},
+  };
+  for (const Step &s : steps) {
+    auto [status, output] = run(s.args);
+    EXPECT_EQ(status, s.status) << s.args[0] << " " << s.args[1] << ": " << output;
+    if (!s.in_file.empty()) {
+      EXPECT_NE(testsupport::read_file(conf_).find(s.in_file), std::string::npos)
+          << testsupport::read_file(conf_);
+    }
+    EXPECT_NE(output.find(s.message), std::string::npos) << output;
+  }
+  EXPECT_EQ(testsupport::read_file(conf_).find("juniper"), std::string::npos);
+  EXPECT_EQ(testsupport::read_file(conf_).find("Ping"), std::string::npos);
+}
+
+// Two editors race: one adds and removes a mapped format over and over,
+// the other changes another.  Every write of either file happens under the
+// one lock, so both files read after every round, and the alert file never
+// names a format that is gone.
+TEST_F(HubconfEdits, TwoEditorsRacingKeepBothFilesInStep) {
+  const std::string tool = HUBCONF_PATH;
+  std::string a = "for i in 1 2 3 4 5 6; do \"$0\" set linkDown -s $i; \"$0\" delete gone; "
+                  "\"$0\" set gone -e cisco -g 6 -s 99 -c IGNORE -f x; done 2>/dev/null >&2";
+  std::string b = "for i in 1 2 3 4 5 6; do \"$0\" set other -e cisco -g 6 -s 50 -c IGNORE -f $i; "
+                  "done 2>/dev/null >&2";
+  std::thread first([&] { testsupport::run_command({"/bin/sh", "-c", a, tool}); });
+  testsupport::run_command({"/bin/sh", "-c", b, tool});
+  first.join();
+  auto [status, output] = run({"check"});
+  EXPECT_EQ(status, 0) << output;
+  EXPECT_NE(output.find("1 trap format mapped to alerts"), std::string::npos) << output;
+  EXPECT_NE(testsupport::read_file(vora_).find("linkDown {1.3.6.1.4.1.9} 2 "), std::string::npos);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "kz_mib.h"
@@ -109,15 +110,61 @@ TEST_F(ImportMib, TestModulesBecomeTrapFormatsOnceOnly) {
   const std::string first = read_file(conf_);
   ASSERT_EQ(std::remove((conf_ + ".bak").c_str()), 0);
   ASSERT_EQ(hubconf({"import-mib", "-M", kMibs, "EVENTS-TEST-V2-MIB", "EVENTS-TEST-V1-MIB"}), 0);
-  EXPECT_NE(output_.find("0 trap formats added or replaced, 6 unchanged"), std::string::npos)
+  EXPECT_NE(output_.find("0 trap formats added, 0 replaced, 6 unchanged, 0 kept"),
+            std::string::npos)
       << output_;
   EXPECT_EQ(read_file(conf_), first);
   EXPECT_FALSE(exists(conf_ + ".bak"));
 
-  // A changed default replaces the formats that take it, keeping names.
-  ASSERT_EQ(hubconf({"import-mib", "-M", kMibs, "-S", "Minor", "EVENTS-TEST-V1-MIB"}), 0);
+  // An operator's format is kept and listed; --dry-run shows what
+  // --replace would do and writes nothing; --replace replaces it, keeping
+  // its name.
+  ASSERT_EQ(hubconf({"set", "fanFailed", "-S", "Major", "-f", "Fan $1 tuned"}), 0) << output_;
+  const std::string tuned = read_file(conf_);
+  ASSERT_EQ(hubconf({"import-mib", "-M", kMibs, "EVENTS-TEST-V1-MIB"}), 0);
+  EXPECT_NE(output_.find("kept fanFailed"), std::string::npos) << output_;
+  EXPECT_NE(output_.find("1 kept as they were (--replace replaces them)"), std::string::npos);
+  EXPECT_EQ(read_file(conf_), tuned);
+  ASSERT_EQ(
+      hubconf({"import-mib", "--dry-run", "--replace", "-M", kMibs, "EVENTS-TEST-V1-MIB"}), 0);
+  EXPECT_NE(output_.find("\n-Fan $1 tuned\n"), std::string::npos) << output_;
+  EXPECT_NE(output_.find("\n+A fan stopped turning."), std::string::npos) << output_;
+  EXPECT_EQ(read_file(conf_), tuned);
+  ASSERT_EQ(hubconf({"import-mib", "--replace", "-M", kMibs, "-S", "Minor", "EVENTS-TEST-V1-MIB"}),
+            0);
   EXPECT_TRUE(has("fanFailed {1.3.6.1.4.1.49999} 6 1 A 3 0 \"Status Events\""));
   EXPECT_FALSE(has("fanFailed_1"));
+}
+
+// --names and --labels merge into their files: the modules' entries
+// replace those of the same identifier, the operator's others stay.
+TEST_F(ImportMib, NamesAndLabelsMergeIntoTheirFiles) {
+  const std::string names = dir_.file("oid_to_label"), labels = dir_.file("mib.labels");
+  write_file(names, "# mine\n\"iso\"=1\n${iso}.3.6.1.4.1.7=\"myCompany\"\n"
+                    "${iso}.3.6.1.4.1.49999.0.1=\"oldName\"\n");
+  write_file(labels, "1.3.6.1.4.1.7 myCompany\n1.3.6.1.4.1.49999.0.1 oldName\n");
+  const std::string before = read_file(names);
+  ASSERT_EQ(hubconf({"import-mib", "--dry-run", "-M", kMibs, "--names", names, "--labels", labels,
+                     "EVENTS-TEST-V1-MIB"}),
+            0)
+      << output_;
+  EXPECT_NE(output_.find("-${iso}.3.6.1.4.1.49999.0.1=\"oldName\""), std::string::npos) << output_;
+  EXPECT_EQ(read_file(names), before);
+  ASSERT_EQ(hubconf({"import-mib", "-M", kMibs, "--names", names, "--labels", labels,
+                     "EVENTS-TEST-V1-MIB"}),
+            0)
+      << output_;
+  for (const auto &[file, kept, replaced, added] :
+       {std::tuple{names, "${iso}.3.6.1.4.1.7=\"myCompany\"\n", "oldName",
+                   "${iso}.3.6.1.4.1.49999.0.1=\"fanFailed\"\n"},
+        std::tuple{labels, "1.3.6.1.4.1.7 myCompany\n", "oldName",
+                   "1.3.6.1.4.1.49999.0.1 fanFailed\n"}}) {
+    const std::string text = read_file(file);
+    EXPECT_NE(text.find(kept), std::string::npos) << text;
+    EXPECT_EQ(text.find(replaced), std::string::npos) << text;
+    EXPECT_NE(text.find(added), std::string::npos) << text;
+  }
+  EXPECT_EQ(read_file(names).find("\"iso\"=1\n"), read_file(names).rfind("\"iso\"=1\n"));
 }
 
 // Debian ships net-snmp's modules without the SNMPv2 base modules they
@@ -161,6 +208,23 @@ TEST_F(ImportMib, FailuresChangeNothing) {
   EXPECT_NE(output_.find("no display category \"Nope\""), std::string::npos) << output_;
   EXPECT_EQ(read_file(conf_), before);
   EXPECT_FALSE(exists(names));
+}
+
+// A module that nests identifiers 2,000 levels deep is walked without
+// running out of stack.
+TEST_F(ImportMib, DeepModule) {
+  std::string module =
+      "DEEP-MIB DEFINITIONS ::= BEGIN\nIMPORTS enterprises FROM SNMPv2-SMI;\n"
+      "d0 OBJECT IDENTIFIER ::= { enterprises 49990 }\n";
+  for (int i = 1; i <= 2000; ++i)
+    module += "d" + std::to_string(i) + " OBJECT IDENTIFIER ::= { d" + std::to_string(i - 1) +
+              " 1 }\n";
+  const std::string mib = dir_.file("DEEP-MIB.txt"), labels = dir_.file("mib.labels");
+  write_file(mib, module + "END\n");
+  ASSERT_EQ(hubconf({"import-mib", "--labels", labels, mib}), 0) << output_;
+  const std::string written = read_file(labels);
+  EXPECT_NE(written.find("\n1.3.6.1.4.1.49990.1.1 d2\n"), std::string::npos);
+  EXPECT_NE(written.find(" d2000\n"), std::string::npos);
 }
 
 // Import with names and labels, check, then a trap from snmptrap through
@@ -218,6 +282,29 @@ TEST_F(ImportMib, TrapFromSnmptrapIsShownWithTheModulesTextAndNames) {
                                       "3"}),
             0);
   EXPECT_EQ(listen.wait_for_line("Power supply", 5s), "Power supply 2 is now down");
+
+  // The same trap shown offline by hubconf test, from its arguments and
+  // from the datagram snmptrap sends.
+  testsupport::UdpSocket port;
+  ASSERT_EQ(testsupport::run_command({"snmptrap", "-v1", "-c", "public", "-m", "", "-M", "",
+                                      "127.0.0.1:" + std::to_string(port.port()),
+                                      "1.3.6.1.4.1.49998", "127.0.0.1", "6", "1", "0",
+                                      "1.3.6.1.4.1.49998.1.1", "i", "2", "1.3.6.1.4.1.49998.1.2",
+                                      "i", "3"}),
+            0);
+  const std::vector<unsigned char> datagram = port.receive(5s);
+  ASSERT_FALSE(datagram.empty());
+  const std::string captured = dir_.file("trap.bin");
+  write_file(captured, std::string(datagram.begin(), datagram.end()));
+  for (const std::vector<std::string> &args :
+       {std::vector<std::string>{"test", "1.3.6.1.4.1.49998", "6", "1", "1.3.6.1.4.1.49998.1.1",
+                                 "i", "2", "1.3.6.1.4.1.49998.1.2", "i", "3"},
+        std::vector<std::string>{"test", "--datagram", captured}}) {
+    EXPECT_EQ(hubconf(args), 0) << output_;
+    EXPECT_NE(output_.find("Power supply 2 is now down"), std::string::npos) << output_;
+  }
+  EXPECT_EQ(hubconf({"test", "1.3.6.1.4.1.49998", "9", "1"}), 2);
+  EXPECT_NE(output_.find("bad generic trap '9'"), std::string::npos) << output_;
   unsetenv("KZ_MIB_FILE");
 }
 

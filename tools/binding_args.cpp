@@ -5,6 +5,7 @@
 #include <cctype>
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -12,6 +13,7 @@
 #include "kz_platform.h"
 #include "oidtree.h"
 #include "trp_format.h"
+#include "trap_args.h"
 
 namespace tools {
 
@@ -148,3 +150,43 @@ std::string read_value(const char *type, const char *value, SnmpVarBindEMS *b) {
 }
 
 }  // namespace tools
+
+namespace tools {
+
+std::string read_trap(int argc, char *const *argv, snmp_trap_infoEMS *trap, SnmpVarBindEMS *vars,
+                      int max) {
+  if (argc < 3 || (argc - 3) % 3 != 0)
+    return "a trap is ENTERPRISE GENERIC SPECIFIC and OID TYPE VALUE triples";
+  if ((argc - 3) / 3 > max) return "at most " + std::to_string(max) + " bindings";
+  uint32_t elen;
+  if (!read_oid(argv[0], trap->enterprise, &elen))
+    return std::string("bad enterprise '") + argv[0] + "'";
+  trap->elen = static_cast<int32_t>(elen);
+  long number;
+  if (!read_number(argv[1], 0, 6, 10, &number))
+    return std::string("bad generic trap '") + argv[1] + "'";
+  trap->gen = static_cast<uint32_t>(number);
+  if (!read_number(argv[2], 0, UINT32_MAX, 10, &number))
+    return std::string("bad specific trap '") + argv[2] + "'";
+  trap->specific = static_cast<uint32_t>(number);
+  trap->vars = (argc - 3) / 3;
+  trap->maxvars = max;
+  for (int i = 0; i < trap->vars; ++i) {
+    SnmpVarBindEMS *b = &vars[i];
+    memset(b, 0, sizeof *b);
+    if (!read_oid(argv[3 + 3 * i], b->oid, &b->oid_length))
+      return std::string("bad object identifier '") + argv[3 + 3 * i] + "'";
+    std::string refused = read_value(argv[4 + 3 * i], argv[5 + 3 * i], b);
+    if (!refused.empty()) return refused;
+  }
+  return std::string();
+}
+
+}  // namespace tools
+
+extern "C" int tools_read_trap(int argc, char *const *argv, snmp_trap_infoEMS *trap,
+                               SnmpVarBindEMS *vars, int max, char *why, size_t why_size) {
+  std::string refused = tools::read_trap(argc, argv, trap, vars, max);
+  snprintf(why, why_size, "%s", refused.c_str());
+  return refused.empty() ? 0 : -1;
+}

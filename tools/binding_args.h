@@ -1,6 +1,6 @@
 // Variable bindings from the command line, in the manner of net-snmp's
 // snmptrap and snmpset: an OID, a TYPE letter and a VALUE text.  Shared by
-// hubevent (traps) and hubsnmp (set requests).
+// hubevent and hubconf (traps) and hubsnmp (set requests).
 #ifndef TOOLS_BINDING_ARGS_H
 #define TOOLS_BINDING_ARGS_H
 
@@ -33,6 +33,13 @@ bool read_oid(const char *text, ObjectIdEMS *arcs, uint32_t *length, int least =
 // dot-separated), o OBJECT IDENTIFIER,
 // n NULL.  Returns "" or the reason the text was refused.
 std::string read_value(const char *type, const char *value, SnmpVarBindEMS *b);
+
+// Reads ENTERPRISE GENERIC SPECIFIC and OID TYPE VALUE triples (at most
+// `max`) into the trap's enterprise, numbers and binding count, and vars.
+// Returns "" or the reason the arguments were refused.  The C interface is
+// tools_read_trap in trap_args.h.
+std::string read_trap(int argc, char *const *argv, snmp_trap_infoEMS *trap, SnmpVarBindEMS *vars,
+                      int max);
 
 }  // namespace tools
 

@@ -149,14 +149,6 @@ const char *transport_name(int mode) {
   return "?";
 }
 
-void parse_binding(const char *name, const char *type, const char *value, SnmpVarBindEMS *b) {
-  memset(b, 0, sizeof *b);
-  if (!tools::read_oid(name, b->oid, &b->oid_length))
-    usage_error("bad object identifier '%s'", name);
-  std::string refused = tools::read_value(type, value, b);
-  if (!refused.empty()) usage_error("%s", refused.c_str());
-}
-
 // The library sends UDP datagrams to port 162 only.  For "-t udp -n
 // HOST:PORT" each message is framed bare (transport 6) into one end of a
 // datagram socket pair, and pass_on sends it from the other end to
@@ -253,24 +245,14 @@ int send_event_command(const Options &options, int argc, char **argv) {
 }
 
 int send_trap_command(const Options &options, int argc, char **argv) {
-  if (argc < 3 || (argc - 3) % 3 != 0)
-    usage_error("send trap takes ENTERPRISE GENERIC SPECIFIC and OID TYPE VALUE triples");
-  if ((argc - 3) / 3 > kMaxBindings) usage_error("at most %d bindings", kMaxBindings);
   static snmp_trap_infoEMS trap;
   static SnmpVarBindEMS vars[kMaxBindings];
+  std::string refused = tools::read_trap(argc, argv, &trap, vars, kMaxBindings);
+  if (!refused.empty()) usage_error("%s", refused.c_str());
   if (options.community.size() >= SNMP_COMMUNITY_MAX) usage_error("community too long");
   memcpy(trap.community, options.community.data(), options.community.size());
   trap.clen = static_cast<int32_t>(options.community.size());
-  uint32_t elen;
-  if (!tools::read_oid(argv[0], trap.enterprise, &elen)) usage_error("bad enterprise '%s'", argv[0]);
-  trap.elen = static_cast<int32_t>(elen);
-  trap.gen = static_cast<uint32_t>(number(argv[1], "generic trap", 0, 6));
-  trap.specific = static_cast<uint32_t>(number(argv[2], "specific trap", 0, UINT32_MAX));
   trap.time = options.time;
-  trap.vars = (argc - 3) / 3;
-  trap.maxvars = kMaxBindings;
-  for (int i = 0; i < trap.vars; ++i)
-    parse_binding(argv[3 + 3 * i], argv[4 + 3 * i], argv[5 + 3 * i], &vars[i]);
   in_addr agent{};
   if (options.agent != nullptr && inet_pton(AF_INET, options.agent, &agent) != 1)
     usage_error("bad agent address '%s'", options.agent);

@@ -26,6 +26,8 @@ namespace {
 constexpr int kLineSize = 1024;
 constexpr int kMaxArcs = 512;
 constexpr int kHexDigitsMax = 8;
+// The longest line the reader takes, without its line break.
+constexpr size_t kMaxWrittenLine = kLineSize - 2;
 
 enum Subvector {
   kRecommendedActions = 0x81,
@@ -53,6 +55,15 @@ void set_error(const char *format, ...) {
 }
 
 bool is_cause(int key) { return key >= kCauseFirst && key <= kCauseLast; }
+
+bool valid_type(int type) {
+  return type == 1 || type == 2 || type == 3 || type == 17 || type == 18;
+}
+
+const char *data_text(const detailed_data_record *entry) {
+  const char *text = entry->dd_args != nullptr ? entry->dd_args->rawstring : nullptr;
+  return text != nullptr ? text : "";
+}
 
 // Detailed-data fields that one code point calls for, by bits 4 to 7.
 int fields_called_for(int codepoint) {
@@ -227,16 +238,9 @@ class ListBuilder {
 
   bool read_typed(alert_record *record) {
     if (!take(&record->type)) return false;
-    switch (record->type) {
-      case 1:
-      case 2:
-      case 3:
-      case 17:
-      case 18:
-        break;
-      default:
-        fail("Invalid type around line");
-        return false;
+    if (!valid_type(record->type)) {
+      fail("Invalid type around line");
+      return false;
     }
     record->num_codepoints = 1;
     record->codepoints = static_cast<int *>(doMalloc(sizeof(int)));
@@ -379,18 +383,129 @@ void release_lock(FILE *fp) {
   vora.locked_fd = -1;
 }
 
-void print_detailed_data(FILE *fp, const alert_record *record) {
-  for (int i = 0; i < record->num_detaileddata; ++i) {
-    const detailed_data_record *entry = record->detailed_data[i];
-    const char *text = entry->dd_args != nullptr ? entry->dd_args->rawstring : nullptr;
-    fprintf(fp, "%x ", entry->dataid);
-    fprintf(fp, "\"%s\" ", text != nullptr ? text : "");
+// Writes a mapping's body as tokens, starting a new line before a token
+// that would take a line past what the reader takes.  Every token begins
+// with a number, as a body line must.
+class BodyWriter {
+ public:
+  explicit BodyWriter(FILE *fp) : fp_(fp) {}
+
+  void subvector(int key) { column_ = static_cast<size_t>(fprintf(fp_, "\n%2x ", key)) - 1; }
+
+  void token(const char *format, ...) __attribute__((format(printf, 2, 3))) {
+    char text[kLineSize];
+    va_list args;
+    va_start(args, format);
+    vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+    size_t length = strlen(text);
+    if (column_ > 0 && column_ + length > kMaxWrittenLine) {
+      fputc('\n', fp_);
+      column_ = 0;
+    }
+    fputs(text, fp_);
+    column_ += length;
   }
+
+  void codepoints(const alert_record *record) {
+    subvector(record->subvector);
+    token("%x ", record->num_codepoints);
+    for (int i = 0; i < record->num_codepoints; ++i) token("%x ", record->codepoints[i]);
+  }
+
+  void detailed_data(const alert_record *record) {
+    for (int i = 0; i < record->num_detaileddata; ++i) {
+      const detailed_data_record *entry = record->detailed_data[i];
+      token("%x \"%s\" ", entry->dataid, data_text(entry));
+    }
+  }
+
+ private:
+  FILE *fp_;
+  size_t column_ = 0;
+};
+
+// Why the list would not read back as it is, or nullptr.
+const char *alert_list_problem(const alert_record *list) {
+  if (list == nullptr || list->subvector == 0) return "has no subvector";
+  bool cause_pending = false;
+  for (const alert_record *r = list; r != nullptr; r = r->next) {
+    if (r->subvector == 0) {
+      if (r->next != nullptr) return "has an empty subvector before its end";
+      continue;
+    }
+    if (r->num_codepoints < 0 || (r->num_codepoints > 0 && r->codepoints == nullptr) ||
+        r->num_detaileddata < 0 || (r->num_detaileddata > 0 && r->detailed_data == nullptr))
+      return "has a subvector whose counts and contents differ";
+    int called = 0;
+    for (int i = 0; i < r->num_codepoints; ++i) called += fields_called_for(r->codepoints[i]);
+    switch (r->subvector) {
+      case kTypedCodePoint:
+        if (!valid_type(r->type) || r->num_codepoints != 1 || r->num_detaileddata != 0)
+          return "has a typed code point (92) that is not one code point of type 1, 2, 3, 17 or 18";
+        break;
+      case kCodePointList:
+        if (r->num_detaileddata != 0) return "has detailed data in a code-point list (93)";
+        break;
+      case kRecommendedActions:
+      case kCauseFirst:
+      case kCauseFirst + 1:
+      case kCauseLast:
+        if (is_cause(r->subvector) == cause_pending)
+          return cause_pending ? "has two causes without recommended actions (81) between them"
+                               : "has recommended actions (81) without a cause before them";
+        cause_pending = is_cause(r->subvector);
+        if (r->num_detaileddata != called)
+          return "has a number of detailed-data fields that its code points do not call for";
+        break;
+      case kDetailedDataOnly:
+        break;
+      default:
+        return "has an unknown subvector key";
+    }
+    for (int i = 0; i < r->num_detaileddata; ++i) {
+      const detailed_data_record *entry = r->detailed_data[i];
+      if (entry == nullptr) return "has a missing detailed-data field";
+      const char *text = data_text(entry);
+      if (strpbrk(text, "\t\n") != nullptr || strstr(text, "  ") != nullptr ||
+          strstr(text, "\" ") != nullptr)
+        return "has a detailed-data text with a tab, a line break, two blanks or a quote "
+               "before a blank";
+      if (static_cast<size_t>(snprintf(nullptr, 0, "%x ", entry->dataid)) + strlen(text) + 3 >
+          kMaxWrittenLine)
+        return "has a detailed-data text too long for a line";
+    }
+  }
+  return nullptr;
 }
 
-void print_codepoints(FILE *fp, const alert_record *record) {
-  fprintf(fp, "\n%2x %x ", record->subvector, record->num_codepoints);
-  for (int i = 0; i < record->num_codepoints; ++i) fprintf(fp, "%x ", record->codepoints[i]);
+bool mappings_writable(std::string *why) {
+  for (const enterprise_info *e = enterprise_list_head.next; e != nullptr; e = e->next)
+    for (const trap_record *r = e->trap_rec_list_head.next; r != nullptr; r = r->next) {
+      const char *problem = nullptr;
+      if (r->alert_element != nullptr && strcmp(r->alert_record_name, r->name) != 0)
+        problem = "names another format";  // the reader hangs it by that name
+      else if (r->alert_element != nullptr)
+        problem = alert_list_problem(r->alert_element);
+      if (problem != nullptr) {
+        *why = std::string("the alert mapping of \"") + r->name + "\" " + problem;
+        return false;
+      }
+    }
+  return true;
+}
+
+void write_mappings(FILE *out) {
+  char when[200];
+  time_t now = time(nullptr);
+  struct tm local;
+  localtime_r(&now, &local);
+  strftime(when, sizeof when, "%a %b %d %H:%M:%S %Y", &local);
+  fprintf(out, "#\n# Created by qwmtrap at %s\n#\n###################\n#\n", when);
+  for (enterprise_info *e = enterprise_list_head.next; e != nullptr; e = e->next)
+    for (trap_record *r = e->trap_rec_list_head.next; r != nullptr; r = r->next)
+      if (r->alert_element != nullptr)
+        print_vora_rec(out, r, e->enterprise_oid, static_cast<int>(e->oid_len));
 }
 
 }  // namespace
@@ -412,7 +527,8 @@ EVENTS_EXPORT const char *getVoradConfFile(void) {
 EVENTS_EXPORT int open_vora_lock_file(const char *mode, FILE **fp, char **path) {
   getVoradConfFile();
   *path = vora.path;
-  *fp = fopen(vora.path, mode);
+  // Not inherited by programs the caller starts.
+  *fp = fopen(vora.path, (std::string(mode) + "e").c_str());
   if (*fp == nullptr) return -1;
   struct flock whole = {};
   whole.l_type = F_WRLCK;
@@ -450,7 +566,14 @@ EVENTS_EXPORT int read_voraspec_file(char **errstring_ptr) {
   }
   int line_number = 0;
   int result;
-  while ((result = read_record(fp, &line_number)) > 0) {
+  if (events::rewrite_incomplete(fp)) {
+    set_error("Incomplete file \"%s\": its writer stopped part-way; the previous content is in "
+              "\"%s\"\n",
+              vora.path, events::backup_path(vora.path).c_str());
+    result = -1;
+  } else {
+    while ((result = read_record(fp, &line_number)) > 0) {
+    }
   }
   release_lock(fp);
   return result;
@@ -461,6 +584,10 @@ EVENTS_EXPORT int insert_malloc_alert_record(enterprise_info * /*enterprise_ptr*
                                              alert_record *alert_record_ptr) {
   trap_record *trap = nameToExactTrap(alertname);
   if (trap == nullptr) return -1;
+  if (alert_list_problem(alert_record_ptr) != nullptr) {
+    errno = EINVAL;
+    return -1;
+  }
   size_t length = strnlen(alertname, TRAP_NAME_SIZE - 1);
   memcpy(trap->alert_record_name, alertname, length);
   trap->alert_record_name[length] = '\0';
@@ -476,43 +603,19 @@ EVENTS_EXPORT void delete_vora_record(trap_record *trap_rec_ptr) {
 
 EVENTS_EXPORT int write_voraspec_file(char **conffile_ptr) {
   FILE *fp;
-  // Opened for appending rather than truncated on opening: the previous
-  // content is saved beside the file, under the lock, before it is emptied.
+  // Opened without truncating: the previous content is saved beside the
+  // file, under the lock, before it is written over.
   int result = open_vora_lock_file("a+", &fp, conffile_ptr);
   if (result != 0) return result;
-  if (events::save_backup(fp, vora.path) != 0) {
-    release_lock(fp);
-    return -3;
+  std::string why;
+  if (!mappings_writable(&why)) {
+    fprintf(stderr, "Not writing alert mapping file \"%s\": %s\n", vora.path, why.c_str());
+    result = -3;
+  } else if (events::replace_content(fp, vora.path, events::text_written_by(write_mappings)) != 0) {
+    result = -3;
   }
-  if (ftruncate(fileno(fp), 0) != 0) {
-    fprintf(stderr, "Cannot truncate alert mapping file \"%s\": %s\n", vora.path, strerror(errno));
-    release_lock(fp);
-    return -3;
-  }
-  char when[200];
-  time_t now = time(nullptr);
-  struct tm local;
-  localtime_r(&now, &local);
-  strftime(when, sizeof when, "%a %b %d %H:%M:%S %Y", &local);
-  fprintf(fp, "#\n# Created by qwmtrap at %s\n#\n###################\n#\n", when);
-  for (enterprise_info *e = enterprise_list_head.next; e != nullptr; e = e->next)
-    for (trap_record *r = e->trap_rec_list_head.next; r != nullptr; r = r->next)
-      if (r->alert_element != nullptr)
-        print_vora_rec(fp, r, e->enterprise_oid, static_cast<int>(e->oid_len));
-  int flushed = events::flush_to_disk(fp);
-  int error = errno;
-  vora.locked_fd = -1;
-  if (fclose(fp) != 0 && flushed == 0) {
-    flushed = -1;
-    error = errno;
-  }
-  if (flushed != 0) {
-    fprintf(stderr,
-            "Cannot write alert mapping file \"%s\" (%s); the previous mapping is in \"%s\"\n",
-            vora.path, strerror(error), events::backup_path(vora.path).c_str());
-    return -3;
-  }
-  return 0;
+  release_lock(fp);
+  return result;
 }
 
 EVENTS_EXPORT void print_vora_rec(FILE *fp, trap_record *trap_rec_ptr, unsigned int *oid,
@@ -520,35 +623,39 @@ EVENTS_EXPORT void print_vora_rec(FILE *fp, trap_record *trap_rec_ptr, unsigned 
   fprintf(fp, "%s {%s} %d %lu ", trap_rec_ptr->alert_record_name,
           oid_to_string(oid, static_cast<unsigned long>(oid_len)), trap_rec_ptr->generic_trap,
           static_cast<unsigned long>(static_cast<unsigned>(trap_rec_ptr->specific_trap)));
-  // A key 81 is written wherever it stands, so a mapping read from the file
-  // is written back whole; the zero terminator writes nothing.
+  // A key 81 is written only when a cause since the last 81 calls for it;
+  // the zero terminator writes nothing.
+  BodyWriter body(fp);
+  bool cause_pending = false;
   for (const alert_record *r = trap_rec_ptr->alert_element; r != nullptr; r = r->next) {
     switch (r->subvector) {
       case kTypedCodePoint:
-        fprintf(fp, "\n%2x %x %x ", r->subvector, r->type,
-                r->num_codepoints > 0 ? r->codepoints[0] : 0);
+        body.subvector(r->subvector);
+        body.token("%x %x ", r->type, r->num_codepoints > 0 ? r->codepoints[0] : 0);
         break;
       case kCodePointList:
-        print_codepoints(fp, r);
+        body.codepoints(r);
         break;
       case kRecommendedActions:
       case kCauseFirst:
       case kCauseFirst + 1:
       case kCauseLast:
-        print_codepoints(fp, r);
-        if (r->num_detaileddata != 0) fprintf(fp, "%x ", r->num_detaileddata);
-        print_detailed_data(fp, r);
+        if (!is_cause(r->subvector) && !cause_pending) break;
+        cause_pending = is_cause(r->subvector);
+        body.codepoints(r);
+        if (r->num_detaileddata != 0) body.token("%x ", r->num_detaileddata);
+        body.detailed_data(r);
         break;
       case kDetailedDataOnly:
-        fprintf(fp, "\n%2x ", r->subvector);
-        fprintf(fp, "%x ", r->num_detaileddata);
-        print_detailed_data(fp, r);
+        body.subvector(r->subvector);
+        body.token("%x ", r->num_detaileddata);
+        body.detailed_data(r);
         break;
       default:
         break;
     }
   }
-  fprintf(fp, " ;\n");
+  body.token(" ;\n");
 }
 
 }  // extern "C"

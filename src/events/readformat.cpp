@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "alert_mapping.h"
+#include "config_backup.h"
 #include "config_line.h"
 #include "env_probe.h"
 #include "kz_platform.h"
@@ -119,6 +120,17 @@ void set_error(char *errmem, const char *fmt, ...) {
   va_start(args, fmt);
   vsnprintf(errmem, TRAPSPEC_ERROR_SIZE, fmt, args);
   va_end(args);
+}
+
+// A file whose writer stopped part-way is refused, and closed, with the
+// way back named.
+bool refuse_incomplete(FILE *fp, const char *conffile, char *errmem) {
+  if (!events::rewrite_incomplete(fp)) return false;
+  fclose(fp);
+  set_error(errmem,
+            "Incomplete file: its writer stopped part-way; the previous content is in \"%s\"\n",
+            events::backup_path(conffile).c_str());
+  return true;
 }
 
 bool begins_with(const char *line, const char *keyword, size_t length) {
@@ -624,6 +636,7 @@ extern "C" EVENTS_EXPORT int read_trapspec_file(char **errstring_ptr) {
     set_error(errmem, "Could not open trap format file \"%s\": %s\n", conffile, strerror(errno));
     return -1;
   }
+  if (refuse_incomplete(fp, conffile, errmem)) return -1;
   if (enterprise_list_head.next != nullptr) {
     trace(routine, "freeing old info.");
     free_all_info();
@@ -653,6 +666,7 @@ extern "C" EVENTS_EXPORT int augmentTrapspecFile(char **errstring_ptr, const cha
     set_error(errmem, "Could not open new trap format file \"%s\": %s\n", newfile, strerror(errno));
     return -1;
   }
+  if (refuse_incomplete(fp, newfile, errmem)) return -1;
   events::fill_default_trap_record();
   reset_keyword_lengths();
   int result = doReadTrapspecFile(fp, newfile, errmem);

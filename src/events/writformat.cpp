@@ -14,11 +14,13 @@
 #include <cstring>
 #include <ctime>
 #include <string>
+#include <vector>
 
 #include "config_backup.h"
 #include "event.h"
 #include "events_msg.h"
 #include "kz_platform.h"
+#include "trapspec_check.h"
 #include "trapspec_writer.h"
 #include "trp_format.h"
 
@@ -136,6 +138,37 @@ void write_actions(FILE *fp) {
   }
 }
 
+// The reader puts each format with a node list in front of the earlier
+// ones of its numbers, so such a run is written last first and reads back
+// in the model's order.
+void write_formats(FILE *out, enterprise_info *e) {
+  std::vector<trap_record *> run;
+  for (trap_record *r = e->trap_rec_list_head.next; r != nullptr;) {
+    run.assign(1, r);
+    trap_record *next = r->next;
+    while (r->nodeCnt != 0 && next != nullptr && next->nodeCnt != 0 && events::same_pair(r, next)) {
+      run.push_back(next);
+      next = next->next;
+    }
+    for (auto it = run.rbegin(); it != run.rend(); ++it)
+      print_trap_rec(out, *it, e->enterprise_oid, e->oid_len);
+    r = next;
+  }
+}
+
+// The whole file, as the writer writes it.
+void write_model(FILE *out) {
+  write_header(out);
+  write_categories(out);
+  write_actions(out);
+  fprintf(out, "###################\n#\n# enterprises:\n#\n");
+  for (enterprise_info *e = enterprise_list_head.next; e != nullptr; e = e->next)
+    fprintf(out, "%s {%s}\n", e->enterprise_name, oid_to_string(e->enterprise_oid, e->oid_len));
+  fprintf(out, "#\n# User added trap formats:\n#\n");
+  for (enterprise_info *e = enterprise_list_head.next; e != nullptr; e = e->next)
+    write_formats(out, e);
+}
+
 }  // namespace
 
 extern "C" {
@@ -143,7 +176,7 @@ extern "C" {
 EVENTS_EXPORT FILE *lockHubdConfFile(char **errmsg) {
   *errmsg = nullptr;
   const char *path = nullptr;
-  FILE *fp = fopenConfFile("r+", &path);
+  FILE *fp = fopenConfFile("r+e", &path);
   if (fp == nullptr) {
     int error = errno;
     *errmsg =
@@ -176,34 +209,13 @@ EVENTS_EXPORT FILE *lockHubdConfFile(char **errmsg) {
 
 EVENTS_EXPORT int write_trapspec_file(FILE *fp) {
   if (fp == nullptr) return -1;
-  const char *path = getHubdConfFile();
-  if (events::save_backup(fp, path) != 0) return -1;
-  if (ftruncate(fileno(fp), 0) != 0) {
-    fprintf(stderr, "Bad return code from truncate of hubdconf file\n");
+  std::string why;
+  if (!events::model_writable(&why)) {
+    fprintf(stderr, "Not writing hubdconf file: %s would not read back\n", why.c_str());
     return -1;
   }
-  write_header(fp);
-  write_categories(fp);
-  write_actions(fp);
-  fprintf(fp, "###################\n#\n# enterprises:\n#\n");
-  for (enterprise_info *e = enterprise_list_head.next; e != nullptr; e = e->next)
-    fprintf(fp, "%s {%s}\n", e->enterprise_name, oid_to_string(e->enterprise_oid, e->oid_len));
-  fprintf(fp, "#\n# User added trap formats:\n#\n");
-  for (enterprise_info *e = enterprise_list_head.next; e != nullptr; e = e->next)
-    for (trap_record *r = e->trap_rec_list_head.next; r != nullptr; r = r->next)
-      print_trap_rec(fp, r, e->enterprise_oid, e->oid_len);
-  int flushed = events::flush_to_disk(fp);
-  int error = errno;
-  if (fclose(fp) != 0 && flushed == 0) {
-    flushed = -1;
-    error = errno;
-  }
-  if (flushed != 0) {
-    fprintf(stderr,
-            "Cannot write to hubdconf file\n(%s); the previous configuration is in \"%s\"\n",
-            strerror(error), events::backup_path(path).c_str());
-    return -1;
-  }
+  if (events::replace_content(fp, getHubdConfFile(), events::text_written_by(write_model)) != 0) return -1;
+  fclose(fp);
   return 0;
 }
 

@@ -157,7 +157,7 @@ int hubconf_check(int argc, char **argv) {
             S_ISDIR(info.st_mode) ? "is a directory" : "is not a regular file");
     return 1;
   }
-  warnings = hubconf_lint(file, stderr);
+  warnings = hubconf_lint(file, stderr, NULL);
   if (read_trapspec_file(&error) != 0) {
     if (error != NULL && error[0] != '\0') {
       print_error(file, error);

@@ -2,18 +2,25 @@
  *
  * Every edit is one cycle: lock hubd.conf, read it (and the alert mapping
  * file), change the model, write hubd.conf back over the locked file, and
- * tell hubd that it changed.  The alert mapping file is rewritten only when
- * the edit touched a mapped trap format and the file had been read without
- * error.  The library's own messages are printed as they come: the lock
- * refusal, the reader's error, the change-notice warning (which does not
- * make the edit fail: the file is written). */
+ * tell hubd that it changed.  The alert mapping file is rewritten, under
+ * the same lock, only when the edit touched a mapped trap format and the
+ * file had been read without error.  A file holding a format that the
+ * library replaced because of its length is not rewritten without --force,
+ * since the rewrite would lose the format.  The library's own messages are
+ * printed as they come: the lock refusal, the reader's error, the
+ * change-notice warning (which does not make the edit fail: the file is
+ * written). */
 #define _GNU_SOURCE
 #include <errno.h>
+#include <fcntl.h>
 #include <getopt.h>
 #include <limits.h>
+#include <spawn.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "alert_mapping.h"
 #include "hubconf.h"
@@ -30,13 +37,70 @@ static int wants_help(int argc, char **argv) {
   return argc >= 2 && (strcmp(argv[1], "-h") == 0 || strcmp(argv[1], "--help") == 0);
 }
 
-int hubconf_edit_cycle(edit_fn edit, const void *request) {
-  char *message = NULL, *error = NULL, *warning = NULL, *alert_path = NULL;
-  int alerts_changed = 0, status;
+int hubconf_show_diff(const char *file, const char *changed) {
+  char *const argv[] = {"diff",        "-u",          "--label",      (char *)file, "--label",
+                        (char *)file, (char *)file, (char *)changed, NULL};
+  pid_t child;
+  int status;
+  fflush(stdout);
+  if (posix_spawnp(&child, "diff", NULL, NULL, argv, environ) != 0 ||
+      waitpid(child, &status, 0) != child || !WIFEXITED(status) || WEXITSTATUS(status) > 1) {
+    fprintf(stderr, "hubconf: cannot compare %s with its change (diff)\n", file);
+    return 1;
+  }
+  return 0;
+}
+
+/* Writes the edited model to a temporary file and shows how it differs
+ * from the file in force. */
+static int show_change(const char *file) {
+  char temporary[] = "/tmp/hubconf-dry-run-XXXXXX";
+  int fd = mkostemp(temporary, O_CLOEXEC), status = 1;
+  FILE *out = fd >= 0 ? fdopen(fd, "w") : NULL;
+  if (out == NULL) {
+    fprintf(stderr, "hubconf: cannot create a temporary file: %s\n", strerror(errno));
+    if (fd >= 0) close(fd);
+  } else if (write_trapspec_file(out) != 0) {
+    fclose(out);
+  } else {
+    status = hubconf_show_diff(file, temporary);
+  }
+  if (fd >= 0) unlink(temporary);
+  return status;
+}
+
+/* Writes the alert mapping file; 0 or the exit status. */
+static int write_alerts(void) {
+  char *alert_path = NULL;
+  int written = write_voraspec_file(&alert_path);
+  if (written != 0) {
+    fprintf(stderr, "hubconf: %s: %s\n", alert_path,
+            written == -1 ? strerror(errno) : "not rewritten; it may name a changed trap");
+    return 1;
+  }
+  printf("hubconf: %s written\n", alert_path);
+  return 0;
+}
+
+int hubconf_edit_cycle(edit_fn edit, const void *request, const struct edit_options *options) {
+  char *message = NULL, *error = NULL, *warning = NULL;
+  int alerts_changed = 0, status, hold;
+  struct lint_findings found;
   FILE *fp = lockHubdConfFile(&message);
   if (fp == NULL) {
     fprintf(stderr, "hubconf: %s", message);
     doFree(message);
+    return 1;
+  }
+  hubconf_lint(getHubdConfFile(), NULL, &found);
+  if (found.replaced_formats > 0 && !options->force) {
+    fprintf(stderr,
+            "hubconf: %s holds %d text%s longer than 4094 bytes, which the library reads as "
+            "\"Format string too long\";\nrewriting the file would lose %s (hubconf check shows "
+            "where); give --force to rewrite it all the same\n",
+            getHubdConfFile(), found.replaced_formats, found.replaced_formats == 1 ? "" : "s",
+            found.replaced_formats == 1 ? "it" : "them");
+    fclose(fp);
     return 1;
   }
   /* Node source lists stay paths, so that they are written back as such. */
@@ -49,26 +113,32 @@ int hubconf_edit_cycle(edit_fn edit, const void *request) {
   int alerts_read = error[0] == '\0';
   if (!alerts_read) fprintf(stderr, "hubconf: alert mappings left untouched: %s", error);
   status = edit(request, &alerts_changed);
-  if (status != 0) {
+  if (status != 0 || options->dry_run) {
+    if (status == 0) status = show_change(getHubdConfFile());
     fclose(fp);
     if (status == HUBCONF_UNCHANGED) printf("hubconf: %s unchanged\n", getHubdConfFile());
     return status == HUBCONF_UNCHANGED ? 0 : status;
   }
-  /* On failure the writer has printed why; the stream may already be
-   * closed, so it is left as it is. */
-  if (write_trapspec_file(fp) != 0) return 1;
+  /* The writer closes the stream; a second descriptor of the same open
+   * file keeps the lock until the alert mapping file is written too. */
+  hold = fcntl(fileno(fp), F_DUPFD_CLOEXEC, 0);
+  if (write_trapspec_file(fp) != 0) {
+    fclose(fp);
+    if (hold >= 0) close(hold);
+    return 1;
+  }
   printf("hubconf: %s written\n", getHubdConfFile());
+  if (found.comments > 0)
+    printf("hubconf: note: the comments of %s were not kept: every write makes the file anew "
+           "from the configuration; notes kept between %s and %s survive\n",
+           getHubdConfFile(), sdescKeyword, edescKeyword);
   if (alerts_changed && alerts_read) {
-    int written = write_voraspec_file(&alert_path);
-    if (written != 0) {
-      fprintf(stderr, "hubconf: %s: %s\n", alert_path,
-              written == -1 ? strerror(errno) : "not rewritten; it may name a changed trap");
-      return 1;
-    }
-    printf("hubconf: %s written\n", alert_path);
+    status = write_alerts();
   } else if (alerts_changed) {
     fprintf(stderr, "hubconf: the alert mapping file was not rewritten\n");
   }
+  if (hold >= 0) close(hold);
+  if (status != 0) return status;
   if (sendFMTCHGevent("hubconf", HUBCONF_SOURCE, &warning) != 0) fprintf(stderr, "%s\n", warning);
   return 0;
 }
@@ -83,7 +153,9 @@ enum {
   OPT_NODES,
   OPT_FORWARD,
   OPT_NO_FORWARD,
-  OPT_EVENT_CLASS
+  OPT_EVENT_CLASS,
+  OPT_FORCE,
+  OPT_DRY_RUN
 };
 
 /* What `set` was given; NULL or -1 fields were not given. */
@@ -92,6 +164,7 @@ struct set_request {
       *description;
   int generic, specific, severity, source, status, forward;
   int has_generic, has_specific;
+  struct edit_options options;
 };
 
 static void set_usage(FILE *out) {
@@ -114,7 +187,10 @@ static void set_usage(FILE *out) {
       "      --event-class TEXT     event class (\"\" removes it)\n"
       "  -d, --description TEXT     long description (may span lines)\n"
       "      --source C             one-character source code (default A)\n"
-      "      --status N             status flag (default 0)\n",
+      "      --status N             status flag (default 0)\n"
+      "      --force                set what hubconf check would warn about, and rewrite\n"
+      "                             a file whose over-long formats the library replaced\n"
+      "      --dry-run              show the change as a unified diff; write nothing\n",
       out);
 }
 
@@ -138,11 +214,28 @@ static int parse_severity(const char *text, int *severity) {
   return parse_int(text, severity) && *severity >= 0 && *severity < SEVERITY_COUNT;
 }
 
-/* A text that must stay on one line of the file. */
-static int one_line(const char *option, const char *text) {
-  if (text == NULL || strpbrk(text, "\r\n") == NULL) return 1;
-  fprintf(stderr, "hubconf set: %s must be a single line\n", option);
+/* Whether a text given to set is written and read back as given; an
+ * empty EXEC, DISPLAY or event class removes it and is not checked. */
+static int writable(const char *what, int kind, const char *text) {
+  const char *problem;
+  if (text == NULL || (text[0] == '\0' && kind != TRAP_TEXT_FORMAT && kind != TRAP_TEXT_NAME))
+    return 1;
+  problem = text[0] == '\0' ? "is empty" : trapTextProblem(kind, text);
+  if (problem == NULL) return 1;
+  fprintf(stderr, "hubconf set: %s %s\n", what, problem);
   return 0;
+}
+
+static int nodes_writable(const char *list) {
+  char *copy, *rest = NULL, *node;
+  int ok = 1;
+  if (list == NULL) return 1;
+  copy = doStrdup(list);
+  for (node = strtok_r(copy, " \t,", &rest); node != NULL && ok;
+       node = strtok_r(NULL, " \t,", &rest))
+    ok = writable("a node of --nodes", TRAP_TEXT_NODE, node);
+  doFree(copy);
+  return ok;
 }
 
 static int parse_set(int argc, char **argv, struct set_request *request) {
@@ -161,6 +254,8 @@ static int parse_set(int argc, char **argv, struct set_request *request) {
                                           {"event-class", required_argument, NULL, OPT_EVENT_CLASS},
                                           {"source", required_argument, NULL, OPT_SOURCE},
                                           {"status", required_argument, NULL, OPT_STATUS},
+                                          {"force", no_argument, NULL, OPT_FORCE},
+                                          {"dry-run", no_argument, NULL, OPT_DRY_RUN},
                                           {"help", no_argument, NULL, 'h'},
                                           {NULL, 0, NULL, 0}};
   int option;
@@ -216,6 +311,12 @@ static int parse_set(int argc, char **argv, struct set_request *request) {
       case OPT_STATUS:
         ok = parse_int(optarg, &request->status);
         break;
+      case OPT_FORCE:
+        request->options.force = 1;
+        break;
+      case OPT_DRY_RUN:
+        request->options.dry_run = 1;
+        break;
       case 'h':
         set_usage(stdout);
         return 0;
@@ -235,18 +336,31 @@ static int parse_set(int argc, char **argv, struct set_request *request) {
     return 2;
   }
   request->name = argv[optind];
-  if (request->name[0] == '\0' || strlen(request->name) >= TRAP_NAME_SIZE ||
-      strpbrk(request->name, " \t\r\n{\"") != NULL) {
-    fprintf(stderr, "hubconf set: a name is one word of 1 to %d characters\n", TRAP_NAME_SIZE - 1);
+  if (!writable("the name", TRAP_TEXT_NAME, request->name) ||
+      !writable("--format", TRAP_TEXT_FORMAT, request->format) ||
+      !writable("--exec", TRAP_TEXT_COMMAND, request->exec) ||
+      !writable("--display", TRAP_TEXT_COMMAND, request->display) ||
+      !writable("--event-class", TRAP_TEXT_EVENT_CLASS, request->event_class) ||
+      !writable("--description", TRAP_TEXT_DESCRIPTION, request->description) ||
+      !nodes_writable(request->nodes))
     return 2;
-  }
-  if (!one_line("--format", request->format) || !one_line("--exec", request->exec) ||
-      !one_line("--display", request->display) || !one_line("--nodes", request->nodes) ||
-      !one_line("--event-class", request->event_class))
-    return 2;
-  if (request->format != NULL && request->format[0] == '\0') {
-    fputs("hubconf set: --format may not be empty\n", stderr);
-    return 2;
+  /* What hubconf check would warn about is set only on purpose. */
+  if (!request->options.force &&
+      (request->has_generic ? hubconf_lint_value("hubconf set: --generic", request->generic, NULL,
+                                                 stderr)
+                            : 0) +
+              (request->format != NULL
+                   ? hubconf_lint_value("hubconf set: --format", 0, request->format, stderr)
+                   : 0) +
+              (request->exec != NULL
+                   ? hubconf_lint_value("hubconf set: --exec", 0, request->exec, stderr)
+                   : 0) +
+              (request->display != NULL
+                   ? hubconf_lint_value("hubconf set: --display", 0, request->display, stderr)
+                   : 0) >
+          0) {
+    fputs("hubconf set: not set; give --force to set it all the same\n", stderr);
+    return 1;
   }
   return -1;
 }
@@ -279,26 +393,6 @@ static char *copy_or_null(const char *text) {
 
 static const char *raw(const trap_element *element) {
   return element != NULL ? element->rawstring : NULL;
-}
-
-/* The description must not hold a line that the reader would take for the
- * end of its block or for a comment. */
-static int description_ok(const char *text) {
-  const char *line = text;
-  size_t keyword = strlen(edescKeyword);
-  while (line != NULL) {
-    line += strspn(line, " \t");
-    if (line[0] == '#' || (strncmp(line, edescKeyword, keyword) == 0 &&
-                           (line[keyword] == '\n' || line[keyword] == '\0'))) {
-      fprintf(stderr,
-              "hubconf set: no line of the description may be \"%s\" or begin with \"#\"\n",
-              edescKeyword);
-      return 0;
-    }
-    line = strchr(line, '\n');
-    if (line != NULL) ++line;
-  }
-  return 1;
 }
 
 /* Splits a node list at blanks, tabs and commas into owned copies. */
@@ -356,7 +450,6 @@ static int apply_set(const void *data, int *alerts_changed) {
   if (enterprise == NULL) return 1;
   category = request->category != NULL ? find_category(request->category) : old->category_number;
   if (category < 0) return 1;
-  if (request->description != NULL && !description_ok(request->description)) return 2;
   generic = request->has_generic ? request->generic : old->generic_trap;
   specific = request->has_specific ? request->specific : old->specific_trap;
   if (request->nodes != NULL) {
@@ -429,7 +522,7 @@ int hubconf_set(int argc, char **argv) {
   struct set_request request;
   int parsed = parse_set(argc, argv, &request);
   if (parsed >= 0) return parsed;
-  return hubconf_edit_cycle(apply_set, &request);
+  return hubconf_edit_cycle(apply_set, &request, &request.options);
 }
 
 /* ---- delete, delete-action ---- */
@@ -456,28 +549,51 @@ static int apply_delete_action(const void *data, int *alerts_changed) {
   return 0;
 }
 
-static int run_single(int argc, char **argv, const char *usage, edit_fn edit) {
+int hubconf_edit_args(int argc, char **argv, const char *usage, struct edit_options *options) {
+  int i;
   if (wants_help(argc, argv)) {
     fputs(usage, stdout);
     return 0;
   }
-  if (argc != 2) {
+  for (i = 1; i < argc && strncmp(argv[i], "--", 2) == 0; ++i) {
+    if (strcmp(argv[i], "--force") == 0) {
+      options->force = 1;
+    } else if (strcmp(argv[i], "--dry-run") == 0) {
+      options->dry_run = 1;
+    } else {
+      fputs(usage, stderr);
+      return -2;
+    }
+  }
+  if (i == argc) {
+    fputs(usage, stderr);
+    return -2;
+  }
+  return argc - i;
+}
+
+/* An edit of one named thing. */
+static int run_single(int argc, char **argv, const char *usage, edit_fn edit) {
+  struct edit_options options = {0, 0};
+  int count = hubconf_edit_args(argc, argv, usage, &options);
+  if (count <= 0) return -count;
+  if (count != 1) {
     fputs(usage, stderr);
     return 2;
   }
-  return hubconf_edit_cycle(edit, argv[1]);
+  return hubconf_edit_cycle(edit, argv[argc - 1], &options);
 }
 
 int hubconf_delete(int argc, char **argv) {
   return run_single(argc, argv,
-                    "usage: hubconf delete NAME\n"
+                    "usage: hubconf delete [--force] [--dry-run] NAME\n"
                     "  Removes the trap format NAME (and its alert mapping).\n",
                     apply_delete);
 }
 
 int hubconf_delete_action(int argc, char **argv) {
   return run_single(argc, argv,
-                    "usage: hubconf delete-action TITLE\n"
+                    "usage: hubconf delete-action [--force] [--dry-run] TITLE\n"
                     "  Removes the operator action TITLE.\n",
                     apply_delete_action);
 }

@@ -13,11 +13,15 @@
  * --#CATEGORY that vendors put in their modules for trap converters are
  * read from the module files, since the parser drops comments. */
 #define _GNU_SOURCE
+#include <errno.h>
+#include <fcntl.h>
 #include <getopt.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <strings.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "hubconf.h"
 #include "mib_reader.h"
@@ -39,7 +43,12 @@ struct import_request {
   size_t hint_count;
   const char *category, *severity;
   int default_category, default_severity;
+  int replace;
+  struct edit_options options;
 };
+
+/* What import_one did with a notification. */
+enum import_result { SKIPPED = -1, UNCHANGED, ADDED, REPLACED, KEPT };
 
 static int compare_hints(const void *a, const void *b) {
   return strcmp(((const struct hints *)a)->name, ((const struct hints *)b)->name);
@@ -109,8 +118,8 @@ static int same_text(const char *a, const char *b) {
   return strcmp(a != NULL ? a : "", b != NULL ? b : "") == 0;
 }
 
-/* 0 unchanged, 1 added or replaced, -1 skipped (reported). */
-static int import_one(const struct import_request *request,
+/* Skipped notifications and kept formats are reported. */
+static enum import_result import_one(const struct import_request *request,
                       const struct mib_notification *notification) {
   unsigned int arcs[MAX_ARCS + 1];
   unsigned long length = 0;
@@ -129,7 +138,7 @@ static int import_one(const struct import_request *request,
       length > MAX_ARCS) {
     fprintf(stderr, "hubconf import-mib: %s: identifier %s left out\n", notification->name,
             notification->oid);
-    return -1;
+    return SKIPPED;
   }
   specific = (int)arcs[--length];
   if (length == SNMP_TRAPS_ARCS && memcmp(arcs, snmp_traps, sizeof snmp_traps) == 0 &&
@@ -156,7 +165,7 @@ static int import_one(const struct import_request *request,
               notification->name, hints->severity, severityToString(severity));
   }
   enterprise = enterprise_for(arcs, length, notification->enterprise_label);
-  if (enterprise == NULL) return -1;
+  if (enterprise == NULL) return SKIPPED;
   format = mib_format_line(notification, hints);
   description = mib_description_block(notification->description);
   existing = findExactTrapRecord(enterprise, generic, specific, NULL);
@@ -170,19 +179,26 @@ static int import_one(const struct import_request *request,
         existing->category_number == category && existing->severity == severity) {
       doFree(format);
       doFree(description);
-      return 0;
+      return UNCHANGED;
+    }
+    if (!request->replace) {
+      printf("hubconf import-mib: kept %s as it is; the module's %s differs\n", existing->name,
+             notification->name);
+      doFree(format);
+      doFree(description);
+      return KEPT;
     }
   }
   insertMallocTrapRecord(enterprise, name, generic, specific, 0, NULL, category,
                          existing != NULL ? (unsigned char)existing->source : 'A', format, NULL,
                          NULL, description, severity, existing != NULL ? existing->status : 0,
                          existing != NULL ? existing->forward : 0, NULL, 0, NULL, NULL);
-  return 1;
+  return existing != NULL ? REPLACED : ADDED;
 }
 
 static int apply_import(const void *data, int *alerts_changed) {
   struct import_request *request = (struct import_request *)data;
-  size_t i, changed = 0, skipped = 0;
+  size_t i, count[KEPT + 1] = {0}, skipped = 0;
   (void)alerts_changed;
   request->default_category = category_named(request->category);
   if (request->default_category < 0) {
@@ -192,50 +208,144 @@ static int apply_import(const void *data, int *alerts_changed) {
   }
   request->default_severity = severity_named(request->severity);
   for (i = 0; i < request->contents.notification_count; ++i) {
-    int result = import_one(request, &request->contents.notifications[i]);
-    if (result > 0) ++changed;
-    if (result < 0) ++skipped;
+    enum import_result result = import_one(request, &request->contents.notifications[i]);
+    if (result == SKIPPED)
+      ++skipped;
+    else
+      ++count[result];
   }
-  printf("hubconf: %zu trap formats added or replaced, %zu unchanged%s\n", changed,
-         request->contents.notification_count - changed - skipped,
-         skipped > 0 ? ", some left out" : "");
-  return changed > 0 ? 0 : HUBCONF_UNCHANGED;
+  printf("hubconf: %zu trap formats added, %zu replaced, %zu unchanged, %zu kept as they "
+         "were%s%s\n",
+         count[ADDED], count[REPLACED], count[UNCHANGED], count[KEPT],
+         count[KEPT] > 0 ? " (--replace replaces them)" : "", skipped > 0 ? ", some left out" : "");
+  return count[ADDED] + count[REPLACED] > 0 ? 0 : HUBCONF_UNCHANGED;
 }
 
 /* ---- outputs ---- */
 
-/* Writes a file through a temporary beside it, so that a reader never
- * sees half of it. */
-static int write_names(const char *path, const struct mib_label *labels, size_t count,
-                       int mapping_syntax) {
-  char *temporary = NULL;
+/* The key of an OID names or MIB labels line: what comes before "=" in
+ * the one, the first word of the other; NULL for a comment or blank line. */
+static char *line_key(const char *line, int mapping_syntax) {
+  size_t length;
+  line += strspn(line, " \t");
+  if (*line == '#' || *line == '\0' || *line == '\n') return NULL;
+  length = mapping_syntax ? strcspn(line, "=\n") : strcspn(line, " \t\n");
+  return strndup(line, length);
+}
+
+static int compare_keys(const void *a, const void *b) {
+  return strcmp(*(char *const *)a, *(char *const *)b);
+}
+
+/* The modules' entries as lines, with their keys sorted for lookup. */
+struct entries {
+  char **lines, **keys;
+  size_t count;
+};
+
+static void add_entry(struct entries *entries, char *line, int mapping_syntax) {
+  entries->lines = realloc(entries->lines, sizeof(char *) * (entries->count + 1));
+  entries->keys = realloc(entries->keys, sizeof(char *) * (entries->count + 1));
+  if (entries->lines == NULL || entries->keys == NULL) abort();
+  entries->lines[entries->count] = line;
+  entries->keys[entries->count++] = line_key(line, mapping_syntax);
+}
+
+static void module_entries(const struct mib_label *labels, size_t count, int mapping_syntax,
+                           struct entries *entries) {
   size_t i;
-  int ok;
+  char *line;
+  memset(entries, 0, sizeof *entries);
+  if (mapping_syntax && asprintf(&line, "\"iso\"=1\n") >= 0) add_entry(entries, line, 1);
+  for (i = 0; i < count; ++i) {
+    if (mapping_syntax && (strncmp(labels[i].oid, "1.", 2) != 0 ||
+                           strlen(labels[i].label) >= OID_MAPPING_SIZE ||
+                           strpbrk(labels[i].label, "\"\\") != NULL))
+      continue;
+    if ((mapping_syntax ? asprintf(&line, "${iso}%s=\"%s\"\n", labels[i].oid + 1, labels[i].label)
+                        : asprintf(&line, "%s %s\n", labels[i].oid, labels[i].label)) < 0)
+      abort();
+    add_entry(entries, line, mapping_syntax);
+  }
+  qsort(entries->keys, entries->count, sizeof(char *), compare_keys);
+}
+
+static void free_entries(struct entries *entries) {
+  size_t i;
+  for (i = 0; i < entries->count; ++i) {
+    free(entries->lines[i]);
+    free(entries->keys[i]);
+  }
+  free(entries->lines);
+  free(entries->keys);
+}
+
+/* Writes the existing file's lines whose keys the modules do not give,
+ * then the modules' entries; 0 when the existing file cannot be read. */
+static int write_merged(FILE *out, const char *path, const struct entries *entries,
+                        int mapping_syntax) {
+  FILE *in = fopen(path, "re");
+  char *line = NULL;
+  size_t size = 0, i;
+  int ok = 1;
+  if (in == NULL && errno != ENOENT) return 0;
+  if (in == NULL)
+    fputs(mapping_syntax ? "# OID names from MIB modules, written by hubconf import-mib.\n"
+                         : "# MIB labels from MIB modules, written by hubconf import-mib.\n",
+          out);
+  while (in != NULL && getline(&line, &size, in) > 0) {
+    char *key = line_key(line, mapping_syntax);
+    if (key == NULL || bsearch(&key, entries->keys, entries->count, sizeof(char *),
+                               compare_keys) == NULL) {
+      fputs(line, out);
+      if (line[strlen(line) - 1] != '\n') fputc('\n', out);
+    }
+    free(key);
+  }
+  if (in != NULL) {
+    ok = !ferror(in);
+    fclose(in);
+  }
+  free(line);
+  for (i = 0; i < entries->count; ++i) fputs(entries->lines[i], out);
+  return ok;
+}
+
+/* Merges the modules' entries into `path` through a temporary beside it,
+ * so that a reader never sees half of it; with `dry_run` only shows the
+ * change. */
+static int write_names(const char *path, const struct mib_label *labels, size_t count,
+                       int mapping_syntax, int dry_run) {
+  char *temporary = NULL;
+  struct entries entries;
+  struct stat existing;
+  int ok, fd;
   FILE *fp;
-  if (asprintf(&temporary, "%s.tmp", path) < 0) return 0;
-  fp = fopen(temporary, "w");
+  if (asprintf(&temporary, "%s.XXXXXX", path) < 0) return 0;
+  fd = mkostemp(temporary, O_CLOEXEC);
+  fp = fd >= 0 ? fdopen(fd, "w") : NULL;
   if (fp == NULL) {
-    perror(temporary);
+    perror(path);
+    if (fd >= 0) close(fd);
     free(temporary);
     return 0;
   }
-  if (mapping_syntax) {
-    fputs("# OID names from MIB modules, written by hubconf import-mib.\n\"iso\"=1\n", fp);
-    for (i = 0; i < count; ++i)
-      if (strncmp(labels[i].oid, "1.", 2) == 0 && strlen(labels[i].label) < OID_MAPPING_SIZE &&
-          strpbrk(labels[i].label, "\"\\") == NULL)
-        fprintf(fp, "${iso}%s=\"%s\"\n", labels[i].oid + 1, labels[i].label);
-  } else {
-    fputs("# MIB labels from MIB modules, written by hubconf import-mib.\n", fp);
-    for (i = 0; i < count; ++i) fprintf(fp, "%s %s\n", labels[i].oid, labels[i].label);
-  }
-  ok = !ferror(fp);
+  /* The merged file keeps the mode of the one it replaces. */
+  fchmod(fd, stat(path, &existing) == 0 ? existing.st_mode & 07777 : 0644);
+  module_entries(labels, count, mapping_syntax, &entries);
+  ok = write_merged(fp, path, &entries, mapping_syntax) && !ferror(fp);
+  free_entries(&entries);
   if (fclose(fp) != 0) ok = 0;
-  if (ok && rename(temporary, path) != 0) ok = 0;
+  if (ok && dry_run) {
+    ok = hubconf_show_diff(path, temporary) == 0;
+    remove(temporary);
+  } else if (ok && rename(temporary, path) != 0) {
+    ok = 0;
+  }
   if (!ok) {
     perror(path);
     remove(temporary);
-  } else {
+  } else if (!dry_run) {
     printf("hubconf: %s written\n", path);
   }
   free(temporary);
@@ -247,21 +357,26 @@ static int write_names(const char *path, const struct mib_label *labels, size_t 
 static void import_usage(FILE *out) {
   fputs(
       "usage: hubconf import-mib [OPTION]... MODULE-OR-FILE...\n"
-      "  Adds or replaces a trap format for every TRAP-TYPE and NOTIFICATION-TYPE\n"
-      "  of the modules, named or given as files.\n"
+      "  Adds a trap format for every TRAP-TYPE and NOTIFICATION-TYPE of the\n"
+      "  modules, named or given as files, that has none; formats that differ from\n"
+      "  the module's are kept and listed.\n"
       "  -M, --mibdir DIR        look for modules in DIR (repeatable; default\n"
       "                          /usr/share/snmp/mibs)\n"
       "  -c, --category NAME     category of formats without a --#CATEGORY hint\n"
       "                          (default \"Status Events\")\n"
       "  -S, --severity N|NAME   severity of formats without a --#SEVERITY hint\n"
       "                          (default 1, Indeterminate)\n"
-      "      --names FILE        write the OID names of the modules' notifications,\n"
-      "                          objects and enumerated values to FILE\n"
-      "      --labels FILE       write the MIB labels of every node read to FILE\n",
+      "      --replace           replace the formats that differ from the module's\n"
+      "      --dry-run           show the changes as unified diffs; write nothing\n"
+      "      --force             rewrite a file whose over-long formats the library\n"
+      "                          replaced\n"
+      "      --names FILE        merge the OID names of the modules' notifications,\n"
+      "                          objects and enumerated values into FILE\n"
+      "      --labels FILE       merge the MIB labels of every node read into FILE\n",
       out);
 }
 
-enum { OPT_NAMES = 256, OPT_LABELS };
+enum { OPT_NAMES = 256, OPT_LABELS, OPT_REPLACE, OPT_DRY_RUN, OPT_FORCE };
 
 int hubconf_import_mib(int argc, char **argv) {
   static const struct option options[] = {{"mibdir", required_argument, NULL, 'M'},
@@ -269,6 +384,9 @@ int hubconf_import_mib(int argc, char **argv) {
                                           {"severity", required_argument, NULL, 'S'},
                                           {"names", required_argument, NULL, OPT_NAMES},
                                           {"labels", required_argument, NULL, OPT_LABELS},
+                                          {"replace", no_argument, NULL, OPT_REPLACE},
+                                          {"dry-run", no_argument, NULL, OPT_DRY_RUN},
+                                          {"force", no_argument, NULL, OPT_FORCE},
                                           {"help", no_argument, NULL, 'h'},
                                           {NULL, 0, NULL, 0}};
   struct import_request request;
@@ -301,6 +419,15 @@ int hubconf_import_mib(int argc, char **argv) {
       case OPT_LABELS:
         labels = optarg;
         break;
+      case OPT_REPLACE:
+        request.replace = 1;
+        break;
+      case OPT_DRY_RUN:
+        request.options.dry_run = 1;
+        break;
+      case OPT_FORCE:
+        request.options.force = 1;
+        break;
       case 'h':
         import_usage(stdout);
         status = 0;
@@ -321,13 +448,17 @@ int hubconf_import_mib(int argc, char **argv) {
     goto done;
   }
   load_hints(&request);
-  status = request.contents.notification_count > 0 ? hubconf_edit_cycle(apply_import, &request) : 0;
+  status = request.contents.notification_count > 0
+               ? hubconf_edit_cycle(apply_import, &request, &request.options)
+               : 0;
   if (request.contents.notification_count == 0) puts("hubconf: no notifications in the modules");
   if (status == 0 && names != NULL &&
-      !write_names(names, request.contents.names, request.contents.name_count, 1))
+      !write_names(names, request.contents.names, request.contents.name_count, 1,
+                   request.options.dry_run))
     status = 1;
   if (status == 0 && labels != NULL &&
-      !write_names(labels, request.contents.labels, request.contents.label_count, 0))
+      !write_names(labels, request.contents.labels, request.contents.label_count, 0,
+                   request.options.dry_run))
     status = 1;
   mib_free_hints(request.hints, request.hint_count);
   mib_contents_free(&request.contents);

@@ -13,24 +13,50 @@
 #include "hubconf.h"
 #include "trp_format.h"
 
-enum { kMaxReferences = 79, kMaxReferenceNumber = 80 };
+enum { kMaxReferences = 79, kMaxReferenceNumber = 80, kMaxFormat = 4094 };
 
 struct lint {
-  const char *file;
-  FILE *report;
+  const char *file; /* or what is checked, with line 0 */
+  FILE *report;     /* NULL: count only */
   int line;
-  int warnings;
+  struct lint_findings found;
 };
 
 static void warn(struct lint *lint, const char *fmt, ...) __attribute__((format(printf, 2, 3)));
 static void warn(struct lint *lint, const char *fmt, ...) {
   va_list args;
+  ++lint->found.warnings;
+  if (lint->report == NULL) return;
   va_start(args, fmt);
-  fprintf(lint->report, "%s:%d: warning: ", lint->file, lint->line);
+  if (lint->line > 0)
+    fprintf(lint->report, "%s:%d: warning: ", lint->file, lint->line);
+  else
+    fprintf(lint->report, "%s: warning: ", lint->file);
   vfprintf(lint->report, fmt, args);
   fputc('\n', lint->report);
   va_end(args);
-  ++lint->warnings;
+}
+
+/* A format text that the compiler replaces by "Format string too long",
+ * so that a rewrite of the file loses it. */
+static void check_length(struct lint *lint, const char *text) {
+  if (strlen(text) <= kMaxFormat) return;
+  ++lint->found.replaced_formats;
+  warn(lint,
+       "the text is longer than %d bytes: it is read as \"Format string too long\", "
+       "and a rewrite of the file loses it",
+       kMaxFormat);
+}
+
+/* The comment lines that the writer itself writes. */
+static int written_comment(const char *text) {
+  static const char *const own[] = {"#", "###################", "# enterprises:",
+                                    "# display categories:", "# Operator Actions:",
+                                    "# User added trap formats:"};
+  size_t i;
+  for (i = 0; i < sizeof own / sizeof own[0]; ++i)
+    if (strcmp(text, own[i]) == 0) return 1;
+  return strncmp(text, "# Created by qwmtrap at ", 24) == 0;
 }
 
 static int starts_with(const char *text, const char *keyword) {
@@ -110,6 +136,11 @@ static void check_references(struct lint *lint, const char *text) {
 
 /* A trap format's name line: name {oid} generic specific source severity
  * status "category". */
+static void check_generic(struct lint *lint, int generic) {
+  if (generic != -1 && (generic < 0 || generic > 6))
+    warn(lint, "generic number %d is neither 0 to 6 nor -1 (any)", generic);
+}
+
 static void check_name_line(struct lint *lint, const char *text) {
   const char *close = strchr(text, '}');
   const char *quote = strchr(close, '"');
@@ -117,18 +148,29 @@ static void check_name_line(struct lint *lint, const char *text) {
   check_numbers(lint, strchr(text, '{'), close, 1);
   check_numbers(lint, close + 1, quote != NULL ? quote : close + strlen(close), 0);
   check_quote(lint, close);
-  if (sscanf(close + 1, "%d", &generic) == 1 && generic != -1 && (generic < 0 || generic > 6))
-    warn(lint, "generic number %d is neither 0 to 6 nor -1 (any)", generic);
+  if (sscanf(close + 1, "%d", &generic) == 1) check_generic(lint, generic);
 }
 
-int hubconf_lint(const char *file, FILE *report) {
-  struct lint lint = {file, report, 0, 0};
+int hubconf_lint_value(const char *what, int generic, const char *format, FILE *report) {
+  struct lint lint = {what, report, 0, {0, 0, 0}};
+  if (format != NULL)
+    check_references(&lint, format);
+  else
+    check_generic(&lint, generic);
+  return lint.found.warnings;
+}
+
+int hubconf_lint(const char *file, FILE *report, struct lint_findings *findings) {
+  struct lint lint = {file, report, 0, {0, 0, 0}};
   FILE *in = fopen(file, "r");
   char *buffer = NULL;
   size_t size = 0;
   ssize_t length;
   int in_description = 0, in_slots = 0, format_next = 0;
-  if (in == NULL) return 0; /* the library's read reports it */
+  if (in == NULL) { /* the library's read reports it */
+    if (findings != NULL) *findings = lint.found;
+    return 0;
+  }
   while ((length = getline(&buffer, &size, in)) > 0) {
     char *text = buffer + strspn(buffer, " \t");
     ++lint.line;
@@ -137,7 +179,10 @@ int hubconf_lint(const char *file, FILE *report) {
       warn(&lint, "the line ends in a carriage return, which becomes part of its text");
       buffer[--length] = '\0';
     }
-    if (*text == '#') continue;
+    if (*text == '#') {
+      lint.found.comments += !written_comment(text);
+      continue;
+    }
     if (in_description) {
       if (strcmp(text, edescKeyword) == 0)
         in_description = 0;
@@ -152,6 +197,7 @@ int hubconf_lint(const char *file, FILE *report) {
     if (format_next) {
       format_next = 0;
       check_references(&lint, text);
+      check_length(&lint, text);
     } else if (strcmp(text, sdescKeyword) == 0) {
       in_description = 1;
     } else if (keyword_with_blanks(text, sdescKeyword)) {
@@ -162,6 +208,8 @@ int hubconf_lint(const char *file, FILE *report) {
       check_quote(&lint, text);
     } else if (starts_with(text, execKeyword) || starts_with(text, displayKeyword)) {
       check_references(&lint, text);
+      check_length(&lint, text + strlen(starts_with(text, execKeyword) ? execKeyword
+                                                                       : displayKeyword));
     } else if (starts_with(text, smapKeyword)) {
       in_slots = 1;
     } else if (!starts_with(text, nodesKeyword) && !starts_with(text, eventclassKeyword) &&
@@ -177,5 +225,6 @@ int hubconf_lint(const char *file, FILE *report) {
   }
   free(buffer);
   fclose(in);
-  return lint.warnings;
+  if (findings != NULL) *findings = lint.found;
+  return lint.found.warnings;
 }

@@ -21,6 +21,12 @@ static const struct {
     {"set", hubconf_set, "add a trap format or change one"},
     {"delete", hubconf_delete, "remove a trap format"},
     {"delete-action", hubconf_delete_action, "remove an operator action"},
+    {"set-action", hubconf_model_edit, "add an operator action or change one"},
+    {"add-enterprise", hubconf_model_edit, "add an enterprise or rename one"},
+    {"delete-enterprise", hubconf_model_edit, "remove an enterprise without trap formats"},
+    {"set-category", hubconf_model_edit, "name a display category"},
+    {"delete-category", hubconf_model_edit, "remove a display category no format uses"},
+    {"test", hubconf_test, "show a trap as the event display would, offline"},
     {"match", hubconf_match, "show which format a trap would get, and why"},
     {"import-mib", hubconf_import_mib, "add the trap formats of MIB modules"},
 };
@@ -33,7 +39,7 @@ static void usage(FILE *out) {
         "  configuration files the command used.\n\ncommands:\n",
         out);
   for (i = 0; i < sizeof commands / sizeof commands[0]; ++i)
-    fprintf(out, "  %-14s %s\n", commands[i].name, commands[i].summary);
+    fprintf(out, "  %-17s %s\n", commands[i].name, commands[i].summary);
 }
 
 /* Takes --verbose out of the arguments (up to a "--"); returns whether it

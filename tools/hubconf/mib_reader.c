@@ -110,6 +110,9 @@ static char *module_of_file(const char *path) {
   return word;
 }
 
+/* Room for a dotted identifier of 128 arcs and more. */
+#define MIB_OID_TEXT 4096
+
 struct walk {
   const int *modids;
   size_t modid_count;
@@ -158,37 +161,60 @@ static int is_trap_type(const struct tree *node) {
   return length > 0 && node->parent->subid == 0 && label[length - 1] == '#';
 }
 
-static void walk_tree(struct walk *walk, const struct tree *node, const char *prefix) {
-  for (; node != NULL; node = node->next_peer) {
-    char oid[4096];
-    size_t label_length = node->label != NULL ? strlen(node->label) : 0;
-    int hidden = label_length == 0 || node->label[label_length - 1] == '#';
-    if (snprintf(oid, sizeof oid, "%s%s%lu", prefix, prefix[0] != '\0' ? "." : "",
-                 (unsigned long)node->subid) >= (int)sizeof oid)
-      continue;
-    if (!hidden) {
-      add_label(&walk->contents->labels, &walk->contents->label_count, oid, node->label);
-      if (asked_for(walk, node)) {
-        const struct enum_list *value;
-        add_label(&walk->contents->names, &walk->contents->name_count, oid, node->label);
-        if (node->type == TYPE_TRAPTYPE || node->type == TYPE_NOTIFTYPE || is_trap_type(node))
-          add_notification(walk, node, oid);
-        /* A scalar is sent with instance 0: its values are named there too. */
-        int scalar = node->parent != NULL && node->parent->indexes == NULL &&
-                     node->parent->augments == NULL && node->child_list == NULL;
-        for (value = node->enums; value != NULL; value = value->next) {
-          char value_oid[4200];
-          if (value->value < 0 || value->label == NULL) continue;
-          snprintf(value_oid, sizeof value_oid, "%s.%d", oid, value->value);
-          add_label(&walk->contents->names, &walk->contents->name_count, value_oid, value->label);
-          if (!scalar) continue;
-          snprintf(value_oid, sizeof value_oid, "%s.0.%d", oid, value->value);
-          add_label(&walk->contents->names, &walk->contents->name_count, value_oid, value->label);
-        }
-      }
-    }
-    walk_tree(walk, node->child_list, oid);
+/* Takes the labels, names and notifications of one node whose dotted
+ * identifier is `oid`. */
+static void visit(struct walk *walk, const struct tree *node, const char *oid) {
+  const struct enum_list *value;
+  size_t label_length = node->label != NULL ? strlen(node->label) : 0;
+  int scalar;
+  if (label_length == 0 || node->label[label_length - 1] == '#') return; /* hidden */
+  add_label(&walk->contents->labels, &walk->contents->label_count, oid, node->label);
+  if (!asked_for(walk, node)) return;
+  add_label(&walk->contents->names, &walk->contents->name_count, oid, node->label);
+  if (node->type == TYPE_TRAPTYPE || node->type == TYPE_NOTIFTYPE || is_trap_type(node))
+    add_notification(walk, node, oid);
+  /* A scalar is sent with instance 0: its values are named there too. */
+  scalar = node->parent != NULL && node->parent->indexes == NULL &&
+           node->parent->augments == NULL && node->child_list == NULL;
+  for (value = node->enums; value != NULL; value = value->next) {
+    char value_oid[MIB_OID_TEXT + 32];
+    if (value->value < 0 || value->label == NULL) continue;
+    snprintf(value_oid, sizeof value_oid, "%s.%d", oid, value->value);
+    add_label(&walk->contents->names, &walk->contents->name_count, value_oid, value->label);
+    if (!scalar) continue;
+    snprintf(value_oid, sizeof value_oid, "%s.0.%d", oid, value->value);
+    add_label(&walk->contents->names, &walk->contents->name_count, value_oid, value->label);
   }
+}
+
+/* Visits every node below `first` and its peers, depth first, without
+ * recursion: a module may nest identifiers thousands of levels deep.  A
+ * subtree whose identifiers no longer fit in their text is left out. */
+static void walk_tree(struct walk *walk, const struct tree *first) {
+  char oid[MIB_OID_TEXT];
+  size_t *ends = NULL; /* where the identifier ends at each level */
+  size_t depth = 0;
+  const struct tree *node = first;
+  while (node != NULL) {
+    size_t start = depth > 0 ? ends[depth - 1] : 0;
+    int wrote = snprintf(oid + start, sizeof oid - start, "%s%lu", depth > 0 ? "." : "",
+                         (unsigned long)node->subid);
+    int fits = wrote >= 0 && (size_t)wrote < sizeof oid - start;
+    if (fits) visit(walk, node, oid);
+    if (fits && node->child_list != NULL) {
+      ends = grow(ends, depth, sizeof *ends);
+      ends[depth++] = start + (size_t)wrote;
+      node = node->child_list;
+      continue;
+    }
+    /* Up to the nearest level that has a next peer. */
+    while (node->next_peer == NULL && depth > 0) {
+      node = node->parent;
+      --depth;
+    }
+    node = node->next_peer;
+  }
+  free(ends);
 }
 
 /* The fallback base modules, as file names. */
@@ -286,7 +312,7 @@ int mib_read(const char *const *dirs, size_t dir_count, const char *const *modul
     walk.modids = modids;
     walk.modid_count = modid_count;
     walk.contents = contents;
-    walk_tree(&walk, get_tree_head(), "");
+    walk_tree(&walk, get_tree_head());
   }
   snmp_disable_calllog();
   shutdown_mib();
