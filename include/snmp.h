@@ -151,10 +151,10 @@ EVENTS_EXPORT void snmp_trap_reset_capacities(snmp_trap_infoEMS *sti, int maxvar
  *   time        the value of sysUpTime.0;
  *   agent       the value of snmpTrapAddress.0 if present, else `source`;
  *   bindings    every binding after the first two, in order, at most
- *               maxvars of them; snmpTrapEnterprise.0 is left out when it
- *               gave the enterprise, as net-snmp's translation does, so
- *               that the bindings number alike whichever version the
- *               agent sent (the reverse translation appends it).
+ *               maxvars of them, but without snmpTrapEnterprise.0, as
+ *               net-snmp's translation does, so that the bindings number
+ *               alike whichever version the agent sent (the reverse
+ *               translation appends it).
  * A notification names no agent address of its own.  Unless a proxy put
  * snmpTrapAddress.0 in it, the best answer is the address it came from:
  * a receiver passes the datagram's source as `source` (octets in wire

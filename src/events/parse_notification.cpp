@@ -124,9 +124,11 @@ int decode_v2(const ber::Message &message, uint32_t source, snmp_trap_infoEMS *s
   while (p < list_end) {
     SnmpVarBindEMS *binding = count < sti->maxvars ? &vars[count] : &scratch;
     if ((p = next_binding(p, list_end, binding, &result)) == nullptr) return result;
-    if (standard && binding->type == ASN_OBJECT_ID &&
-        is_oid(binding->oid, binding->oid_length, kSnmpTrapEnterprise)) {
-      // It becomes the enterprise, not a binding.
+    // snmpTrapEnterprise.0 is no binding of the SNMPv1 trap: it names the
+    // enterprise of a standard trap, and the SNMPv1 form of any other
+    // carries its enterprise already.
+    if (binding->type == ASN_OBJECT_ID && is_oid(binding->oid, binding->oid_length, kSnmpTrapEnterprise)) {
+      if (!standard) continue;
       if (binding->val_len < 2 || static_cast<int>(binding->val_len) > enterprise_capacity)
         return SNMP_NOTIFICATION_BAD_TRAP_OID;
       memcpy(sti->enterprise, binding->val.objid, binding->val_len * sizeof(ObjectIdEMS));
