@@ -75,9 +75,9 @@ std::string dotted(const ObjectIdEMS *arcs, uint32_t length) {
 // Prints one binding as "OID = Kind: value" on standard output, through the
 // library's value printers, as a trap's bindings are shown.
 void print_binding(SnmpVarBindEMS &b) {
-  char kind[64], value[1024];
+  char kind[64], value[1024] = "(value not decoded)";
   formatKind(kind, sizeof kind, &b);
-  formatValue(value, sizeof value, &b);
+  if (!b.undecoded) formatValue(value, sizeof value, &b);
   printf("%s = %s: %s\n", dotted(b.oid, std::min<uint32_t>(b.oid_length, SNMP_OID_MAX)).c_str(),
          kind, value);
 }
