@@ -69,11 +69,13 @@ const char *drop_name(int reason) {
   return reason < kFirstLimit ? kDropNames[reason] : snmp_limit_text(reason - kFirstLimit + 1);
 }
 
+Drop limit_drop(int limit) { return static_cast<Drop>(kFirstLimit + limit - 1); }
+
 // Why a message that does not decode was refused: one of the codec's
 // limits, or `otherwise`.
 Drop refusal(const std::vector<unsigned char> &message, Drop otherwise) {
   int limit = snmp_message_limit(message.data(), static_cast<int>(message.size()));
-  return limit == SNMP_LIMIT_NONE ? otherwise : static_cast<Drop>(kFirstLimit + limit - 1);
+  return limit == SNMP_LIMIT_NONE ? otherwise : limit_drop(limit);
 }
 
 // A decoded trap: its record and room for every binding a message can
@@ -396,15 +398,14 @@ bool translate_notification(Hub &hub, int fd, const sockaddr_in &from,
   // A decoded record holds the agent address in wire order, an encoder's
   // as a number with the first octet high.
   trap.agent = ntohl(trap.agent);
-  int limit = result == SNMP_NOTIFICATION_OK ? snmp_trap_limit(&trap, vars.data()) : 0;
   if (result == SNMP_NOTIFICATION_MALFORMED) {
     reason = refusal(message, kNotATrap);
     why = reason == kNotATrap ? snmp_notification_error(result) : drop_name(reason);
   } else if (result != SNMP_NOTIFICATION_OK) {
     why = snmp_notification_error(result);
-  } else if (limit != SNMP_LIMIT_NONE) {
-    why = snmp_limit_text(limit);
-    reason = static_cast<Drop>(kFirstLimit + limit - 1);
+  } else if (int limit = snmp_trap_limit(&trap, vars.data()); limit != SNMP_LIMIT_NONE) {
+    reason = limit_drop(limit);
+    why = drop_name(reason);
   } else if (snmpBuildTrapEMS(v1, &length, &trap, nullptr, vars.data()) != 0) {
     why = "a value or identifier SNMPv1 cannot encode";
   }
