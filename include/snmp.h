@@ -164,7 +164,8 @@ EVENTS_EXPORT void snmp_trap_reset_capacities(snmp_trap_infoEMS *sti, int maxvar
  * notification's identifier, as far as the message could be read: with
  * the community in sti, what an inform's answer needs.  The identifier is
  * the one received; rebuilt from the SNMPv1 record it could differ
- * (enterprise.0.specific for a received enterprise.specific).  snmp_build_inform_response writes that answer.
+ * (enterprise.0.specific for a received enterprise.specific).
+ * snmp_build_inform_response writes that answer.
  * REQUIRES: sti->clen, sti->elen and sti->maxvars hold the capacities.
  * Returns SNMP_NOTIFICATION_OK or one of the failures below; only the
  * SNMPv1 path reports on standard error.  snmp_notification_error names a
