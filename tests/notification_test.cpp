@@ -8,6 +8,7 @@
 #include <signal.h>
 
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,7 @@
 
 #include "event.h"
 #include "snmp.h"
+#include "snmp_call.h"
 #include "support/ber_bytes.h"
 #include "support/channel.h"
 
@@ -206,15 +208,24 @@ TEST(Notification, ReverseMappingGivesTheTrapIdentifier) {
   EXPECT_EQ(snmp_notification_oid(&d.trap.info, out, 10), -1);
 }
 
+// The hub on a Unix socket and a UDP port, and a client of the library on
+// the socket.
+struct HubAndClient {
+  TempDir dir;
+  std::string path = dir.file("hub.sock");
+  std::string udp = "127.0.0.1:" + std::to_string(free_udp_port());
+  std::unique_ptr<ChildProcess> hub = start_dev_hub({"--unix", path, "--udp", udp});
+  event_infoEMS client{};
+  bool connected() { return open_event(&client, EVENT_SOURCE_HUBD, path.c_str(), EVENT_TRANS_UNIX) >= 0; }
+};
+
 // net-snmp's tools send to the hub's UDP port; a client of the library
 // receives SNMPv1 traps carrying the translated fields.
 TEST(NotificationInterop, HubTranslatesSnmptrapAndSnmpinform) {
-  TempDir dir;
-  const std::string path = dir.file("hub.sock");
-  const std::string udp = "127.0.0.1:" + std::to_string(free_udp_port());
-  auto hub = start_dev_hub({"--unix", path, "--udp", udp});
-  event_infoEMS client{};
-  ASSERT_GE(open_event(&client, EVENT_SOURCE_HUBD, path.c_str(), EVENT_TRANS_UNIX), 0);
+  HubAndClient setup;
+  ASSERT_TRUE(setup.connected());
+  const std::string &udp = setup.udp;
+  event_infoEMS &client = setup.client;
 
   const std::vector<std::string> base = {"-v2c", "-c", "public", "-m", "", "-M", "", udp, "4242"};
   struct Case {
@@ -277,20 +288,19 @@ std::string content(const Trap &trap) {
 // snmpd sends each of its notifications three times, as an SNMPv1 trap, an
 // SNMPv2c trap and an inform: through the hub all three arrive alike.
 TEST(NotificationInterop, SnmpdNotificationsArriveAlikeWhicheverVersion) {
-  TempDir dir;
-  const std::string path = dir.file("hub.sock");
-  const std::string udp = "127.0.0.1:" + std::to_string(free_udp_port());
-  auto hub = start_dev_hub({"--unix", path, "--udp", udp});
-  event_infoEMS client{};
-  ASSERT_GE(open_event(&client, EVENT_SOURCE_HUBD, path.c_str(), EVENT_TRANS_UNIX), 0);
+  HubAndClient setup;
+  ASSERT_TRUE(setup.connected());
+  const std::string &udp = setup.udp;
+  event_infoEMS &client = setup.client;
   // Not snmpd.conf: snmpd writes its persistent state under that name
   // into its persistent directory on every reload.
-  write_file(dir.file("agent.conf"), "agentaddress udp:127.0.0.1:" + std::to_string(free_udp_port()) +
+  const uint16_t agent_port = free_udp_port();
+  write_file(setup.dir.file("agent.conf"), "agentaddress udp:127.0.0.1:" + std::to_string(agent_port) +
                                          "\nrocommunity public 127.0.0.1\n"
                                          "trapsink " + udp + " public\ntrap2sink " + udp +
                                          " public\ninformsink " + udp + " public\n");
-  setenv("SNMP_PERSISTENT_DIR", dir.path().c_str(), 1);
-  ChildProcess snmpd({"snmpd", "-f", "-Lo", "-C", "-c", dir.file("agent.conf"), "-m", "", "-M", ""});
+  setenv("SNMP_PERSISTENT_DIR", setup.dir.path().c_str(), 1);
+  ChildProcess snmpd({"snmpd", "-f", "-Lo", "-C", "-c", setup.dir.file("agent.conf"), "-m", "", "-M", ""});
   ASSERT_NE(snmpd.wait_for_line("NET-SNMP version", 10s), "");
   // coldStart at start, nsNotifyRestart on SIGHUP, nsNotifyShutdown at the end.
   const struct {
@@ -300,7 +310,21 @@ TEST(NotificationInterop, SnmpdNotificationsArriveAlikeWhicheverVersion) {
   } events[] = {{"coldStart", 0, 0, 0}, {"nsNotifyRestart", SIGHUP, 6, 3}, {"nsNotifyShutdown", SIGTERM, 6, 2}};
   for (const auto &e : events) {
     SCOPED_TRACE(e.name);
-    if (e.signal != 0) kill(snmpd.pid(), e.signal);
+    if (e.signal != 0) {
+      // Once it answers a request, snmpd runs its main loop with its
+      // signal handlers set.
+      setenv("KZ_SNMP_PORT", std::to_string(agent_port).c_str(), 1);
+      snmp_call_info *sci = init_snmp_call(1, 5);
+      ASSERT_NE(sci, nullptr);
+      init_snmp_request(sci, htonl(INADDR_LOOPBACK), "public");
+      SnmpVarBindEMS uptime{}, answer{};
+      const ObjectIdEMS name[] = {1, 3, 6, 1, 2, 1, 1, 3, 0};
+      memcpy(uptime.oid, name, sizeof name);
+      uptime.oid_length = 9;
+      EXPECT_EQ(getvar(sci, &uptime, &answer), 0);
+      close_snmp_call(sci);
+      kill(snmpd.pid(), e.signal);
+    }
     std::vector<std::string> seen;
     while (seen.size() < 3) {
       Trap trap;
