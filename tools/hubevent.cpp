@@ -252,6 +252,13 @@ int send_event_command(const Options &options, int argc, char **argv) {
   return 0;
 }
 
+// Refuses what would not arrive as given: what the library's decoders
+// refuse, and numbers its encoder sends as others.
+void refuse_beyond_limits(const snmp_trap_infoEMS &trap, const SnmpVarBindEMS *vars) {
+  int limit = snmp_trap_limit(&trap, vars);
+  if (limit != SNMP_LIMIT_NONE) usage_error("cannot send a %s", snmp_limit_text(limit));
+}
+
 int send_trap_command(const Options &options, int argc, char **argv) {
   if (argc < 3 || (argc - 3) % 3 != 0)
     usage_error("send trap takes ENTERPRISE GENERIC SPECIFIC and OID TYPE VALUE triples");
@@ -271,6 +278,7 @@ int send_trap_command(const Options &options, int argc, char **argv) {
   trap.maxvars = kMaxBindings;
   for (int i = 0; i < trap.vars; ++i)
     parse_binding(argv[3 + 3 * i], argv[4 + 3 * i], argv[5 + 3 * i], &vars[i]);
+  refuse_beyond_limits(trap, vars);
   in_addr agent{};
   if (options.agent != nullptr && inet_pton(AF_INET, options.agent, &agent) != 1)
     usage_error("bad agent address '%s'", options.agent);

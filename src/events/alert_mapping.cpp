@@ -412,7 +412,7 @@ EVENTS_EXPORT const char *getVoradConfFile(void) {
 EVENTS_EXPORT int open_vora_lock_file(const char *mode, FILE **fp, char **path) {
   getVoradConfFile();
   *path = vora.path;
-  *fp = fopen(vora.path, mode);
+  *fp = fopen(vora.path, (std::string(mode) + "e").c_str());  // close-on-exec
   if (*fp == nullptr) return -1;
   struct flock whole = {};
   whole.l_type = F_WRLCK;
