@@ -2,7 +2,9 @@
 // strings also come from the input: three formats (a node-specific one, a
 // general one and an enterprise wildcard), then the trap's fields and
 // bindings, lengths and counts included, and the size of the output
-// buffer.  The buffer is a block of exactly that size and the bindings sit
+// buffer.  Before each call the input may clear the load flags, as a
+// change notice does, so that the formatter reloads hubd.conf (whose
+// formats also come from the input), the MIB labels or the OID names.  The buffer is a block of exactly that size and the bindings sit
 // in an array of exactly their capacity, so any write past the buffer or
 // read past the array is caught; the text must stay terminated.
 #include <fuzzer/FuzzedDataProvider.h>
@@ -36,6 +38,9 @@ void write_text(const std::string &path, const char *text) {
   fclose(f);
 }
 
+// The hubd.conf a reload reads.
+std::string conf_path;
+
 void set_up_once() {
   static bool done = false;
   if (done) return;
@@ -50,7 +55,8 @@ void set_up_once() {
   write_text(base + "/mib.labels",
              "1 iso\n1.3 org\n1.3.6 dod\n1.3.6.1 internet\n1.3.6.1.4 private\n"
              "1.3.6.1.4.1 enterprises\n1.3.6.1.4.1.49999 platform\n");
-  write_text(base + "/hubd.conf", "lab {1.3.6.1.4.1.9999}\n");
+  conf_path = base + "/hubd.conf";
+  write_text(conf_path, "lab {1.3.6.1.4.1.9999}\n");
   setenv("KZ_CONF_DIR", dir, 1);
   setenv("KZ_MIB_FILE", (base + "/mib.labels").c_str(), 1);
   setenv("KZ_HOST_CACHE_TTL", "3600", 1);
@@ -132,14 +138,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   set_up_once();
   FuzzedDataProvider input(data, size);
   build_model(input);
+  have_read_hubdconf = have_read_mibtxt = have_read_mappings = 1;
   constexpr int kCapacity = 6;
   auto *vars = static_cast<SnmpVarBindEMS *>(calloc(kCapacity, sizeof(SnmpVarBindEMS)));
   snmp_trap_infoEMS trap;
   fill_trap(input, &trap, vars, kCapacity);
   int buffer_size = input.ConsumeIntegralInRange(1, 6000);
   char *buffer = static_cast<char *>(malloc(buffer_size));
+  const std::string conf = "lab {1.3.6.1.4.1.9999}\n" + input.ConsumeRandomLengthString(600);
+  write_text(conf_path, conf.c_str());
   for (int user = QMWEVENT_USER; user <= WBX_USER; ++user) {
-    have_read_hubdconf = have_read_mibtxt = have_read_mappings = 1;
+    // Set once, the flags stay set: the model built above, or the one the
+    // last reload read, is used again.
+    const uint8_t reload = input.ConsumeIntegral<uint8_t>();
+    if (reload & 1) have_read_hubdconf = 0;
+    if (reload & 2) have_read_mibtxt = 0;
+    if (reload & 4) have_read_mappings = 0;
     buffer[0] = '\0';
     char *host = nullptr;
     trp_format(static_cast<rtrap_user>(user), &trap, buffer, buffer_size, vars, &host, 1700000000);

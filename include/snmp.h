@@ -52,11 +52,16 @@ typedef struct {
 } snmp_trap_infoEMS;
 
 /* One variable binding.  val_len is 4 for integer types, octets for
- * strings (not terminated) and sub-identifiers for identifiers. */
+ * strings (not terminated) and sub-identifiers for identifiers.
+ * A decoder that keeps a binding without its value (a type it does not
+ * decode, or a value that fails to decode: see snmp_parse in snmp_clnt.h)
+ * keeps the type, sets val_len to 0 and `undecoded` to 1; val then holds
+ * nothing.  Every decoded binding has undecoded 0; encoders ignore it. */
 typedef struct {
   ObjectIdEMS oid[SNMP_OID_MAX];
   uint32_t oid_length;
-  unsigned char type; /* BER type octet of the value */
+  unsigned char type;      /* BER type octet of the value */
+  unsigned char undecoded; /* 1: the value was not decoded */
   union {
     int32_t integer;
     unsigned char string[SNMP_STRING_MAX];
@@ -157,15 +162,21 @@ EVENTS_EXPORT uint32_t snmp_trap_agent_for_encoder(const snmp_trap_infoEMS *sti)
  *   time        the value of sysUpTime.0;
  *   agent       the value of snmpTrapAddress.0 if present, else `source`;
  *   bindings    every binding after the first two, in order, at most
- *               maxvars of them.
+ *               maxvars of them, but without snmpTrapEnterprise.0, as
+ *               net-snmp's translation does, so that the bindings number
+ *               alike whichever version the agent sent (the reverse
+ *               translation appends it).
  * A notification names no agent address of its own.  Unless a proxy put
  * snmpTrapAddress.0 in it, the best answer is the address it came from:
  * a receiver passes the datagram's source as `source` (octets in wire
  * order, as in sti->agent), or 0 for 0.0.0.0.
  * `about` (NULL when not wanted) receives the version, the PDU type (0
- * when the envelope cannot be read) and, for SNMPv2c, the request-id, as
- * far as the message could be read: with the community in sti, what an
- * inform's answer needs.  snmp_build_inform_response writes that answer.
+ * when the envelope cannot be read), for SNMPv2c the request-id, and the
+ * notification's identifier, as far as the message could be read: with
+ * the community in sti, what an inform's answer needs.  The identifier is
+ * the one received; rebuilt from the SNMPv1 record it could differ
+ * (enterprise.0.specific for a received enterprise.specific).
+ * snmp_build_inform_response writes that answer.
  * REQUIRES: sti->clen, sti->elen and sti->maxvars hold the capacities.
  * Returns SNMP_NOTIFICATION_OK or one of the failures below; only the
  * SNMPv1 path reports on standard error.  snmp_notification_error names a
@@ -202,6 +213,11 @@ typedef struct {
   int32_t version;    /* SNMP_MESSAGE_V1 or SNMP_MESSAGE_V2C */
   int32_t pdu_type;   /* SNMP_TRAP_PDU, SNMP_TRAP2_PDU or SNMP_INFORM_PDU */
   int32_t request_id; /* SNMPv2c only; 0 for an SNMPv1 trap */
+  /* The notification's identifier: snmpTrapOID.0 as received, or for an
+   * SNMPv1 trap the one snmp_notification_oid gives; length 0 when none
+   * was read. */
+  int32_t trap_oid_length;
+  ObjectIdEMS trap_oid[SNMP_OID_MAX];
 } snmp_notification_info;
 
 EVENTS_EXPORT int snmp_parse_notification(unsigned char *buf, int len, uint32_t source,
@@ -212,6 +228,32 @@ EVENTS_EXPORT int snmp_build_inform_response(const unsigned char *inform, int in
                                              unsigned char *out, int *out_length);
 EVENTS_EXPORT int snmp_notification_oid(const snmp_trap_infoEMS *sti, ObjectIdEMS *oid_out,
                                         int capacity);
+
+/* Limits of the codec that real agents' messages can meet.
+ * The decoders refuse a sub-identifier of 2^31 or more, an identifier of
+ * more than 127 contents octets (128 sub-identifiers), a string of more
+ * than 512 octets and a community of more than 127; the encoder sends a
+ * specific-trap number above 2^31 - 1 as a negative INTEGER and shortens a
+ * time-stamp of 0xFF800000 or more as if it were negative, so that it
+ * decodes as another number.
+ * snmp_message_limit names the first limit that the message buf[0..len)
+ * meets, reading its elements as far as they are well-formed, or returns
+ * SNMP_LIMIT_NONE (also for a message malformed in another way): why a
+ * message that a decoder refused was refused.
+ * snmp_trap_limit names the first limit that sti with its first sti->vars
+ * bindings would meet on the way through the encoder and a decoder, or
+ * returns SNMP_LIMIT_NONE.  REQUIRES: sti->vars bindings at vars.
+ * snmp_limit_text names a limit in a few words. */
+#define SNMP_LIMIT_NONE 0
+#define SNMP_LIMIT_SUBIDENTIFIER 1
+#define SNMP_LIMIT_IDENTIFIER 2
+#define SNMP_LIMIT_STRING 3
+#define SNMP_LIMIT_COMMUNITY 4
+#define SNMP_LIMIT_SPECIFIC 5
+#define SNMP_LIMIT_TIME 6
+EVENTS_EXPORT int snmp_message_limit(const unsigned char *buf, int len);
+EVENTS_EXPORT int snmp_trap_limit(const snmp_trap_infoEMS *sti, const EMSsnmpVarBind *vars);
+EVENTS_EXPORT const char *snmp_limit_text(int limit);
 
 /* Returns 1 if the identifier begins with the notification-address
  * variable 1.3.6.1.4.1.99.12.45.2.1.0, else 0 (also for NULL).

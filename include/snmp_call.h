@@ -10,6 +10,21 @@
  * connected to the agent and disconnected again in turn, so that an agent
  * port that refuses datagrams shows as SNMPCALL_RECV (-6) on a later wait.
  *
+ * What answers a request: a decodable SNMPv1 GetResponse with the
+ * request's request-id and community.  Any other datagram that decodes (a
+ * stale answer, another PDU type, another community or version) is
+ * skipped: the call waits again with the full time-out and sends nothing
+ * more.  So that a stream of such datagrams cannot hold a call for ever,
+ * each send waits at most twice the time-out in all; then it counts as
+ * timed out.  A datagram that cannot be decoded at all ends the call with
+ * SNMPCALL_PARSE, and so does an answer whose error-status SNMPv1 does not
+ * define (outside 0 to 5) or that reports success with another number of
+ * bindings than were asked for.
+ *
+ * Known limit: the sender's address is not compared, since multi-homed
+ * agents answer from another address than the one asked; anyone who can
+ * reach the socket and guess the request-id and community can answer.
+ *
  * Waits block the calling thread; the module's socket address and error
  * text are process-wide, so calls are not thread-safe. */
 #ifndef EVENTS_SNMP_CALL_H
@@ -87,9 +102,9 @@ EVENTS_EXPORT int do_array_call(snmp_call_info *sci, SnmpVarBindEMS *inarray,
  * `timeout` seconds and returns 1 when the socket is readable, 0 after a
  * time-out (having connected or disconnected the socket), or a negative
  * value; snmp_call_recv takes one datagram and returns 1 for the response
- * to this request, 0 when nothing was there or it answered another
- * request, or a negative value.  response.vars may exceed numvars by one
- * when the agent sent more bindings: callers clamp it. */
+ * to this request, 0 when nothing was there or the datagram does not
+ * answer this request, or a negative value (a malformed answer included).
+ * After 1, response.vars is numvars when errstat is 0. */
 EVENTS_EXPORT int snmp_call(snmp_call_info *sci, SnmpVarBindEMS *req_vars,
                             SnmpVarBindEMS *rsp_vars, int numvars);
 EVENTS_EXPORT int snmp_call_send(snmp_call_info *sci, SnmpVarBindEMS *req_vars, int numvars);

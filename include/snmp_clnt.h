@@ -51,8 +51,12 @@ EVENTS_STATIC_ASSERT(sizeof(snmp_info) == 156, "snmp_info layout");
  * response->clen the community capacity (at most 128 is used).  Returns 0
  * or -1.  A response with more bindings than maxvars decodes maxvars of
  * them and leaves response->vars at maxvars + 1: callers clamp it.  A
- * binding of a type it does not know is counted and left undecoded.
- * Not declared beside net-snmp, which exports a snmp_parse of its own. */
+ * binding of a type it does not decode (Opaque among them), or whose value
+ * fails to decode, is counted and kept undecoded: its type stays,
+ * `undecoded` is 1 and val_len 0 (snmp.h).  Decoded values are INTEGER,
+ * IpAddress, Counter, Gauge, TimeTicks, OCTET STRING, NULL and OBJECT
+ * IDENTIFIER.  Not declared beside net-snmp, which exports a snmp_parse of
+ * its own. */
 EVENTS_EXPORT int snmpBuild09(unsigned char *out_data, int *out_length, snmp_info *request,
                               SnmpVarBindEMS *vars);
 #ifndef EVENTS_BESIDE_NETSNMP
@@ -79,11 +83,14 @@ EVENTS_EXPORT int send_request(int sd, struct sockaddr_in address, snmp_info *re
  * recv_snmp takes one datagram without waiting, stores the sender in
  * *fromnode and decodes it into `response` and `vars` (capacities as for
  * snmp_parse); returns its length, -1 with errno set when receiving failed
- * (EAGAIN: nothing there), -2 when it cannot be decoded.
+ * (EAGAIN: nothing there), -2 when it cannot be decoded, or
+ * SNMP_RECV_NOT_V1 when it decodes but its version is not SNMPv1's 0
+ * (snmp_parse accepts any version).
  * getSnmpPort gives the agent port in network order: KZ_SNMP_PORT, else
  * the service snmp/udp, else 161.  errstring names an SNMPv1
  * error-status ("noError", "tooBig", ...), or "unknown error"; the text is
  * static. */
+#define SNMP_RECV_NOT_V1 (-3)
 EVENTS_EXPORT int init_async_snmp(void);
 EVENTS_EXPORT int send_snmp(int sd, uint32_t addr, snmp_info *request, SnmpVarBindEMS *vars);
 EVENTS_EXPORT int recv_snmp(int sd, struct sockaddr_in *fromnode, snmp_info *response,

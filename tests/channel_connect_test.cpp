@@ -3,6 +3,7 @@
 // the connected and disconnecting events, and the socket buffer sizes.
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -13,7 +14,10 @@
 #include <tuple>
 
 #include "event.h"
+#include "log_trace.h"
+#include "snmp_call.h"
 #include "support/channel.h"
+#include "trp_format.h"
 
 using namespace testsupport;
 
@@ -65,6 +69,39 @@ TEST(OpenEvent, RefusesBadSourcesTransportsAndPeersWithoutTouchingTheRecord) {
 }
 
 // Mode 6 finds its port in the name; mode 5 follows the installation.
+// No descriptor of the library leaks into a program the application
+// starts: the event sockets of each transport, the request socket, the
+// trace log and the configuration file.
+TEST(OpenEvent, DescriptorsCloseOnExec) {
+  TempDir dir;
+  std::string path = dir.file("hub.sock");
+  Listener hub(path);
+  auto closes_on_exec = [](int fd) { return fd >= 0 && (fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0; };
+  event_infoEMS unix_stream{}, datagram{};
+  int peer = open_to(&unix_stream, 1, path, EVENT_TRANS_UNIX, hub);
+  EXPECT_TRUE(closes_on_exec(unix_stream.sd)) << "Unix stream";
+  ASSERT_GE(open_event(&datagram, 1, "127.0.0.1", EVENT_TRANS_UDP), 0);
+  EXPECT_TRUE(closes_on_exec(datagram.sd)) << "UDP";
+  snmp_call_info *sci = init_snmp_call(1, 1);
+  ASSERT_NE(sci, nullptr);
+  EXPECT_TRUE(closes_on_exec(sci->sd)) << "requests";
+  write_file(dir.file("hubd.conf"), "");
+  setHubdConfFile(dir.file("hubd.conf").c_str());
+  const char *conf_path = nullptr;
+  FILE *conf = fopenConfFile("r", &conf_path);
+  ASSERT_NE(conf, nullptr);
+  EXPECT_TRUE(closes_on_exec(fileno(conf))) << "hubd.conf";
+  fclose(conf);
+  ASSERT_EQ(open_trace_log(dir.file("trace.log").c_str()), 0);
+  EXPECT_TRUE(closes_on_exec(fileno(tracelogfp))) << "trace log";
+  close_trace_log();
+  setHubdConfFile(nullptr);
+  close_snmp_call(sci);
+  close_event(&datagram);
+  close_event(&unix_stream);
+  close(peer);
+}
+
 TEST(OpenEvent, ChoosesTheServiceByNameAndInstallation) {
   TempDir dir;
   std::string host = unique_loopback(), path = dir.file("hubd.socket");

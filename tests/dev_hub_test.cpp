@@ -15,6 +15,8 @@
 #include <vector>
 
 #include "event.h"
+#include "snmp.h"
+#include "support/ber_bytes.h"
 #include "support/channel.h"
 
 using namespace std::chrono_literals;
@@ -116,6 +118,83 @@ TEST(DevHubLimits, RelaysOneCheckedTrapPerMessage) {
             std::string::npos);
   close_event(&headerless);
   close_event(&framed);
+}
+
+// An SNMPv1 trap of enterprise-specific number 5.
+Bytes v1_trap(const std::string &community, const Bytes &enterprise, const Bytes &bindings) {
+  return tlv(0x30, cat({integer(0), tlv(4, text(community)),
+                        tlv(0xA4, cat({enterprise, tlv(0x40, {127, 0, 0, 1}), integer(6), integer(5),
+                                       integer(0, 0x43), tlv(0x30, bindings)}))}));
+}
+
+// What a client could not decode, or would decode as something else, is
+// not relayed; a drop for one of the codec's limits is counted by name.
+TEST(DevHubLimits, RelaysOnlyWhatClientsDecodeAndNamesTheLimit) {
+  Hub setup;
+  UdpSocket sender;
+  uint16_t udp = free_udp_port();
+  auto hub = start_dev_hub({"--unix", setup.path, "--udp", "127.0.0.1:" + std::to_string(udp)});
+  event_infoEMS client{};
+  ASSERT_GE(open_event(&client, EVENT_SOURCE_HUBD, setup.path.c_str(), EVENT_TRANS_UNIX), 0);
+  const Bytes lab = object_id({1, 3, 6, 1, 4, 1, 9999});
+  const Bytes good = varbind(object_id({1, 3, 6, 1, 4, 1, 9999, 1}), integer(1));
+  const Bytes uptime = varbind(object_id({1, 3, 6, 1, 2, 1, 1, 3, 0}), integer(0xFFFFFFFF, 0x43));
+  const Bytes trap_oid = varbind(object_id({1, 3, 6, 1, 6, 3, 1, 1, 4, 1, 0}), object_id({1, 3, 6, 1, 4, 1, 9999, 0, 5}));
+  const struct {
+    const char *name;
+    Bytes message;
+    const char *counted;
+  } cases[] = {
+      {"second binding undecodable",
+       v1_trap("public", lab, cat({good, varbind(object_id({1, 3, 6, 1, 4, 1, 9999, 2}), tlv(2, Bytes(6, 1)))})),
+       "not a trap 1,"},
+      {"long string", v1_trap("public", lab, cat({good, varbind(object_id({1, 3}), tlv(4, Bytes(600, 's')))})),
+       "string over 512 octets 1"},
+      {"large arc", v1_trap("public", object_id({1, 3, 6, 1, 4, 1, 0x80000000u}), {}),
+       "sub-identifier of 2^31 or more 2"},  // with the notification below
+      {"long community", v1_trap(std::string(200, 'c'), lab, {}), "community over 127 octets 1"},
+      {"notification with a large arc",
+       v2c_message(0xA7, "public", 7, cat({uptime, trap_oid, varbind(object_id({1, 3, 0x80000000u}), integer(1))})),
+       "sub-identifier of 2^31 or more 2"},
+      {"notification time the encoder would shorten", v2c_message(0xA7, "public", 7, cat({uptime, trap_oid})),
+       "time-stamp the encoder shortens (0xFF800000 or more) 1"},
+  };
+  sockaddr_in to{};
+  to.sin_family = AF_INET;
+  to.sin_port = htons(udp);
+  to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  const Bytes last = sample_message(1);
+  for (const auto &c : cases) {
+    ASSERT_EQ(sendto(sender.fd(), c.message.data(), c.message.size(), 0, reinterpret_cast<sockaddr *>(&to), sizeof to),
+              static_cast<ssize_t>(c.message.size()));
+  }
+  ASSERT_EQ(sendto(sender.fd(), last.data(), last.size(), 0, reinterpret_cast<sockaddr *>(&to), sizeof to),
+            static_cast<ssize_t>(last.size()));
+  Trap trap;
+  trap_headerEMS header;
+  ASSERT_GT(receive_within(&client, &trap, &header, 5s), 0);
+  EXPECT_EQ(trap.info.specific, 17u) << "a refused message was relayed";
+  const std::string line = counters(*hub);
+  for (const auto &c : cases) EXPECT_NE(line.find(c.counted), std::string::npos) << c.name << ": " << line;
+  close_event(&client);
+
+  // hubevent refuses to send what would not arrive as given.
+  const std::vector<std::string> send = {HUBEVENT_PATH, "send", "-t", "unix", "-n", setup.path};
+  const struct {
+    std::vector<std::string> args;
+    int status;
+  } sends[] = {
+      {{"trap", "1.3.6.1.4.1.2147483648", "6", "1"}, 2},
+      {{"trap", "1.3.6.1.4.1.9999", "6", "2147483648"}, 2},
+      {{"--time", "4286578688", "trap", "1.3.6.1.4.1.9999", "6", "1"}, 2},
+      {{"trap", "1.3.6.1.4.1.9999", "6", "1", "1.3.6.1.2147483648", "i", "1"}, 2},
+      {{"--time", "4286578687", "trap", "1.3.6.1.4.1.9999", "6", "2147483647"}, 0},
+  };
+  for (const auto &c : sends) {
+    std::vector<std::string> argv = send;
+    argv.insert(argv.end(), c.args.begin(), c.args.end());
+    EXPECT_EQ(run_command(argv), c.status) << testing::PrintToString(c.args);
+  }
 }
 
 TEST(DevHubLimits, JunkNeitherStallsNorSwampsIt) {

@@ -5,8 +5,10 @@
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -14,6 +16,7 @@
 
 #include "event.h"
 #include "snmp.h"
+#include "snmp_call.h"
 #include "support/ber_bytes.h"
 #include "support/channel.h"
 
@@ -65,9 +68,9 @@ TEST(Notification, TranslatesByTheMappingRules) {
   } cases[] = {
       {"standard trap", v2c_message(0xA7, "public", 7, cat({kUptime, kLinkDown, kIfIndex})),
        snmp_traps, 2, 0, kSource, 1},
-      {"standard trap naming its enterprise",
-       v2c_message(0xA7, "public", 7, cat({kUptime, kLinkDown, kIfIndex, kTrapEnterprise})),
-       {1, 3, 6, 1, 4, 1, 8072, 3, 2, 10}, 2, 0, kSource, 2},
+      {"standard trap naming its enterprise, which is no binding then",
+       v2c_message(0xA7, "public", 7, cat({kUptime, kLinkDown, kTrapEnterprise, kIfIndex})),
+       {1, 3, 6, 1, 4, 1, 8072, 3, 2, 10}, 2, 0, kSource, 1},
       {"identifier with a 0 arc", v2c_message(0xA7, "public", 7, cat({kUptime, kVendorTrap})),
        net_snmp, 6, 1, kSource, 0},
       {"identifier without a 0 arc",
@@ -80,7 +83,7 @@ TEST(Notification, TranslatesByTheMappingRules) {
        6, 1, kSource, 1},
       {"enterprise trap naming snmpTrapEnterprise keeps its own",
        v2c_message(0xA7, "public", 7, cat({kUptime, kVendorTrap, kIfIndex, kTrapEnterprise})),
-       net_snmp, 6, 1, kSource, 2},
+       net_snmp, 6, 1, kSource, 1},
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(c.name);
@@ -100,6 +103,9 @@ TEST(Notification, TranslatesByTheMappingRules) {
                 (Arcs{1, 3, 6, 1, 2, 1, 2, 2, 1, 1, 2}));
     }
   }
+  // The identifier as received, which the record alone cannot give back.
+  Decoded d = decode(v2c_message(0xA7, "public", 7, cat({kUptime, trap_oid({1, 3, 6, 1, 4, 1, 9999, 5, 82})})));
+  EXPECT_EQ(arcs(d.about.trap_oid, d.about.trap_oid_length), (Arcs{1, 3, 6, 1, 4, 1, 9999, 5, 82}));
 }
 
 TEST(Notification, RefusesWhatHasNoSnmpV1Form) {
@@ -202,15 +208,24 @@ TEST(Notification, ReverseMappingGivesTheTrapIdentifier) {
   EXPECT_EQ(snmp_notification_oid(&d.trap.info, out, 10), -1);
 }
 
+// The hub on a Unix socket and a UDP port, and a client of the library on
+// the socket.
+struct HubAndClient {
+  TempDir dir;
+  std::string path = dir.file("hub.sock");
+  std::string udp = "127.0.0.1:" + std::to_string(free_udp_port());
+  std::unique_ptr<ChildProcess> hub = start_dev_hub({"--unix", path, "--udp", udp});
+  event_infoEMS client{};
+  bool connected() { return open_event(&client, EVENT_SOURCE_HUBD, path.c_str(), EVENT_TRANS_UNIX) >= 0; }
+};
+
 // net-snmp's tools send to the hub's UDP port; a client of the library
 // receives SNMPv1 traps carrying the translated fields.
 TEST(NotificationInterop, HubTranslatesSnmptrapAndSnmpinform) {
-  TempDir dir;
-  const std::string path = dir.file("hub.sock");
-  const std::string udp = "127.0.0.1:" + std::to_string(free_udp_port());
-  auto hub = start_dev_hub({"--unix", path, "--udp", udp});
-  event_infoEMS client{};
-  ASSERT_GE(open_event(&client, EVENT_SOURCE_HUBD, path.c_str(), EVENT_TRANS_UNIX), 0);
+  HubAndClient setup;
+  ASSERT_TRUE(setup.connected());
+  const std::string &udp = setup.udp;
+  event_infoEMS &client = setup.client;
 
   const std::vector<std::string> base = {"-v2c", "-c", "public", "-m", "", "-M", "", udp, "4242"};
   struct Case {
@@ -255,6 +270,71 @@ TEST(NotificationInterop, HubTranslatesSnmptrapAndSnmpinform) {
     EXPECT_EQ(trap.info.specific, c.specific);
     EXPECT_EQ(trap.info.time, 4242u);
     EXPECT_EQ(memcmp(&trap.info.agent, c.agent, 4), 0);
+  }
+  close_event(&client);
+}
+
+// What a trap says apart from its agent address, as one comparable text.
+std::string content(const Trap &trap) {
+  std::string text = testing::PrintToString(arcs(trap.info.enterprise, trap.info.elen)) + " " +
+                     std::to_string(trap.info.gen) + "/" + std::to_string(trap.info.specific) + " at " +
+                     std::to_string(trap.info.time);
+  for (int i = 0; i < trap.info.vars; ++i)
+    text += " " + testing::PrintToString(arcs(trap.vars[i].oid, static_cast<int>(trap.vars[i].oid_length))) +
+            "=" + trap.text(i);
+  return text;
+}
+
+// snmpd sends each of its notifications three times, as an SNMPv1 trap, an
+// SNMPv2c trap and an inform: through the hub all three arrive alike.
+TEST(NotificationInterop, SnmpdNotificationsArriveAlikeWhicheverVersion) {
+  HubAndClient setup;
+  ASSERT_TRUE(setup.connected());
+  const std::string &udp = setup.udp;
+  event_infoEMS &client = setup.client;
+  // Not snmpd.conf: snmpd writes its persistent state under that name
+  // into its persistent directory on every reload.
+  const uint16_t agent_port = free_udp_port();
+  write_file(setup.dir.file("agent.conf"), "agentaddress udp:127.0.0.1:" + std::to_string(agent_port) +
+                                         "\nrocommunity public 127.0.0.1\n"
+                                         "trapsink " + udp + " public\ntrap2sink " + udp +
+                                         " public\ninformsink " + udp + " public\n");
+  setenv("SNMP_PERSISTENT_DIR", setup.dir.path().c_str(), 1);
+  ChildProcess snmpd({"snmpd", "-f", "-Lo", "-C", "-c", setup.dir.file("agent.conf"), "-m", "", "-M", ""});
+  ASSERT_NE(snmpd.wait_for_line("NET-SNMP version", 10s), "");
+  // coldStart at start, nsNotifyRestart on SIGHUP, nsNotifyShutdown at the end.
+  const struct {
+    const char *name;
+    int signal;
+    uint32_t generic, specific;
+  } events[] = {{"coldStart", 0, 0, 0}, {"nsNotifyRestart", SIGHUP, 6, 3}, {"nsNotifyShutdown", SIGTERM, 6, 2}};
+  for (const auto &e : events) {
+    SCOPED_TRACE(e.name);
+    if (e.signal != 0) {
+      // Once it answers a request, snmpd runs its main loop with its
+      // signal handlers set.
+      setenv("KZ_SNMP_PORT", std::to_string(agent_port).c_str(), 1);
+      snmp_call_info *sci = init_snmp_call(1, 5);
+      ASSERT_NE(sci, nullptr);
+      init_snmp_request(sci, htonl(INADDR_LOOPBACK), "public");
+      SnmpVarBindEMS uptime{}, answer{};
+      const ObjectIdEMS name[] = {1, 3, 6, 1, 2, 1, 1, 3, 0};
+      memcpy(uptime.oid, name, sizeof name);
+      uptime.oid_length = 9;
+      EXPECT_EQ(getvar(sci, &uptime, &answer), 0);
+      close_snmp_call(sci);
+      kill(snmpd.pid(), e.signal);
+    }
+    std::vector<std::string> seen;
+    while (seen.size() < 3) {
+      Trap trap;
+      trap_headerEMS header;
+      ASSERT_GT(receive_within(&client, &trap, &header, 10s), 0) << seen.size() << " arrived";
+      if (trap.info.gen != e.generic || trap.info.specific != e.specific) continue;
+      seen.push_back(content(trap));
+    }
+    EXPECT_EQ(seen[1], seen[0]);
+    EXPECT_EQ(seen[2], seen[0]);
   }
   close_event(&client);
 }

@@ -320,7 +320,7 @@ TEST_F(Installed, WalksEndAsSnmpwalkDoes) {
       {"the same answer again", [&](int) { return a; }, 1, ".1.3.6.1.2.1.1.9 1\n",
        "hubsnmp: OID not increasing: .1.3.6.1.2.1.1.9 >= .1.3.6.1.2.1.1.9\n"},
       {"no bindings", [&](int) { return Bytes(); }, 1, "",
-       "hubsnmp: the agent answered 0 of 1 objects\n"},
+       "hubsnmp: Could not parse incoming SNMP packet.\n"},
   };
   for (const auto &c : cases) {
     SCOPED_TRACE(c.name);
@@ -374,7 +374,7 @@ TEST_F(Installed, DevHubSaysWhereItListensAndWhatItDrops) {
         << refused;
     EXPECT_NE(refused.find("Counter64"), std::string::npos) << refused;
     kill(hub.pid(), SIGUSR1);
-    EXPECT_NE(hub.wait_for_line("no SNMPv1 form 1;", 5s), "");
+    EXPECT_NE(hub.wait_for_line("no SNMPv1 form 1,", 5s), "");
   }
 }
 

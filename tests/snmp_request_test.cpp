@@ -28,6 +28,7 @@ using testsupport::with_diagnostics;
 using testsupport::Bytes;
 using testsupport::cat;
 using testsupport::text;
+using testsupport::integer;
 using testsupport::tlv;
 
 namespace {
@@ -95,6 +96,42 @@ TEST(RequestCodec, DecodesResponses) {
     } else if (vars[1].type == 0x43) {
       EXPECT_EQ(vars[1].val.integer, 256);
     }
+  }
+}
+
+// A value the decoder cannot hold is kept, flagged, with no length that
+// would lead a caller past the record.
+TEST(RequestCodec, KeepsWhatItCannotDecodeUndecoded) {
+  const struct {
+    const char *name;
+    int type;
+    Bytes value;
+    uint32_t val_len;
+    int undecoded;
+  } cases[] = {
+      {"string of 512 octets", 0x04, Bytes(512, 's'), 512, 0},
+      {"string of 60,000 octets", 0x04, Bytes(60000, 's'), 0, 1},
+      {"INTEGER of 21 octets", 0x02, Bytes(21, 1), 0, 1},
+      {"Counter of 9 octets", 0x41, Bytes(9, 1), 0, 1},
+      {"Opaque", 0x44, {0x9f, 0x78, 0x04, 0x40, 0x1a, 0x50, 0x00}, 0, 1},
+      {"NULL with contents", 0x05, Bytes(600, 0), 0, 1},
+      {"identifier with an arc of 2^31", 0x06, {0x2B, 0x88, 0x80, 0x80, 0x80, 0x00}, 0, 1},
+      {"TimeTicks", 0x43, {1, 0}, 4, 0},
+  };
+  for (const auto &c : cases) {
+    SCOPED_TRACE(c.name);
+    Bytes wire = response(0, text("public"), binding(c.type, c.value));
+    snmp_info info{};
+    info.clen = SNMP_COMMUNITY_MAX;
+    info.maxvars = 1;
+    SnmpVarBindEMS var{};
+    var.undecoded = 1 - c.undecoded;  // the decoder sets it either way
+    var.val_len = 99;
+    ASSERT_EQ(snmp_parse(wire.data(), static_cast<int>(wire.size()), &info, &var), 0);
+    EXPECT_EQ(info.vars, 1);
+    EXPECT_EQ(var.type, c.type);
+    EXPECT_EQ(var.val_len, c.val_len);
+    EXPECT_EQ(var.undecoded, c.undecoded);
   }
 }
 
@@ -204,9 +241,12 @@ class FakeAgent {
   std::thread thread_;
 };
 
+using Edit = std::function<void(snmp_info &, std::vector<SnmpVarBindEMS> &)>;
+
 // The agent's GetResponse to `request`: each name with the INTEGER of its
-// last arc, the given error-status, and the request-id moved by `skew`.
-Bytes answer(const Request &request, int errstat = 0, int skew = 0) {
+// last arc, the given error-status, and the request-id moved by `skew`;
+// `edit` may change it further before it is encoded.
+Bytes answer(const Request &request, int errstat = 0, int skew = 0, const Edit &edit = nullptr) {
   snmp_info info = request.info;
   info.command = SNMP_GET_RSP;
   info.errstat = errstat;
@@ -217,6 +257,8 @@ Bytes answer(const Request &request, int errstat = 0, int skew = 0) {
     v.val.integer = static_cast<int32_t>(v.oid[v.oid_length - 1]);
     v.val_len = 4;
   }
+  if (edit) edit(info, vars);
+  info.vars = static_cast<int32_t>(vars.size());
   Bytes out(4096);
   int length = static_cast<int>(out.size());
   EXPECT_EQ(snmpBuild09(out.data(), &length, &info, vars.data()), 0);
@@ -274,6 +316,111 @@ TEST(SnmpCall, StaleAnswerIsSkippedWithoutUsingARetry) {
   EXPECT_EQ(getvar(sci, in.data(), out.data()), 0);
   EXPECT_EQ(out[0].val.integer, 0);
   EXPECT_EQ(agent.requests().size(), 1u);
+  close_snmp_call(sci);
+}
+
+// A hostile or broken agent: what does not answer the request is skipped
+// at no send, what answers it wrongly is refused, nothing is taken for a
+// good answer.
+// An answer to `request` changed by `edit`, its values all 99 so that
+// taking it for the real answer shows.
+Bytes decoy(const Request &request, const std::function<void(snmp_info &)> &edit) {
+  return answer(request, 0, 0, [&](snmp_info &info, std::vector<SnmpVarBindEMS> &vars) {
+    edit(info);
+    for (auto &v : vars) v.val.integer = 99;
+  });
+}
+
+TEST(SnmpCall, AnswersMustMatchTheRequest) {
+  const struct {
+    const char *name;
+    std::function<std::vector<Bytes>(const Request &)> replies;
+    int result;
+  } cases[] = {
+      {"GetRequest with the request-id first",
+       [](const Request &r) {
+         return std::vector<Bytes>{decoy(r, [](snmp_info &i) { i.command = SNMP_GET_REQ; }), answer(r)};
+       },
+       0},
+      {"another community first",
+       [](const Request &r) {
+         return std::vector<Bytes>{decoy(r, [](snmp_info &i) { i.community[0] = 'P'; }), answer(r)};
+       },
+       0},
+      {"SNMPv2c first",
+       [](const Request &r) {
+         Bytes v2c = decoy(r, [](snmp_info &) {});
+         v2c[4] = 1;  // the version INTEGER's one octet
+         return std::vector<Bytes>{v2c, answer(r)};
+       },
+       0},
+      {"garbage first", [](const Request &r) { return std::vector<Bytes>{text("garbage"), answer(r)}; },
+       SNMPCALL_PARSE},
+      {"no bindings for two",
+       [](const Request &r) {
+         // The encoder refuses an empty list, so this one is made by hand.
+         return std::vector<Bytes>{tlv(0x30, cat({integer(0), tlv(4, text("public")),
+                                                  tlv(0xA2, cat({integer(r.info.reqid), integer(0),
+                                                                 integer(0), tlv(0x30, {})}))}))};
+       },
+       SNMPCALL_PARSE},
+      {"three bindings for two",
+       [](const Request &r) {
+         return std::vector<Bytes>{answer(r, 0, 0, [](snmp_info &, std::vector<SnmpVarBindEMS> &v) {
+           v.push_back(v[0]);
+         })};
+       },
+       SNMPCALL_PARSE},
+      {"error-status -5", [](const Request &r) { return std::vector<Bytes>{answer(r, -5)}; }, SNMPCALL_PARSE},
+      {"error-status 6", [](const Request &r) { return std::vector<Bytes>{answer(r, 6)}; }, SNMPCALL_PARSE},
+      {"genErr", [](const Request &r) { return std::vector<Bytes>{answer(r, 5)}; }, 5},
+  };
+  for (const auto &c : cases) {
+    SCOPED_TRACE(c.name);
+    FakeAgent agent([&](int, const Request &r) { return c.replies(r); });
+    snmp_call_info *sci = call_to_loopback(5, 1);
+    std::vector<SnmpVarBindEMS> in = numbered_names(2), out(2);
+    EXPECT_EQ(getvar_array(sci, in.data(), out.data(), 2), c.result);
+    if (c.result == SNMPCALL_PARSE) {
+      EXPECT_STREQ(snmpcall_error(sci), "Could not parse incoming SNMP packet.");
+    }
+    if (c.result == 0) {
+      EXPECT_EQ(out[1].val.integer, 1);
+    }
+    EXPECT_EQ(agent.requests().size(), 1u);
+    close_snmp_call(sci);
+  }
+}
+
+// Stale answers dripping in faster than the time-out hold one send for at
+// most a bounded time: the call ends while they still come.
+TEST(SnmpCall, DrippingStaleAnswersCannotHoldTheCall) {
+  FakeAgent agent([](int, const Request &) { return std::vector<Bytes>{}; });
+  snmp_call_info *sci = call_to_loopback(1, 1);
+  Request stale{sci->request, numbered_names(1)};
+  stale.info.reqid -= 5;
+  const Bytes datagram = answer(stale);
+  constexpr int kMostDrops = 100;  // 30 s of them
+  std::atomic<bool> done{false};
+  std::atomic<int> drops{0};
+  std::thread dripper([&] {
+    testsupport::UdpSocket from;
+    while (!done && drops < kMostDrops) {
+      // The caller's port is known once the request has gone out.
+      sockaddr_in caller{};
+      socklen_t size = sizeof caller;
+      getsockname(sci->sd, reinterpret_cast<sockaddr *>(&caller), &size);
+      caller.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+      sendto(from.fd(), datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr *>(&caller), sizeof caller);
+      ++drops;
+      std::this_thread::sleep_for(300ms);
+    }
+  });
+  std::vector<SnmpVarBindEMS> in = numbered_names(1), out(1);
+  EXPECT_EQ(getvar(sci, in.data(), out.data()), SNMPCALL_TIMEOUT);
+  done = true;
+  dripper.join();
+  EXPECT_LT(drops, kMostDrops) << "the call waited as long as the datagrams came";
   close_snmp_call(sci);
 }
 

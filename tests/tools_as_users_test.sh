@@ -181,7 +181,8 @@ cat >"$work/beside.c" <<'C'
 int main(void) {
   oid name[] = {1, 3, 6, 1, 2, 1, 1, 5, 0}; /* net-snmp's oid */
   snmp_trap_infoEMS trap = {0}, decoded;
-  SnmpVarBindEMS vars[1] = {{{1, 3, 6, 1, 2, 1, 1, 5, 0}, 9, ASN_INTEGER, {.integer = 7}, 4}};
+  SnmpVarBindEMS vars[1] = {{.oid = {1, 3, 6, 1, 2, 1, 1, 5, 0}, .oid_length = 9,
+                             .type = ASN_INTEGER, .val = {.integer = 7}, .val_len = 4}};
   unsigned char message[512];
   int length = sizeof message;
   trap.enterprise[0] = 1, trap.enterprise[1] = 3, trap.elen = 2;

@@ -57,12 +57,35 @@ enum Drop {
   kOverQueueLimit,
   kNoDescriptor,
   kNoSnmpV1Form,
-  kDropReasons
+  // One reason for each of the codec's limits, SNMP_LIMIT_SUBIDENTIFIER on.
+  kFirstLimit,
+  kDropReasons = kFirstLimit + SNMP_LIMIT_TIME
 };
-const char *const kDropNames[kDropReasons] = {
+const char *const kDropNames[kFirstLimit] = {
     "not a trap",         "trailing octets",         "too large",
     "stream out of step", "client over queue limit", "connection without descriptor",
     "no SNMPv1 form"};
+
+const char *drop_name(int reason) {
+  return reason < kFirstLimit ? kDropNames[reason] : snmp_limit_text(reason - kFirstLimit + 1);
+}
+
+Drop limit_drop(int limit) { return static_cast<Drop>(kFirstLimit + limit - 1); }
+
+// Why a message that does not decode was refused: one of the codec's
+// limits, or `otherwise`.
+Drop refusal(const std::vector<unsigned char> &message, Drop otherwise) {
+  int limit = snmp_message_limit(message.data(), static_cast<int>(message.size()));
+  return limit == SNMP_LIMIT_NONE ? otherwise : limit_drop(limit);
+}
+
+// A decoded trap: its record and room for every binding a message can
+// hold, each taking at least six octets.
+struct Decoded {
+  snmp_trap_infoEMS trap;
+  std::vector<SnmpVarBindEMS> vars = std::vector<SnmpVarBindEMS>(EVENT_MAX_MESSAGE / 6);
+};
+Decoded decoded;
 
 struct Endpoint {
   Kind kind;
@@ -97,7 +120,7 @@ void on_signal(int signo) {
 void print_counters(const Hub &hub) {
   printf("hubd-dev: received %llu, relayed %llu, dropped:", hub.received, hub.relayed);
   for (int reason = 0; reason < kDropReasons; ++reason)
-    printf("%s %s %llu", reason ? "," : "", kDropNames[reason], hub.dropped[reason]);
+    printf("%s %s %llu", reason ? "," : "", drop_name(reason), hub.dropped[reason]);
   printf("; translated %llu, informs answered %llu\n", hub.translated, hub.informs_answered);
   fflush(stdout);
 }
@@ -249,15 +272,13 @@ int listen_unix(const std::string &path) {
   return fd;
 }
 
+// Decodes the whole trap, every binding, as a client would, and sums it
+// up; "" if it does not decode.
 std::string describe_trap(const std::vector<unsigned char> &message) {
-  static snmp_trap_infoEMS trap;
-  static SnmpVarBindEMS vars[1];
-  memset(&trap, 0, sizeof trap);
-  trap.clen = 127;
-  trap.elen = 128;
-  trap.maxvars = 1;
+  snmp_trap_infoEMS &trap = decoded.trap;
+  snmp_trap_reset_capacities(&trap, static_cast<int>(decoded.vars.size()));
   if (snmp_parse_trap(const_cast<unsigned char *>(message.data()), static_cast<int>(message.size()),
-                      &trap, nullptr, vars) != 0)
+                      &trap, nullptr, decoded.vars.data()) != 0)
     return "";
   std::string text = "enterprise ";
   for (int i = 0; i < trap.elen; ++i) {
@@ -304,7 +325,7 @@ void drop(Hub &hub, int fd, const char *why) {
 void drop_message(Hub &hub, Drop reason, size_t size, const std::string &sender) {
   ++hub.dropped[reason];
   if (hub.verbose)
-    stamped("dropped %zu octets from %s: %s\n", size, sender.c_str(), kDropNames[reason]);
+    stamped("dropped %zu octets from %s: %s\n", size, sender.c_str(), drop_name(reason));
 }
 
 // Relays the trap at the start of one message from `from` to every other
@@ -321,7 +342,7 @@ void relay(Hub &hub, int from, trap_headerEMS header, std::vector<unsigned char>
     }
     summary = describe_trap(message);
   }
-  if (summary.empty()) return drop_message(hub, kNotATrap, message.size(), sender);
+  if (summary.empty()) return drop_message(hub, refusal(message, kNotATrap), message.size(), sender);
   ++hub.relayed;
   header.len = static_cast<int32_t>(message.size());
   header.time = static_cast<int32_t>(time(nullptr));
@@ -421,9 +442,8 @@ void accept_client(Hub &hub, int listener, Kind kind) {
 // dropped; anything else passes unchanged, for relay to check.
 bool translate_notification(Hub &hub, int fd, const sockaddr_in &from,
                             std::vector<unsigned char> &message) {
-  // Bindings take at least seven octets each.
-  static std::vector<SnmpVarBindEMS> vars(EVENT_MAX_MESSAGE / 7);
-  static snmp_trap_infoEMS trap;
+  snmp_trap_infoEMS &trap = decoded.trap;
+  std::vector<SnmpVarBindEMS> &vars = decoded.vars;
   snmp_trap_reset_capacities(&trap, static_cast<int>(vars.size()));
   snmp_notification_info about{};
   int result = snmp_parse_notification(message.data(), static_cast<int>(message.size()),
@@ -433,22 +453,29 @@ bool translate_notification(Hub &hub, int fd, const sockaddr_in &from,
     return true;
   unsigned char v1[EVENT_MAX_MESSAGE];
   int length = sizeof v1;
-  const char *refusal = nullptr;
+  const char *why = nullptr;
+  Drop reason = kNoSnmpV1Form;
   // A decoded record holds the agent address in wire order, an encoder's
   // as a number with the first octet high.
   trap.agent = ntohl(trap.agent);
-  if (result != SNMP_NOTIFICATION_OK)
-    refusal = snmp_notification_error(result);
-  else if (snmpBuildTrapEMS(v1, &length, &trap, nullptr, vars.data()) != 0)
-    refusal = "a value or identifier SNMPv1 cannot encode";
-  if (refusal != nullptr) {
+  if (result == SNMP_NOTIFICATION_MALFORMED) {
+    reason = refusal(message, kNotATrap);
+    why = reason == kNotATrap ? snmp_notification_error(result) : drop_name(reason);
+  } else if (result != SNMP_NOTIFICATION_OK) {
+    why = snmp_notification_error(result);
+  } else if (int limit = snmp_trap_limit(&trap, vars.data()); limit != SNMP_LIMIT_NONE) {
+    reason = limit_drop(limit);
+    why = drop_name(reason);
+  } else if (snmpBuildTrapEMS(v1, &length, &trap, nullptr, vars.data()) != 0) {
+    why = "a value or identifier SNMPv1 cannot encode";
+  }
+  if (why != nullptr) {
     const std::string &sender = hub.endpoints[fd].name;
     ++hub.received;
-    Drop reason = result == SNMP_NOTIFICATION_MALFORMED ? kNotATrap : kNoSnmpV1Form;
     // A notification lost for want of an SNMPv1 form is news even when
     // nothing else is reported.
     if (hub.verbose || reason == kNoSnmpV1Form)
-      stamped("refused a notification from %s: %s\n", sender.c_str(), refusal);
+      stamped("refused a notification from %s: %s\n", sender.c_str(), why);
     drop_message(hub, reason, message.size(), sender);
     return false;
   }

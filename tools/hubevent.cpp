@@ -244,6 +244,13 @@ int send_event_command(const Options &options, int argc, char **argv) {
   return 0;
 }
 
+// Refuses what would not arrive as given: what the library's decoders
+// refuse, and numbers its encoder sends as others.
+void refuse_beyond_limits(const snmp_trap_infoEMS &trap, const SnmpVarBindEMS *vars) {
+  int limit = snmp_trap_limit(&trap, vars);
+  if (limit != SNMP_LIMIT_NONE) usage_error("cannot send a %s", snmp_limit_text(limit));
+}
+
 int send_trap_command(const Options &options, int argc, char **argv) {
   static snmp_trap_infoEMS trap;
   static SnmpVarBindEMS vars[kMaxBindings];
@@ -253,6 +260,7 @@ int send_trap_command(const Options &options, int argc, char **argv) {
   memcpy(trap.community, options.community.data(), options.community.size());
   trap.clen = static_cast<int32_t>(options.community.size());
   trap.time = options.time;
+  refuse_beyond_limits(trap, vars);
   in_addr agent{};
   if (options.agent != nullptr && inet_pton(AF_INET, options.agent, &agent) != 1)
     usage_error("bad agent address '%s'", options.agent);

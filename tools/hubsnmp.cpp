@@ -185,13 +185,16 @@ std::string name_of(const ObjectIdEMS *arcs, uint32_t length, Names names) {
 
 // One binding on standard output, as net-snmp's flags arrange it: "NAME =
 // Kind: value" by default.  Values are the library's printers' text, but an
-// identifier value is named as the names are, and nothing is cut.
+// identifier value is named as the names are, and nothing is cut.  A value
+// the library kept undecoded prints as "(value not decoded)".
 void print_binding(SnmpVarBindEMS &b, const Settings &s) {
   char kind[64];
   std::vector<char> value(3 * SNMP_STRING_MAX + 64);
   formatKind(kind, sizeof kind, &b);
   std::string text;
-  if (b.type == ASN_OBJECT_ID) {
+  if (b.undecoded) {
+    text = "(value not decoded)";
+  } else if (b.type == ASN_OBJECT_ID) {
     text = name_of(b.val.objid, b.val_len, s.names);
   } else {
     formatValue(value.data(), static_cast<int>(value.size()), &b);

@@ -125,6 +125,7 @@ namespace events::ber {
   p = header(p + length, binding_end, &type, &length);
   if (p == nullptr || p + length != binding_end) return nullptr;
   binding->type = type;
+  binding->undecoded = 0;
   switch (type) {
     case ASN_INTEGER:
     case ASN_IPADDRESS:

@@ -174,7 +174,7 @@ EVENTS_EXPORT int codeptcatinit(void) {
   unload();
   codeptpath(nullptr);
   if (catalog.path.empty()) return -1;
-  catalog.stream = fopen(catalog.path.c_str(), "rb");
+  catalog.stream = fopen(catalog.path.c_str(), "rbe");
   struct stat st;
   if (catalog.stream == nullptr || fstat(fileno(catalog.stream), &st) != 0 ||
       st.st_size > INT32_MAX) {

@@ -56,7 +56,7 @@ extern "C" EVENTS_EXPORT int open_trace_log(const char *tracefile) {
   }
   if (tracefile == nullptr) return -1;
   SignalBlock block;
-  FILE *stream = strcoll(tracefile, "-") == 0 ? stdout : fopen(tracefile, "a");
+  FILE *stream = strcoll(tracefile, "-") == 0 ? stdout : fopen(tracefile, "ae");
   if (stream == nullptr) return -1;
   tracelogfp = stream;
   dumpFp = stream;

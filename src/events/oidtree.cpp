@@ -462,7 +462,7 @@ EVENTS_EXPORT void local_mapFree(void) {
 }
 
 EVENTS_EXPORT oidnode *TreeParseOidFile(oidnode *old, const char *path) {
-  FILE *fp = fopen(path, "r");
+  FILE *fp = fopen(path, "re");
   if (fp == nullptr) return nullptr;
   oidFreeTree(old);
   oidnode *tree = read_mapping_file(fp);

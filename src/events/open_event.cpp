@@ -65,7 +65,7 @@ int connect_or_close(int sd, const sockaddr *address, socklen_t size) {
 }
 
 int connect_tcp(in_addr host, uint16_t port) {
-  int sd = socket(AF_INET, SOCK_STREAM, 0);
+  int sd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (sd < 0) return -1;
   sockaddr_in to{};
   to.sin_family = AF_INET;
@@ -78,7 +78,7 @@ int open_udp(const char *host, event_infoEMS *ei) {
   in_addr manager;
   if (!resolve(host, &manager)) return -1;
   ei->manager = manager.s_addr;
-  int sd = socket(AF_INET, SOCK_DGRAM, 0);
+  int sd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   if (sd < 0) return -1;
   sockaddr_in local{};
   local.sin_family = AF_INET;
@@ -94,7 +94,7 @@ int open_unix(const char *path) {
   if (strlen(path) >= sizeof to.sun_path) return -1;
   to.sun_family = AF_UNIX;
   strcpy(to.sun_path, path);
-  int sd = socket(AF_UNIX, SOCK_STREAM, 0);
+  int sd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (sd < 0) return -1;
   return connect_or_close(sd, reinterpret_cast<sockaddr *>(&to), sizeof to);
 }

@@ -112,6 +112,10 @@ int decode_v2(const ber::Message &message, uint32_t source, snmp_trap_infoEMS *s
   if ((p = next_binding(p, list_end, &scratch, &result)) == nullptr) return result;
   if (!is_oid(scratch.oid, scratch.oid_length, kSnmpTrapOid) || scratch.type != ASN_OBJECT_ID)
     return SNMP_NOTIFICATION_BAD_TRAP_OID;
+  if (about != nullptr) {
+    memcpy(about->trap_oid, scratch.val.objid, scratch.val_len * sizeof(ObjectIdEMS));
+    about->trap_oid_length = static_cast<int32_t>(scratch.val_len);
+  }
   int standard = map_trap_oid(scratch.val.objid, scratch.val_len, sti);
   if (standard < 0) return SNMP_NOTIFICATION_BAD_TRAP_OID;
   sti->agent = source;
@@ -120,17 +124,20 @@ int decode_v2(const ber::Message &message, uint32_t source, snmp_trap_infoEMS *s
   while (p < list_end) {
     SnmpVarBindEMS *binding = count < sti->maxvars ? &vars[count] : &scratch;
     if ((p = next_binding(p, list_end, binding, &result)) == nullptr) return result;
-    if (binding != &scratch) ++count;
-    if (standard && binding->type == ASN_OBJECT_ID &&
-        is_oid(binding->oid, binding->oid_length, kSnmpTrapEnterprise)) {
+    // snmpTrapEnterprise.0 is no binding of the SNMPv1 trap: it names the
+    // enterprise of a standard trap, and the SNMPv1 form of any other
+    // carries its enterprise already.
+    if (binding->type == ASN_OBJECT_ID && is_oid(binding->oid, binding->oid_length, kSnmpTrapEnterprise)) {
+      if (!standard) continue;
       if (binding->val_len < 2 || static_cast<int>(binding->val_len) > enterprise_capacity)
         return SNMP_NOTIFICATION_BAD_TRAP_OID;
       memcpy(sti->enterprise, binding->val.objid, binding->val_len * sizeof(ObjectIdEMS));
       sti->elen = static_cast<int32_t>(binding->val_len);
-    } else if (binding->type == ASN_IPADDRESS &&
-               is_oid(binding->oid, binding->oid_length, kSnmpTrapAddress)) {
-      sti->agent = static_cast<uint32_t>(binding->val.integer);
+      continue;
     }
+    if (binding != &scratch) ++count;
+    if (binding->type == ASN_IPADDRESS && is_oid(binding->oid, binding->oid_length, kSnmpTrapAddress))
+      sti->agent = static_cast<uint32_t>(binding->val.integer);
   }
   sti->vars = count;
   return SNMP_NOTIFICATION_OK;
@@ -145,8 +152,12 @@ extern "C" EVENTS_EXPORT int snmp_parse_notification(unsigned char *buf, int len
                                                      snmp_notification_info *about) {
   ber::Message message;
   bool readable = ber::message(buf, len, &message);
-  if (about != nullptr)
-    *about = {readable ? message.version : 0, readable ? message.pdu_type : 0, 0};
+  if (about != nullptr) {
+    about->version = readable ? message.version : 0;
+    about->pdu_type = readable ? message.pdu_type : 0;
+    about->request_id = 0;
+    about->trap_oid_length = 0;
+  }
   bool v2_notification = readable && (message.pdu_type == SNMP_TRAP2_PDU ||
                                       message.pdu_type == SNMP_INFORM_PDU);
   if (v2_notification && message.version == SNMP_MESSAGE_V2C) {
@@ -158,7 +169,12 @@ extern "C" EVENTS_EXPORT int snmp_parse_notification(unsigned char *buf, int len
   if (snmp_parse_trap(buf, len, sti, nullptr, vars) != 0) return SNMP_NOTIFICATION_MALFORMED;
   // The SNMPv1 decoder overlooks an odd version, as it always has; what it
   // accepts is an SNMPv1 trap all the same.
-  if (about != nullptr) *about = {SNMP_MESSAGE_V1, SNMP_TRAP_PDU, 0};
+  if (about != nullptr) {
+    about->version = SNMP_MESSAGE_V1;
+    about->pdu_type = SNMP_TRAP_PDU;
+    about->trap_oid_length =
+        std::max(snmp_notification_oid(sti, about->trap_oid, SNMP_OID_MAX), 0);
+  }
   return SNMP_NOTIFICATION_OK;
 }
 

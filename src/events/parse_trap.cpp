@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "ber_reader.h"
+#include "decode_paths.h"
 #include "log_trace.h"
 #include "snmp.h"
 
@@ -48,6 +49,8 @@ const char *decode_value(unsigned char *value, int room, SnmpVarBindEMS *binding
       return nullptr;
     }
     case ASN_NULL:
+      // Whatever its contents, a NULL holds no value.
+      binding->val_len = 0;
       return nullptr;
     case ASN_OBJECT_ID: {
       int capacity = SNMP_OID_MAX;
@@ -68,11 +71,11 @@ extern "C" EVENTS_EXPORT int isVaultraNotificationAddress(const ObjectIdEMS *ent
   return memcmp(enterprise, kNotificationAddress, sizeof kNotificationAddress) == 0;
 }
 
-namespace {
+namespace events::paths {
 
 // Decodes the message step by step on the exported primitives, which
 // report the first failure.
-int decode_reporting(unsigned char *buf, int len, snmp_trap_infoEMS *sti, EMSsnmpVarBind *vars) {
+int trap_reporting(unsigned char *buf, int len, snmp_trap_infoEMS *sti, EMSsnmpVarBind *vars) {
   unsigned char *const end = buf + std::max(len, 0);
   int length = len;
   int32_t version;
@@ -117,9 +120,13 @@ int decode_reporting(unsigned char *buf, int len, snmp_trap_infoEMS *sti, EMSsnm
     if (p == nullptr) return parse_failed("varbind parse error");
     binding->oid_length = static_cast<uint32_t>(name_length);
     binding->val_len = static_cast<uint32_t>(value_length);
+    binding->undecoded = 0;
     const char *failure =
         decode_value(value, std::min<int>(kValueRoom, static_cast<int>(end - value)), binding);
-    if (failure != nullptr) return parse_failed(failure);
+    if (failure != nullptr) {
+      binding->val_len = 0;  // not the raw length, which may exceed the record
+      return parse_failed(failure);
+    }
     ++count;
     bool is_string = binding->type == ASN_OCTET_STR || binding->type == ASN_OPAQUE;
     if (is_string && isVaultraNotificationAddress(binding->oid)) {
@@ -136,8 +143,7 @@ int decode_reporting(unsigned char *buf, int len, snmp_trap_infoEMS *sti, EMSsnm
 // Decodes a well-formed version-0 trap in one pass without reporting.
 // Returns false, with the records possibly part-written, for anything
 // else: a failure, or a case whose diagnostics the reporting path writes.
-bool decode_fast(const unsigned char *buf, int len, snmp_trap_infoEMS *sti,
-                 EMSsnmpVarBind *vars) {
+bool trap_fast(const unsigned char *buf, int len, snmp_trap_infoEMS *sti, EMSsnmpVarBind *vars) {
   namespace ber = events::ber;
   ber::Message message;
   if (!ber::message(buf, len, &message) || message.version != 0 ||
@@ -190,7 +196,7 @@ bool decode_fast(const unsigned char *buf, int len, snmp_trap_infoEMS *sti,
   return true;
 }
 
-}  // namespace
+}  // namespace events::paths
 
 /// Decodes the message buf[0..len); returns 0 or -1.
 extern "C" EVENTS_EXPORT int snmp_parse_trap(unsigned char *buf, int len, snmp_trap_infoEMS *sti,
@@ -198,10 +204,10 @@ extern "C" EVENTS_EXPORT int snmp_parse_trap(unsigned char *buf, int len, snmp_t
   sti->clen = std::min(sti->clen, SNMP_COMMUNITY_MAX - 1);
   // The capacities are read again if the reporting path has to run.
   const int32_t clen = sti->clen, elen = sti->elen;
-  if (decode_fast(buf, len, sti, vars)) return 0;
+  if (events::paths::trap_fast(buf, len, sti, vars)) return 0;
   sti->clen = clen;
   sti->elen = elen;
-  return decode_reporting(buf, len, sti, vars);
+  return events::paths::trap_reporting(buf, len, sti, vars);
 }
 
 extern "C" EVENTS_EXPORT void snmp_trap_reset_capacities(snmp_trap_infoEMS *sti, int maxvars) {

@@ -37,7 +37,7 @@ extern "C" EVENTS_EXPORT char *getSnmpGatherPidFile(void) {
 }
 
 extern "C" EVENTS_EXPORT int isSnmpGatherRunning(void) {
-  int fd = open(getSnmpGatherPidFile(), O_RDONLY);
+  int fd = open(getSnmpGatherPidFile(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) return 0;
   struct flock query;
   memset(&query, 0, sizeof query);
@@ -60,7 +60,7 @@ extern "C" EVENTS_EXPORT int isSnmpGatherHappy(void) {
 
 extern "C" EVENTS_EXPORT int sendsig(int signo, const char *, const char *pidFile) {
   if (pidFile == nullptr) return 1;
-  FILE *file = fopen(pidFile, "r");
+  FILE *file = fopen(pidFile, "re");
   if (file == nullptr) return 1;
   int pid;
   int found = fscanf(file, "%d", &pid);

@@ -48,6 +48,78 @@ void disconnect(snmp_call_info *sci) {
   sci->is_connected = 0;
 }
 
+using Clock = std::chrono::steady_clock;
+
+// Each send waits at most this many time-outs in all, however many
+// datagrams that do not answer it arrive in the meantime.
+constexpr int kTimeoutsPerSend = 2;
+// The largest error-status SNMPv1 defines, genErr.
+constexpr int32_t kLastErrorStatus = 5;
+
+// Waits until the socket is readable (1) or `deadline` passes; then
+// connects or disconnects the socket and returns 0, or the connect
+// failure.  A failing wait stores SNMPCALL_WAIT and returns its result.
+int wait_until(snmp_call_info *sci, Clock::time_point deadline) {
+  state.agent.sin_addr.s_addr = sci->addr;
+  for (;;) {
+    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+    pollfd wait = {sci->sd, POLLIN, 0};
+    int ready = poll(&wait, 1, static_cast<int>(std::clamp<int64_t>(left.count(), 0, INT_MAX)));
+    if (ready == 0) {
+      trace("snmp_call(): select timed out -- ");
+      if (sci->is_connected) {
+        trace("disconnecting\n");
+        disconnect(sci);
+        return 0;
+      }
+      trace("connecting..");
+      int result = connect(sci->sd, reinterpret_cast<sockaddr *>(&state.agent), sizeof state.agent);
+      if (result == 0) sci->is_connected = 1;
+      trace("returned %d\n", result);
+      return result;
+    }
+    // A descriptor that is not open fails the wait, as select does.
+    if (ready == 1 && !(wait.revents & POLLNVAL)) return 1;
+    if (ready == 1) errno = EBADF;
+    else if (errno == EINTR) continue;
+    sci->response.errstat = SNMPCALL_WAIT;
+    sci->save_errno = errno;
+    trace("snmp_call(): Select returned error: %s\n", strerror(sci->save_errno));
+    if (sci->is_connected) disconnect(sci);
+    return ready;
+  }
+}
+
+// Whether the decoded datagram answers the request: a GetResponse with its
+// request-id and community.  The sender's address is not compared.
+bool answers_request(const snmp_call_info *sci) {
+  const snmp_info &request = sci->request, &response = sci->response;
+  if (response.reqid != request.reqid) {
+    trace("snmp_call(): req_id's don't match\n");
+    return false;
+  }
+  if (response.command != SNMP_GET_RSP || response.clen != request.clen ||
+      memcmp(response.community, request.community, static_cast<size_t>(request.clen)) != 0) {
+    trace("snmp_call(): not a GetResponse with the request's community\n");
+    return false;
+  }
+  return true;
+}
+
+// An answer with an error-status SNMPv1 does not define, or a successful
+// one whose bindings do not pair one to one with the request's, cannot be
+// trusted: it is refused as undecodable.
+bool well_formed(snmp_call_info *sci, int numvars) {
+  const snmp_info &response = sci->response;
+  if (response.errstat >= 0 && response.errstat <= kLastErrorStatus &&
+      (response.errstat != 0 || response.vars == numvars))
+    return true;
+  trace("snmp_call(): malformed response: error-status %d with %d bindings for %d\n",
+        response.errstat, response.vars, numvars);
+  sci->response.errstat = SNMPCALL_PARSE;
+  return false;
+}
+
 }  // namespace
 
 extern "C" EVENTS_EXPORT snmp_call_info *init_snmp_call(int timeout, int retries) {
@@ -160,36 +232,7 @@ extern "C" EVENTS_EXPORT int snmp_call_send(snmp_call_info *sci, SnmpVarBindEMS 
 /// Waits with poll for the time-out given once per call, so a wait that
 /// is interrupted or wakes for nothing continues with the time left.
 extern "C" EVENTS_EXPORT int snmp_call_select(snmp_call_info *sci) {
-  using Clock = std::chrono::steady_clock;
-  const Clock::time_point deadline = Clock::now() + std::chrono::seconds(sci->timeout);
-  state.agent.sin_addr.s_addr = sci->addr;
-  for (;;) {
-    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-    pollfd wait = {sci->sd, POLLIN, 0};
-    int ready = poll(&wait, 1, static_cast<int>(std::clamp<int64_t>(left.count(), 0, INT_MAX)));
-    if (ready == 0) {
-      trace("snmp_call(): select timed out -- ");
-      if (sci->is_connected) {
-        trace("disconnecting\n");
-        disconnect(sci);
-        return 0;
-      }
-      trace("connecting..");
-      int result = connect(sci->sd, reinterpret_cast<sockaddr *>(&state.agent), sizeof state.agent);
-      if (result == 0) sci->is_connected = 1;
-      trace("returned %d\n", result);
-      return result;
-    }
-    // A descriptor that is not open fails the wait, as select does.
-    if (ready == 1 && !(wait.revents & POLLNVAL)) return 1;
-    if (ready == 1) errno = EBADF;
-    else if (errno == EINTR) continue;
-    sci->response.errstat = SNMPCALL_WAIT;
-    sci->save_errno = errno;
-    trace("snmp_call(): Select returned error: %s\n", strerror(sci->save_errno));
-    if (sci->is_connected) disconnect(sci);
-    return ready;
-  }
+  return wait_until(sci, Clock::now() + std::chrono::seconds(sci->timeout));
 }
 
 extern "C" EVENTS_EXPORT int snmp_call_recv(snmp_call_info *sci, SnmpVarBindEMS *rsp_vars,
@@ -207,18 +250,17 @@ extern "C" EVENTS_EXPORT int snmp_call_recv(snmp_call_info *sci, SnmpVarBindEMS 
     if (sci->is_connected) disconnect(sci);
     return -1;
   }
+  if (received == SNMP_RECV_NOT_V1) {
+    trace("snmp_call(): not an SNMPv1 message\n");
+    return 0;
+  }
   if (received < 0) {
     sci->response.errstat = SNMPCALL_PARSE;
     trace("snmp_call(): recv_snmp returned error: %s\n", snmpcall_error(sci));
     return received;
   }
-  // The sender's address is not compared: the request-id identifies the
-  // answer.
-  if (sci->response.reqid != sci->request.reqid) {
-    trace("snmp_call(): req_id's don't match\n");
-    return 0;
-  }
-  return 1;
+  if (!answers_request(sci)) return 0;
+  return well_formed(sci, numvars) ? 1 : -1;
 }
 
 extern "C" EVENTS_EXPORT int snmp_call(snmp_call_info *sci, SnmpVarBindEMS *req_vars,
@@ -229,9 +271,14 @@ extern "C" EVENTS_EXPORT int snmp_call(snmp_call_info *sci, SnmpVarBindEMS *req_
   while (--retry >= 0) {
     int sent = snmp_call_send(sci, req_vars, numvars);
     if (sent != 0 && !(sent == SNMPCALL_SEND && errno == EAGAIN)) return sci->response.errstat;
-    // Wait until a time-out sends again; a stale answer only waits again.
+    // Wait until a time-out sends again.  A datagram that does not answer
+    // only waits again, with the full time-out, but never past the send's
+    // own deadline: a stream of them cannot hold the call.
+    const Clock::time_point send_deadline =
+        Clock::now() + kTimeoutsPerSend * std::chrono::seconds(sci->timeout);
     for (;;) {
-      int ready = snmp_call_select(sci);
+      int ready =
+          wait_until(sci, std::min(Clock::now() + std::chrono::seconds(sci->timeout), send_deadline));
       if (ready == 0) break;
       if (ready != 1 || snmp_call_recv(sci, rsp_vars, numvars) != 0) return sci->response.errstat;
     }

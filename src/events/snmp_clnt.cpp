@@ -13,6 +13,7 @@
 #include <cstring>
 
 #include "ber_reader.h"
+#include "decode_paths.h"
 #include "log_trace.h"
 
 namespace {
@@ -42,16 +43,19 @@ int parse_failed(int error) {
   return -1;
 }
 
-// Decodes one binding's value by its type into `binding`; a value that
-// fails to decode is left as far as it got.
+// Decodes one binding's value by its type into `binding`.  A type not
+// decoded here, or a value that fails to decode, leaves the binding kept
+// but undecoded: its type stays, val_len becomes 0 and the flag says so.
 void decode_value(unsigned char *value, int room, SnmpVarBindEMS *binding) {
+  bool decoded = false;
   switch (binding->type) {
     case ASN_NULL:
+      decoded = binding->val_len == 0;
       break;
     case ASN_OBJECT_ID: {
       int capacity = SNMP_OID_MAX;
-      if (asnParseObjid09(value, &room, binding->val.objid, &capacity))
-        binding->val_len = static_cast<uint32_t>(capacity);
+      decoded = asnParseObjid09(value, &room, binding->val.objid, &capacity) != nullptr;
+      binding->val_len = static_cast<uint32_t>(capacity);
       break;
     }
     case ASN_IPADDRESS:
@@ -59,24 +63,31 @@ void decode_value(unsigned char *value, int room, SnmpVarBindEMS *binding) {
     case ASN_GAUGE:
     case ASN_TIMETICKS:
     case ASN_INTEGER:
-      if (asnParseInt09(value, &room, &binding->val.integer, kIntSize)) binding->val_len = kIntSize;
+      decoded = asnParseInt09(value, &room, &binding->val.integer, kIntSize) != nullptr;
+      binding->val_len = kIntSize;
       break;
     case ASN_OCTET_STR: {
       int capacity = SNMP_STRING_MAX;
-      if (asnParseString09(value, &room, binding->val.string, &capacity))
-        binding->val_len = static_cast<uint32_t>(capacity);
+      decoded = asnParseString09(value, &room, binding->val.string, &capacity) != nullptr;
+      binding->val_len = static_cast<uint32_t>(capacity);
       break;
     }
     default:
       trace("snmp_parse: bad type returned (%x)\n", binding->type);
   }
+  binding->undecoded = !decoded;
+  if (!decoded) binding->val_len = 0;
 }
+
+}  // namespace
+
+namespace events::paths {
 
 // Decodes the response step by step on the exported primitives, which
 // report the first failure.  `community` holds one octet more than the
 // record's array, for the envelope decoder's terminator.
-int parse_reporting(unsigned char *data, int length, snmp_info *response,
-                    unsigned char *community, SnmpVarBindEMS *vars) {
+int response_reporting(unsigned char *data, int length, snmp_info *response,
+                       unsigned char *community, SnmpVarBindEMS *vars) {
   unsigned char *const end = data + std::max(length, 0);
   int32_t version;
   unsigned char *p = auth_parse(data, &length, community, &response->clen, &version);
@@ -116,8 +127,8 @@ int parse_reporting(unsigned char *data, int length, snmp_info *response,
 // Decodes a well-formed version-0 response in one pass without reporting.
 // Returns false, with the records possibly part-written, for anything
 // else: a failure, or a case whose diagnostics the reporting path writes.
-bool parse_fast(const unsigned char *data, int length, snmp_info *response,
-                SnmpVarBindEMS *vars) {
+bool response_fast(const unsigned char *data, int length, snmp_info *response,
+                   SnmpVarBindEMS *vars) {
   namespace ber = events::ber;
   ber::Message message;
   if (!ber::message(data, length, &message) || message.version != 0 ||
@@ -151,7 +162,7 @@ bool parse_fast(const unsigned char *data, int length, snmp_info *response,
   return true;
 }
 
-}  // namespace
+}  // namespace events::paths
 
 /// Builds the message from the inside out, each layer within the caller's
 /// buffer and the 1,024-octet scratch area in turn.
@@ -221,10 +232,10 @@ extern "C" EVENTS_EXPORT int snmp_parse(unsigned char *data, int length, snmp_in
                                         SnmpVarBindEMS *vars) {
   response->clen = std::clamp(response->clen, 0, SNMP_COMMUNITY_MAX);
   const int32_t clen = response->clen;
-  if (parse_fast(data, length, response, vars)) return 0;
+  if (events::paths::response_fast(data, length, response, vars)) return 0;
   response->clen = clen;
   unsigned char community[SNMP_COMMUNITY_MAX + 1];
-  return parse_reporting(data, length, response, community, vars);
+  return events::paths::response_reporting(data, length, response, community, vars);
 }
 
 extern "C" EVENTS_EXPORT int send_request(int sd, struct sockaddr_in address, snmp_info *request,

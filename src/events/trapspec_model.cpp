@@ -439,7 +439,7 @@ extern "C" EVENTS_EXPORT const char *getHubdConfFile(void) {
 
 extern "C" EVENTS_EXPORT FILE *fopenConfFile(const char *access_mode, const char **conffileptr) {
   *conffileptr = getHubdConfFile();
-  return fopen(*conffileptr, access_mode);
+  return fopen(*conffileptr, (std::string(access_mode) + "e").c_str());  // close-on-exec
 }
 
 // ---- the fallback format ------------------------------------------------

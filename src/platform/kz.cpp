@@ -82,7 +82,7 @@ extern "C" EVENTS_EXPORT void KZuLogS(int level, int subsystem, const char *cata
     syslog(LOG_INFO, "%s[%d,%d] %d %d: %s", catalog, set, message, subsystem, level, text);
     return;
   }
-  FILE *log = fopen(target, "a");
+  FILE *log = fopen(target, "ae");
   if (log == nullptr) return;
   fprintf(log, "%s[%d,%d] %d %d: %s\n", catalog, set, message, subsystem, level, text);
   fclose(log);

@@ -133,7 +133,7 @@ extern "C" EVENTS_EXPORT const char *KZmib_get_mib_filename(void) {
 }
 
 extern "C" EVENTS_EXPORT int KZmib_load_mib(void) {
-  FILE *file = fopen(KZmib_get_mib_filename(), "r");
+  FILE *file = fopen(KZmib_get_mib_filename(), "re");
   if (file == nullptr) return -1;
   LabelTree tree;
   bool read = read_labels(file, tree);

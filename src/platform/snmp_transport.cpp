@@ -70,7 +70,12 @@ extern "C" EVENTS_EXPORT int recv_snmp(int sd, struct sockaddr_in *fromnode, snm
                               reinterpret_cast<sockaddr *>(fromnode), &from_length);
   if (received < 0) return -1;
   if (snmp_parse(transport.datagram, static_cast<int>(received), response, vars) != 0) return -2;
-  return static_cast<int>(received);
+  // The decoder reads any version; the envelope, read again, says which.
+  unsigned char community[SNMP_COMMUNITY_MAX + 1];
+  int community_length = SNMP_COMMUNITY_MAX, length = static_cast<int>(received);
+  int32_t version = -1;
+  auth_parse(transport.datagram, &length, community, &community_length, &version);
+  return version == 0 ? static_cast<int>(received) : SNMP_RECV_NOT_V1;
 }
 
 extern "C" EVENTS_EXPORT const char *errstring(int errstat) {
