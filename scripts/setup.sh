@@ -10,6 +10,7 @@ packages=(
   snmp snmpd snmptrapd libsnmp-dev
   nlohmann-json3-dev
   libsnmp-base
+  libssl-dev
 )
 
 # Not root: through sudo when there is one, else say what is missing.
