@@ -4,6 +4,7 @@
 
 #include <openssl/evp.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -80,6 +81,62 @@ const User *find_user(const usm_table &table, const unsigned char *engine_id, in
 bool engine_known(const usm_table &table, const unsigned char *engine_id, int engine_id_len);
 // Seconds since the table's engine started.
 int32_t engine_time(const usm_table &table);
+}  // namespace events::usm
+
+namespace events::usm {
+
+// An SNMPv3 message's layers above its scoped PDU.
+struct Message {
+  int32_t version = 0, msg_id = 0, max_size = 0, model = 0;
+  unsigned char flags = 0;
+  const unsigned char *engine = nullptr, *user = nullptr, *auth = nullptr, *priv = nullptr;
+  uint32_t engine_len = 0, user_len = 0, auth_len = 0, priv_len = 0;
+  int32_t boots = 0, time = 0;
+  unsigned char data_type = 0;  // SEQUENCE: a plain scoped PDU; OCTET STRING: encrypted
+  const unsigned char *data = nullptr;  // msgData's contents
+  uint32_t data_len = 0;
+  const unsigned char *element = nullptr, *end = nullptr;  // msgData whole
+};
+
+// The scoped PDU: contextEngineID, contextName and the PDU's type and
+// contents.  Octets after it (a cipher's padding) are ignored.
+struct Scoped {
+  const unsigned char *context_engine = nullptr, *context_name = nullptr;
+  uint32_t context_engine_len = 0, context_name_len = 0;
+  unsigned char pdu_type = 0;
+  const unsigned char *pdu = nullptr, *pdu_end = nullptr;
+};
+
+// Who sends a message, under which security: the authoritative engine's
+// ID, boots and time, and the user (none: noAuthNoPriv under user_name).
+struct Sender {
+  const unsigned char *engine;
+  size_t engine_len;
+  uint32_t boots, time;
+  int32_t msg_id;
+  const User *user;
+  std::string_view user_name;
+  bool reportable;
+  EVP_CIPHER_CTX *context;
+  uint64_t *salt;  // privacy salt counter
+};
+
+// Reads the version and, for SNMPv3, every layer down to msgData.
+bool read_message(const unsigned char *buf, int len, Message *m);
+bool read_scoped(const unsigned char *p, const unsigned char *end, Scoped *s);
+// Whether the message's digest is the user's (true for a user without
+// authentication); compared in constant time.
+bool digest_matches(const User &user, const unsigned char *buf, int len, const Message &m);
+// Decrypts msgData into *plain; [*scoped, *scoped_end) is the scoped PDU.
+bool decrypt(EVP_CIPHER_CTX *context, const User &user, const Message &m,
+             std::vector<unsigned char> *plain, const unsigned char **scoped,
+             const unsigned char **scoped_end);
+// The message around a scoped PDU; "" when the cipher or digest fails.
+std::string wrap(const Sender &sender, std::string scoped);
+// BER writing for the small messages built here.
+void put(std::string &out, unsigned char type, std::string_view contents);
+void put_integer(std::string &out, unsigned char type, int64_t value);
+
 }  // namespace events::usm
 
 #endif

@@ -19,6 +19,10 @@
 namespace {
 
 namespace ber = events::ber;
+using events::usm::Message;
+using events::usm::put;
+using events::usm::put_integer;
+using events::usm::Scoped;
 using events::usm::User;
 
 constexpr int32_t kUsmModel = 3;
@@ -28,18 +32,6 @@ constexpr int32_t kTimeWindow = 150;  // seconds, RFC 3414 2.2.3
 constexpr unsigned char kAuthFlag = 1, kPrivFlag = 2, kReportableFlag = 4;
 constexpr size_t kSaltSize = 8;
 
-// An SNMPv3 message's layers above its scoped PDU.
-struct Message {
-  int32_t version = 0, msg_id = 0, max_size = 0, model = 0;
-  unsigned char flags = 0;
-  const unsigned char *engine = nullptr, *user = nullptr, *auth = nullptr, *priv = nullptr;
-  uint32_t engine_len = 0, user_len = 0, auth_len = 0, priv_len = 0;
-  int32_t boots = 0, time = 0;
-  unsigned char data_type = 0;  // SEQUENCE: a plain scoped PDU; OCTET STRING: encrypted
-  const unsigned char *data = nullptr;  // msgData's contents
-  uint32_t data_len = 0;
-  const unsigned char *element = nullptr, *end = nullptr;  // msgData whole
-};
 
 // What the check of a message found, beside its result.
 struct Checked {
@@ -74,8 +66,9 @@ bool read_sequence(const unsigned char *&p, const unsigned char *end, const unsi
   return true;
 }
 
-// Reads the version and, for SNMPv3, every layer down to msgData.
-bool read_message(const unsigned char *buf, int len, Message *m) {
+}  // namespace
+
+bool events::usm::read_message(const unsigned char *buf, int len, Message *m) {
   const unsigned char *p = buf, *end = buf + std::max(len, 0), *inner_end;
   if (!read_sequence(p, end, &end) || !read_integer(p, end, &m->version)) return false;
   if (m->version != SNMP_MESSAGE_V3) return true;
@@ -104,16 +97,8 @@ bool read_message(const unsigned char *buf, int len, Message *m) {
          m->user_len <= USM_NAME_MAX && m->boots >= 0 && m->time >= 0;
 }
 
-// The scoped PDU: contextEngineID, contextName and the PDU's type and
-// contents.  Octets after it (a cipher's padding) are ignored.
-struct Scoped {
-  const unsigned char *context_engine = nullptr, *context_name = nullptr;
-  uint32_t context_engine_len = 0, context_name_len = 0;
-  unsigned char pdu_type = 0;
-  const unsigned char *pdu = nullptr, *pdu_end = nullptr;
-};
 
-bool read_scoped(const unsigned char *p, const unsigned char *end, Scoped *s) {
+bool events::usm::read_scoped(const unsigned char *p, const unsigned char *end, Scoped *s) {
   uint32_t length;
   if (!read_sequence(p, end, &end) || !read_octets(p, end, &s->context_engine, &s->context_engine_len) ||
       !read_octets(p, end, &s->context_name, &s->context_name_len) ||
@@ -124,6 +109,8 @@ bool read_scoped(const unsigned char *p, const unsigned char *end, Scoped *s) {
   s->pdu_end = p + length;
   return true;
 }
+
+namespace {
 
 int level_of(unsigned char flags) {
   return (flags & kPrivFlag) ? USM_AUTH_PRIV : (flags & kAuthFlag) ? USM_AUTH_NO_PRIV : USM_NO_AUTH_NO_PRIV;
@@ -163,19 +150,46 @@ void key_and_iv(const User &user, uint32_t boots, uint32_t time, const unsigned 
 
 // Runs the user's cipher over in[0..len) into out, which has room for
 // len octets.  DES-CBC takes whole blocks; AES-CFB any length.
-bool run_cipher(usm_table &table, const User &user, bool encrypt, uint32_t boots, uint32_t time,
-                const unsigned char *salt, const unsigned char *in, size_t len, unsigned char *out) {
+bool run_cipher(EVP_CIPHER_CTX *context, const User &user, bool encrypt, uint32_t boots,
+                uint32_t time, const unsigned char *salt, const unsigned char *in, size_t len,
+                unsigned char *out) {
   if (user.priv == USM_PRIV_DES && len % 8 != 0) return false;
   unsigned char iv[16];
   key_and_iv(user, boots, time, salt, iv);
   int written = 0, last = 0;
-  return EVP_CipherInit_ex2(table.cipher_context, user.cipher, user.priv_key, iv, encrypt,
-                            nullptr) &&
-         EVP_CIPHER_CTX_set_padding(table.cipher_context, 0) &&
-         EVP_CipherUpdate(table.cipher_context, out, &written, in, static_cast<int>(len)) &&
-         EVP_CipherFinal_ex(table.cipher_context, out + written, &last) &&
+  return EVP_CipherInit_ex2(context, user.cipher, user.priv_key, iv, encrypt, nullptr) &&
+         EVP_CIPHER_CTX_set_padding(context, 0) &&
+         EVP_CipherUpdate(context, out, &written, in, static_cast<int>(len)) &&
+         EVP_CipherFinal_ex(context, out + written, &last) &&
          static_cast<size_t>(written + last) == len;
 }
+
+}  // namespace
+
+bool events::usm::digest_matches(const User &user, const unsigned char *buf, int len,
+                                 const Message &m) {
+  if (user.auth == USM_AUTH_NONE) return true;
+  unsigned char mac[USM_KEY_MAX];
+  return m.auth_len == static_cast<uint32_t>(auth_protocol(user.auth)->mac_len) &&
+         keyed_digest(user, buf, static_cast<size_t>(len), m.auth, mac) &&
+         CRYPTO_memcmp(mac, m.auth, m.auth_len) == 0;
+}
+
+bool events::usm::decrypt(EVP_CIPHER_CTX *context, const User &user, const Message &m,
+                          std::vector<unsigned char> *plain, const unsigned char **scoped,
+                          const unsigned char **scoped_end) {
+  if (m.data_type != ASN_OCTET_STR || m.priv_len != kSaltSize) return false;
+  plain->resize(std::max<size_t>(m.data_len, 1));
+  if (!run_cipher(context, user, false, static_cast<uint32_t>(m.boots),
+                  static_cast<uint32_t>(m.time), m.priv, m.data, m.data_len, plain->data()))
+    return false;
+  *scoped = plain->data();
+  *scoped_end = plain->data() + m.data_len;
+  Scoped parts;
+  return read_scoped(*scoped, *scoped_end, &parts);
+}
+
+namespace {
 
 // Checks the message's security and finds its plain scoped PDU, without
 // counting.  The order is RFC 3414 3.2's.
@@ -195,13 +209,7 @@ int check(usm_table &table, const unsigned char *buf, int len, const Message &m,
   // could otherwise send unauthenticated traps in it.
   if (level_of(m.flags) != user->level()) return USM_UNSUPPORTED_SEC_LEVEL;
   out->user = user;
-  if (user->auth != USM_AUTH_NONE) {
-    unsigned char mac[USM_KEY_MAX];
-    if (m.auth_len != static_cast<uint32_t>(events::usm::auth_protocol(user->auth)->mac_len) ||
-        !keyed_digest(*user, buf, static_cast<size_t>(len), m.auth, mac) ||
-        CRYPTO_memcmp(mac, m.auth, m.auth_len) != 0)
-      return USM_WRONG_DIGEST;
-  }
+  if (!events::usm::digest_matches(*user, buf, len, m)) return USM_WRONG_DIGEST;
   // The local engine is authoritative: the message must be of this run
   // and of the last 150 seconds.  Checked before decryption, as RFC 3414
   // orders it; the scoped PDU is still read for the Report's request-id.
@@ -216,14 +224,9 @@ int check(usm_table &table, const unsigned char *buf, int len, const Message &m,
     *out = {user, m.element, m.end};
     return result;
   }
-  if (m.data_type != ASN_OCTET_STR || m.priv_len != kSaltSize) return USM_DECRYPTION_ERROR;
-  table.plain.resize(std::max<size_t>(m.data_len, 1));
-  if (!run_cipher(table, *user, false, static_cast<uint32_t>(m.boots), static_cast<uint32_t>(m.time),
-                  m.priv, m.data, m.data_len, table.plain.data()))
+  if (!events::usm::decrypt(table.cipher_context, *user, m, &table.plain, &out->scoped,
+                           &out->scoped_end))
     return USM_DECRYPTION_ERROR;
-  *out = {user, table.plain.data(), table.plain.data() + m.data_len};
-  Scoped scoped;
-  if (!read_scoped(out->scoped, out->scoped_end, &scoped)) return USM_DECRYPTION_ERROR;
   return result;
 }
 
@@ -239,8 +242,9 @@ void count(usm_stats &stats, int result) {
   }
 }
 
-// BER writing for the answers, which are small and rare.
-void put(std::string &out, unsigned char type, std::string_view contents) {
+}  // namespace
+
+void events::usm::put(std::string &out, unsigned char type, std::string_view contents) {
   out += static_cast<char>(type);
   const size_t n = contents.size();
   if (n < 0x80) {
@@ -253,7 +257,7 @@ void put(std::string &out, unsigned char type, std::string_view contents) {
   out += contents;
 }
 
-void put_integer(std::string &out, unsigned char type, int64_t value) {
+void events::usm::put_integer(std::string &out, unsigned char type, int64_t value) {
   std::string octets;
   do {
     octets.insert(octets.begin(), static_cast<char>(value & 0xFF));
@@ -261,6 +265,8 @@ void put_integer(std::string &out, unsigned char type, int64_t value) {
   } while (!(value == 0 && !(octets[0] & 0x80)) && !(value == -1 && (octets[0] & 0x80)));
   put(out, type, octets);
 }
+
+namespace {
 
 std::string_view view(const unsigned char *p, size_t n) {
   return std::string_view(reinterpret_cast<const char *>(p), n);
@@ -270,22 +276,21 @@ std::string_view view(const unsigned char *p, const unsigned char *end) {
   return view(p, static_cast<size_t>(end - p));
 }
 
-// Wraps a scoped PDU into a message of the local engine under `user` (or
-// none, for a Report at noAuthNoPriv naming `user_name`).  Returns "" when
-// the cipher or digest fails.
-std::string wrap(usm_table &table, int32_t msg_id, const User *user, std::string_view user_name,
-                 std::string scoped) {
+}  // namespace
+
+std::string events::usm::wrap(const Sender &sender, std::string scoped) {
+  const User *user = sender.user;
   const int level = user != nullptr ? user->level() : USM_NO_AUTH_NO_PRIV;
-  const uint32_t boots = table.boots;
-  const uint32_t time = static_cast<uint32_t>(events::usm::engine_time(table));
+  const uint32_t boots = sender.boots, time = sender.time;
   std::string salt, data;
   if (level == USM_AUTH_PRIV) {
-    uint64_t next = ++table.salt;
+    uint64_t next = ++*sender.salt;
     if (user->priv == USM_PRIV_DES) next = (static_cast<uint64_t>(boots) << 32) | (next & 0xFFFFFFFF);
     for (int i = 7; i >= 0; --i) salt += static_cast<char>(next >> (8 * i));
     if (user->priv == USM_PRIV_DES) scoped.resize((scoped.size() + 7) / 8 * 8, '\0');
     std::string cipher(scoped.size(), '\0');
-    if (!run_cipher(table, *user, true, boots, time, reinterpret_cast<const unsigned char *>(salt.data()),
+    if (!run_cipher(sender.context, *user, true, boots, time,
+                    reinterpret_cast<const unsigned char *>(salt.data()),
                     reinterpret_cast<const unsigned char *>(scoped.data()), scoped.size(),
                     reinterpret_cast<unsigned char *>(cipher.data())))
       return "";
@@ -296,16 +301,17 @@ std::string wrap(usm_table &table, int32_t msg_id, const User *user, std::string
   const size_t mac_len =
       level >= USM_AUTH_NO_PRIV ? static_cast<size_t>(events::usm::auth_protocol(user->auth)->mac_len) : 0;
   std::string global, parameters, sequence, priv_field, message, body;
-  put_integer(global, ASN_INTEGER, msg_id);
+  put_integer(global, ASN_INTEGER, sender.msg_id);
   put_integer(global, ASN_INTEGER, kMaxMessageSize);
-  const char flags = static_cast<char>(level == USM_AUTH_PRIV ? kAuthFlag | kPrivFlag
-                                       : level == USM_AUTH_NO_PRIV ? kAuthFlag : 0);
+  const char flags = static_cast<char>(
+      (level == USM_AUTH_PRIV ? kAuthFlag | kPrivFlag : level == USM_AUTH_NO_PRIV ? kAuthFlag : 0) |
+      (sender.reportable ? kReportableFlag : 0));
   put(global, ASN_OCTET_STR, std::string(1, flags));
   put_integer(global, ASN_INTEGER, kUsmModel);
-  put(sequence, ASN_OCTET_STR, view(table.engine_id, static_cast<size_t>(table.engine_id_len)));
+  put(sequence, ASN_OCTET_STR, view(sender.engine, sender.engine_len));
   put_integer(sequence, ASN_INTEGER, boots);
   put_integer(sequence, ASN_INTEGER, time);
-  put(sequence, ASN_OCTET_STR, user_name);
+  put(sequence, ASN_OCTET_STR, sender.user_name);
   put(sequence, ASN_OCTET_STR, std::string(mac_len, '\0'));
   put(priv_field, ASN_OCTET_STR, salt);
   sequence += priv_field;
@@ -322,6 +328,8 @@ std::string wrap(usm_table &table, int32_t msg_id, const User *user, std::string
   }
   return message;
 }
+
+namespace {
 
 // The scoped PDU of a Report of the local engine: one usmStats counter.
 std::string report(const usm_table &table, int32_t request_id, int result) {
@@ -370,6 +378,14 @@ std::string response(const Scoped &inform) {
   put(scoped, SNMP_RESPONSE_PDU, pdu);
   put(out, ASN_SEQUENCE, scoped);
   return out;
+}
+
+// The local engine as the authoritative sender of an answer.
+events::usm::Sender local_sender(usm_table &table, int32_t msg_id, const User *user,
+                                 std::string_view user_name) {
+  return {table.engine_id, static_cast<size_t>(table.engine_id_len), table.boots,
+          static_cast<uint32_t>(events::usm::engine_time(table)), msg_id, user, user_name, false,
+          table.cipher_context, &table.salt};
 }
 
 void copy_text(char *to, const unsigned char *from, uint32_t n) {
@@ -442,7 +458,8 @@ extern "C" EVENTS_EXPORT int usm_build_answer(usm_table *table, const unsigned c
     if (!has_scoped || scoped.pdu_type != SNMP_INFORM_PDU) return 1;
     std::string scoped_response = response(scoped);
     if (scoped_response.empty()) return -1;
-    message = wrap(*table, m.msg_id, checked.user, checked.user->name, std::move(scoped_response));
+    message = events::usm::wrap(local_sender(*table, m.msg_id, checked.user, checked.user->name),
+                                std::move(scoped_response));
   } else if ((m.flags & kReportableFlag) && result <= USM_UNSUPPORTED_SEC_LEVEL &&
              result >= USM_DECRYPTION_ERROR) {
     // Only a Report of a stale message goes under the user's key: the
@@ -457,8 +474,8 @@ extern "C" EVENTS_EXPORT int usm_build_answer(usm_table *table, const unsigned c
       if (no_privacy->mac == nullptr) return -1;
       user = no_privacy.get();
     }
-    message = wrap(*table, m.msg_id, user, view(m.user, m.user_len),
-                   report(*table, request_id, result));
+    message = events::usm::wrap(local_sender(*table, m.msg_id, user, view(m.user, m.user_len)),
+                                report(*table, request_id, result));
   } else {
     return 1;
   }
