@@ -32,6 +32,7 @@
 
 #include "events_export.h"
 #include "snmp.h"
+#include "snmp_call.h"
 
 EVENTS_BEGIN_DECLS
 
@@ -178,6 +179,10 @@ EVENTS_EXPORT int snmp_parse_notification_v3(const unsigned char *buf, int len, 
 EVENTS_EXPORT int usm_build_answer(usm_table *table, const unsigned char *buf, int len,
                                    unsigned char *out, int *out_length);
 
+/* The number of an authentication protocol (privacy 0) or a privacy
+ * protocol (privacy 1) by net-snmp's name, in any case; -1 if unknown. */
+EVENTS_EXPORT int usm_protocol_by_name(const char *name, int privacy);
+
 /* Names a result of this header or of snmp_notification_error's. */
 EVENTS_EXPORT const char *usm_error(int result);
 EVENTS_EXPORT const char *usm_level_name(int security_level);
@@ -193,6 +198,37 @@ EVENTS_EXPORT int usm_annotate(const usm_notification_info *about, snmp_trap_inf
                                EMSsnmpVarBind *vars);
 EVENTS_EXPORT int usm_annotation(const snmp_trap_infoEMS *sti, const EMSsnmpVarBind *vars,
                                  char user[USM_NAME_MAX + 1]);
+
+/* SNMPv3 requests.
+ *
+ * A usm_session is one user's security toward one agent, beside a call
+ * context of snmp_call.h that gives the socket, agent address, time-out
+ * and sends.  With engine_id_len 0 the agent's engine is discovered by the
+ * first request (a probe answered by a Report) and kept, with the agent's
+ * boots and time, for the session's later requests; the keys are then
+ * localized and the passphrases wiped.  An agent's Report of a stale time
+ * resynchronises the clock and the request is sent once more.
+ *
+ * usm_session_new returns NULL for arguments usm_table_add_user would
+ * refuse.  usm_request sends `size` bindings (at most SNMPCALL_CHUNK) as
+ * one PDU of type `command` (SNMP_GET_REQ, SNMP_GET_NEXT_REQ, SNMP_SET_REQ;
+ * get and get-next send NULL values) in context `context` and decodes the
+ * response into `out`.  Returns 0, the agent's error-status, an SNMPCALL_
+ * code, or USM_AGENT_REPORT when the agent answered with a Report, which
+ * usm_session_report names ("usmStatsUnknownUserNames", ...).  The result
+ * is also left in sci->response.errstat, as the SNMPv1 calls leave theirs. */
+#define USM_AGENT_REPORT (-13)
+
+typedef struct usm_session usm_session;
+
+EVENTS_EXPORT usm_session *usm_session_new(const char *user, int auth, const char *auth_pass,
+                                           int priv, const char *priv_pass,
+                                           const unsigned char *engine_id, int engine_id_len,
+                                           const char *context);
+EVENTS_EXPORT void usm_session_free(usm_session *session);
+EVENTS_EXPORT int usm_request(snmp_call_info *sci, usm_session *session, int command,
+                              SnmpVarBindEMS *in, SnmpVarBindEMS *out, int size);
+EVENTS_EXPORT const char *usm_session_report(const usm_session *session);
 
 EVENTS_END_DECLS
 

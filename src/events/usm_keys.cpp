@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <strings.h>
 #include <vector>
 
 #include "usm_internal.h"
@@ -148,6 +149,13 @@ int events::usm::make_user(EVP_MAC *hmac, std::string_view name, std::vector<uns
   }
   *out = std::move(user);
   return USM_OK;
+}
+
+extern "C" EVENTS_EXPORT int usm_protocol_by_name(const char *name, int privacy) {
+  for (int number = 1; number <= (privacy ? USM_PRIV_AES256_REEDER : USM_AUTH_SHA512); ++number)
+    if (strcasecmp(name, privacy ? kPriv[number - 1].name : kAuth[number - 1].name) == 0)
+      return number;
+  return -1;
 }
 
 extern "C" EVENTS_EXPORT int usm_localize_key(int auth, int priv, const char *passphrase,

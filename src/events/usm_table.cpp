@@ -71,13 +71,6 @@ bool split_words(const std::string &line, std::vector<std::string> *words) {
   }
 }
 
-template <typename Protocol>
-int protocol_number(const std::string &name, const Protocol *(*lookup)(int)) {
-  for (int number = 1; lookup(number) != nullptr; ++number)
-    if (strcasecmp(name.c_str(), lookup(number)->name) == 0) return number;
-  return 0;
-}
-
 void wipe(std::string &secret) { OPENSSL_cleanse(secret.data(), secret.size()); }
 
 // Reads one createUser line into a user.  Returns "" or what is wrong.
@@ -97,15 +90,15 @@ std::string read_user(const usm_table &table, std::vector<std::string> &words,
   int auth = USM_AUTH_NONE, priv = USM_PRIV_NONE;
   const char *auth_pass = nullptr, *priv_pass = nullptr;
   if (words.size() > at) {
-    auth = protocol_number(words[at], events::usm::auth_protocol);
-    if (auth == USM_AUTH_NONE) return "unknown authentication protocol '" + words[at] + "'";
+    auth = usm_protocol_by_name(words[at].c_str(), 0);
+    if (auth < 0) return "unknown authentication protocol '" + words[at] + "'";
     if (words.size() <= at + 1) return "no authentication passphrase";
     auth_pass = words[at + 1].c_str();
     at += 2;
   }
   if (words.size() > at) {
-    priv = protocol_number(words[at], events::usm::priv_protocol);
-    if (priv == USM_PRIV_NONE) return "unknown privacy protocol '" + words[at] + "'";
+    priv = usm_protocol_by_name(words[at].c_str(), 1);
+    if (priv < 0) return "unknown privacy protocol '" + words[at] + "'";
     priv_pass = words.size() > at + 1 ? words[at + 1].c_str() : auth_pass;
     at += 2;
   }
