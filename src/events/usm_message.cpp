@@ -32,7 +32,6 @@ constexpr int32_t kTimeWindow = 150;  // seconds, RFC 3414 2.2.3
 constexpr unsigned char kAuthFlag = 1, kPrivFlag = 2, kReportableFlag = 4;
 constexpr size_t kSaltSize = 8;
 
-
 // What the check of a message found, beside its result.
 struct Checked {
   const User *user = nullptr;
@@ -96,7 +95,6 @@ bool events::usm::read_message(const unsigned char *buf, int len, Message *m) {
   return p + m->data_len == end && m->engine_len <= USM_ENGINE_ID_MAX &&
          m->user_len <= USM_NAME_MAX && m->boots >= 0 && m->time >= 0;
 }
-
 
 bool events::usm::read_scoped(const unsigned char *p, const unsigned char *end, Scoped *s) {
   uint32_t length;
@@ -226,7 +224,7 @@ int check(usm_table &table, const unsigned char *buf, int len, const Message &m,
   }
   if (!events::usm::decrypt(table.cipher_context, *user, m, &table.plain, &out->scoped,
                            &out->scoped_end))
-    return USM_DECRYPTION_ERROR;
+    return result != USM_OK ? result : USM_DECRYPTION_ERROR;
   return result;
 }
 
