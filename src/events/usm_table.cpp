@@ -12,8 +12,6 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include "usm_internal.h"
@@ -72,6 +70,38 @@ bool split_words(const std::string &line, std::vector<std::string> *words) {
 }
 
 void wipe(std::string &secret) { OPENSSL_cleanse(secret.data(), secret.size()); }
+
+// Reads the whole file into *text, wiping the read buffer.  Returns 0, or
+// the errno of the failure; *status receives the file's status.
+int read_whole(const char *path, std::string *text, struct stat *status) {
+  int fd = open(path, O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return errno;
+  if (fstat(fd, status) != 0) {
+    int error = errno;
+    close(fd);
+    return error;
+  }
+  char chunk[4096];
+  ssize_t n;
+  while ((n = read(fd, chunk, sizeof chunk)) > 0) text->append(chunk, static_cast<size_t>(n));
+  const int error = n < 0 ? errno : 0;
+  OPENSSL_cleanse(chunk, sizeof chunk);
+  close(fd);
+  if (error != 0) wipe(*text);
+  return error;
+}
+
+// The lines of `text`, without their newlines.
+std::vector<std::string_view> lines_of(std::string_view text) {
+  std::vector<std::string_view> lines;
+  for (size_t at = 0; at < text.size();) {
+    size_t end = text.find('\n', at);
+    if (end == std::string_view::npos) end = text.size();
+    lines.push_back(text.substr(at, end - at));
+    at = end + 1;
+  }
+  return lines;
+}
 
 // Reads one createUser line into a user.  Returns "" or what is wrong.
 std::string read_user(const usm_table &table, std::vector<std::string> &words,
@@ -217,34 +247,19 @@ extern "C" EVENTS_EXPORT int usm_table_remove_user(usm_table *table,
 extern "C" EVENTS_EXPORT int usm_table_read_users(usm_table *table, const char *path,
                                                   char *message, int message_size) {
   say(message, message_size, "");
-  int fd = open(path, O_RDONLY | O_CLOEXEC);
-  struct stat status;
-  if (fd < 0 || fstat(fd, &status) != 0) {
-    say(message, message_size, std::string(path) + ": " + strerror(errno));
-    if (fd >= 0) close(fd);
-    return -1;
-  }
   std::string text;
-  char chunk[4096];
-  ssize_t n;
-  while ((n = read(fd, chunk, sizeof chunk)) > 0) text.append(chunk, static_cast<size_t>(n));
-  const int read_error = n < 0 ? errno : 0;
-  OPENSSL_cleanse(chunk, sizeof chunk);
-  close(fd);
-  if (read_error != 0) {
-    wipe(text);
-    say(message, message_size, std::string(path) + ": " + strerror(read_error));
+  struct stat status;
+  if (int error = read_whole(path, &text, &status); error != 0) {
+    say(message, message_size, std::string(path) + ": " + strerror(error));
     return -1;
   }
 
   std::vector<std::unique_ptr<User>> users;
   std::string error;
   int line_number = 0;
-  for (size_t at = 0; at < text.size() && error.empty();) {
-    size_t end = text.find('\n', at);
-    if (end == std::string::npos) end = text.size();
-    std::string line = text.substr(at, end - at);
-    at = end + 1;
+  for (std::string_view text_line : lines_of(text)) {
+    if (!error.empty()) break;
+    std::string line(text_line);
     ++line_number;
     std::vector<std::string> words;
     std::unique_ptr<User> user;
@@ -282,21 +297,22 @@ extern "C" EVENTS_EXPORT int usm_engine_boot(const char *path, unsigned char *en
                                              char *message, int message_size) {
   std::vector<unsigned char> id;
   unsigned long long last_boots = 0;
-  std::ifstream in(path);
-  if (in) {
-    std::string line, key, value;
-    while (std::getline(in, line)) {
-      std::istringstream words(line);
-      if (!(words >> key >> value)) continue;
-      if (key == "engineID" && !parse_hex(value, &id)) id.clear();
-      if (key == "engineBoots") last_boots = strtoull(value.c_str(), nullptr, 10);
+  std::string text;
+  struct stat status;
+  if (int error = read_whole(path, &text, &status); error == 0) {
+    for (std::string_view line : lines_of(text)) {
+      std::vector<std::string> words;
+      split_words(std::string(line), &words);
+      if (words.size() != 2) continue;
+      if (words[0] == "engineID" && !parse_hex(words[1], &id)) id.clear();
+      if (words[0] == "engineBoots") last_boots = strtoull(words[1].c_str(), nullptr, 10);
     }
-    if (in.bad() || id.size() < 5 || id.size() > USM_ENGINE_ID_MAX) {
+    if (id.size() < 5 || id.size() > USM_ENGINE_ID_MAX) {
       say(message, message_size, std::string(path) + ": no engineID of 5 to 32 octets");
       return -1;
     }
-  } else if (errno != ENOENT) {
-    say(message, message_size, std::string(path) + ": " + strerror(errno));
+  } else if (error != ENOENT) {
+    say(message, message_size, std::string(path) + ": " + strerror(error));
     return -1;
   } else {
     // RFC 3411's form: enterprise 49999 with the high bit, format 5
@@ -316,11 +332,12 @@ extern "C" EVENTS_EXPORT int usm_engine_boot(const char *path, unsigned char *en
     snprintf(pair, sizeof pair, "%02x", octet);
     hex += pair;
   }
-  const std::string text = "# The local SNMP engine; engineBoots counts its starts.\nengineID " +
+  const std::string contents = "# The local SNMP engine; engineBoots counts its starts.\nengineID " +
                            hex + "\nengineBoots " + std::to_string(*boots) + "\n";
   const std::string temporary = std::string(path) + ".new";
   int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  bool written = fd >= 0 && write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
+  bool written = fd >= 0 &&
+                 write(fd, contents.data(), contents.size()) == static_cast<ssize_t>(contents.size()) &&
                  fsync(fd) == 0;
   if (fd >= 0 && close(fd) != 0) written = false;
   if (!written || rename(temporary.c_str(), path) != 0) {
