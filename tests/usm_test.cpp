@@ -31,8 +31,7 @@ std::string hex(const unsigned char *p, int n) {
 }
 
 const unsigned char kRfcEngine[] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 2};
-// The sender's engine of the traps below, and the receiver's own.
-const unsigned char kSender[] = {0x80, 0x00, 0x00, 0x00, 0x01, 0x02, 0x03, 0x04};
+// The receiver's own engine.
 const unsigned char kLocal[] = {0x80, 0x00, 0xC3, 0x4F, 0x05, 1, 2, 3, 4, 5, 6, 7, 8};
 
 TEST(UsmKeys, LocalizedAsPublished) {

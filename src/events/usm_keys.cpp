@@ -89,10 +89,11 @@ bool extend(const AuthProtocol &auth, bool reeder, const unsigned char *engine, 
 
 // OpenSSL 3 keeps DES in its legacy provider.  Loading any provider by
 // name stops the default one from loading by itself, so both are loaded.
+// They stay loaded for the life of the process.
 bool load_legacy_provider() {
-  static const bool loaded = OSSL_PROVIDER_load(nullptr, "default") != nullptr &&
-                             OSSL_PROVIDER_load(nullptr, "legacy") != nullptr;
-  return loaded;
+  static OSSL_PROVIDER *const standard = OSSL_PROVIDER_load(nullptr, "default");
+  static OSSL_PROVIDER *const legacy = OSSL_PROVIDER_load(nullptr, "legacy");
+  return standard != nullptr && legacy != nullptr;
 }
 
 }  // namespace
