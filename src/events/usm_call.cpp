@@ -207,13 +207,13 @@ int request_once(snmp_call_info *sci, usm_session &s, const std::string &pdu_ele
   if (!events::usm::read_scoped(begin, end, &answered)) return SNMPCALL_PARSE;
   if (answered.pdu_type == SNMP_REPORT_PDU) {
     const int counter = report_counter(answered);
+    s.report = counter > 0 ? kReportNames[counter - 1] : "an unknown Report";
     if (counter == kNotInTimeWindows && authenticated) {
       s.boots = static_cast<uint32_t>(m.boots);
       s.time = m.time;
       s.learned = now_seconds();
       return 1;
     }
-    s.report = counter > 0 ? kReportNames[counter - 1] : "an unknown Report";
     return USM_AGENT_REPORT;
   }
   if (answered.pdu_type != SNMP_GET_RSP || (s.user->auth != USM_AUTH_NONE && !authenticated))
@@ -279,7 +279,7 @@ int request(snmp_call_info *sci, usm_session &s, int command, SnmpVarBindEMS *in
                               out, size);
     if (result != 1) return result;
   }
-  return SNMPCALL_TIMEOUT;
+  return USM_AGENT_REPORT;  // stale twice over
 }
 
 }  // namespace
