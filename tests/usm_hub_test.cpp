@@ -37,6 +37,8 @@ struct Hub {
   std::unique_ptr<ChildProcess> listen;
 
   explicit Hub(const std::string &user_lines) {
+    // net-snmp's tools keep their state here, not where other runs write.
+    setenv("SNMP_PERSISTENT_DIR", dir.path().c_str(), 1);
     testsupport::write_file(users, user_lines);
     chmod(users.c_str(), 0600);
     start();
@@ -63,7 +65,7 @@ struct Hub {
   }
   int send(const std::vector<std::string> &security, const char *trap_oid,
            const char *tool = "snmptrap") {
-    std::vector<std::string> argv = {tool, "-v", "3", "-r", "1", "-t", "2"};
+    std::vector<std::string> argv = {tool, "-v", "3", "-r", "2", "-t", "2"};
     argv.insert(argv.end(), security.begin(), security.end());
     argv.insert(argv.end(), {"-m", "", "-M", "", udp, "4242", trap_oid});
     return run_command(argv);

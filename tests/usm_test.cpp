@@ -136,6 +136,8 @@ TEST(UsmEngine, BootsCountAcrossRestartsUnderOneId) {
 
 // One trap from snmptrap -v 3 under the sender's engine, as received.
 std::vector<unsigned char> v3_trap(const std::vector<std::string> &security) {
+  testsupport::TempDir state;
+  setenv("SNMP_PERSISTENT_DIR", state.path().c_str(), 1);
   testsupport::UdpSocket receiver;
   std::vector<std::string> argv = {"snmptrap", "-v", "3", "-e", "0x8000000001020304"};
   argv.insert(argv.end(), security.begin(), security.end());
