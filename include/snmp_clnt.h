@@ -81,9 +81,9 @@ EVENTS_EXPORT int send_request(int sd, struct sockaddr_in address, snmp_info *re
  * snmp_parse); returns its length, -1 with errno set when receiving failed
  * (EAGAIN: nothing there), -2 when it cannot be decoded.
  * getSnmpPort gives the agent port in network order: KZ_SNMP_PORT, else
- * the service snmp/udp, else 161.  errstring names an SNMPv1
- * error-status ("noError", "tooBig", ...), or "unknown error"; the text is
- * static. */
+ * the service snmp/udp, else 161.  errstring names an SNMPv1 or SNMPv2
+ * error-status ("noError", "tooBig", ..., "authorizationError"), or
+ * "unknown error"; the text is static. */
 EVENTS_EXPORT int init_async_snmp(void);
 EVENTS_EXPORT int send_snmp(int sd, uint32_t addr, snmp_info *request, SnmpVarBindEMS *vars);
 EVENTS_EXPORT int recv_snmp(int sd, struct sockaddr_in *fromnode, snmp_info *response,
