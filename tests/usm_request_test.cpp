@@ -60,10 +60,12 @@ TEST(UsmRequest, HubsnmpSeesWhatSnmpgetSees) {
   };
   for (const auto &security : users) {
     SCOPED_TRACE(security[1]);
-    auto hubsnmp = [&](std::vector<std::string> rest) {
-      std::vector<std::string> argv = {HUBSNMP_PATH, "-v", "3"};
+    // The options before the command word, or after it as net-snmp allows.
+    auto hubsnmp = [&](std::vector<std::string> rest, bool options_last = false) {
+      std::vector<std::string> argv = {"-v", "3"};
       argv.insert(argv.end(), security.begin(), security.end());
-      argv.insert(argv.end(), rest.begin(), rest.end());
+      argv.insert(options_last ? argv.begin() : argv.end(), rest.begin(), rest.end());
+      argv.insert(argv.begin(), HUBSNMP_PATH);
       return argv;
     };
     auto netsnmp = [&](const char *tool, std::vector<std::string> rest) {
@@ -85,7 +87,7 @@ TEST(UsmRequest, HubsnmpSeesWhatSnmpgetSees) {
     for (int i = 0; i < 2; ++i) EXPECT_EQ(value_of(ours[i]), value_of(theirs[i]));
 
     // A walk of the ORs table's descriptions: the same rows.
-    ours = output(hubsnmp({"walk", address, "1.3.6.1.2.1.1.9.1.3"}), &status);
+    ours = output(hubsnmp({"walk", address, "1.3.6.1.2.1.1.9.1.3"}, true), &status);
     theirs = output(netsnmp("snmpwalk", {"1.3.6.1.2.1.1.9.1.3"}), &peer_status);
     EXPECT_EQ(status, 0);
     ASSERT_EQ(ours.size(), theirs.size());
