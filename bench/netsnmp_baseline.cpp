@@ -79,6 +79,40 @@ int bench::netsnmp_parse(const unsigned char *message, size_t length) {
   return result == 0 ? bindings : -1;
 }
 
+std::vector<unsigned char> bench::netsnmp_v3_notification(const unsigned char *v2c, size_t length) {
+  static const unsigned char kEngine[] = {0x80, 0x00, 0x00, 0x00, 0x01, 0x02, 0x03, 0x04};
+  netsnmp_session *session = parse_session();
+  char user[] = "-e 0x8000000001020304 shaAes SHA authpass123 AES privpass123";
+  usm_parse_create_usmUser("createUser", user);
+  std::vector<unsigned char> copy(v2c, v2c + length);
+  netsnmp_pdu *pdu = static_cast<netsnmp_pdu *>(calloc(1, sizeof(netsnmp_pdu)));
+  std::vector<unsigned char> out;
+  if (netsnmp_parser()(nullptr, session, pdu, copy.data(), copy.size()) == 0) {
+    pdu->version = SNMP_VERSION_3;
+    pdu->securityModel = SNMP_SEC_MODEL_USM;
+    pdu->securityLevel = SNMP_SEC_LEVEL_AUTHPRIV;
+    pdu->securityName = strdup("shaAes");
+    pdu->securityNameLen = 6;
+    pdu->securityEngineID = static_cast<u_char *>(netsnmp_memdup(kEngine, sizeof kEngine));
+    pdu->securityEngineIDLen = sizeof kEngine;
+    pdu->contextEngineID = static_cast<u_char *>(netsnmp_memdup(kEngine, sizeof kEngine));
+    pdu->contextEngineIDLen = sizeof kEngine;
+    pdu->contextName = strdup("");
+    netsnmp_session sender;
+    snmp_sess_init(&sender);
+    sender.version = SNMP_VERSION_3;
+    size_t size = 4096, offset = 0;
+    u_char *packet = static_cast<u_char *>(malloc(size));
+    if (snmp_build(&packet, &size, &offset, &sender, pdu) == 0) {
+      // Built from the end of the buffer backwards.
+      out.assign(packet + size - offset, packet + size);
+    }
+    free(packet);
+  }
+  snmp_free_pdu(pdu);
+  return out;
+}
+
 bool bench::netsnmp_open(uint16_t port, const char *community) {
   init_library();
   std::string peer = "udp:127.0.0.1:" + std::to_string(port);

@@ -11,12 +11,19 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 namespace bench {
 
 // Parses message[0..length) with net-snmp; returns the number of bindings
 // decoded, or -1 on failure.
 int netsnmp_parse(const unsigned char *message, size_t length);
+
+// The SNMPv2c notification v2c[0..length) sent again as SNMPv3 at
+// authPriv by user "shaAes" (SHA, authpass123; AES, privpass123) of engine
+// 0x8000000001020304, the user net-snmp then also knows for parsing.
+// Returns the message, empty on failure.
+std::vector<unsigned char> netsnmp_v3_notification(const unsigned char *v2c, size_t length);
 
 // Opens a v1 session with `community` to the agent at 127.0.0.1:port;
 // returns false on failure.

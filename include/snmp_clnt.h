@@ -87,9 +87,9 @@ EVENTS_EXPORT int send_request(int sd, struct sockaddr_in address, snmp_info *re
  * SNMP_RECV_NOT_V1 when it decodes but its version is not SNMPv1's 0
  * (snmp_parse accepts any version).
  * getSnmpPort gives the agent port in network order: KZ_SNMP_PORT, else
- * the service snmp/udp, else 161.  errstring names an SNMPv1
- * error-status ("noError", "tooBig", ...), or "unknown error"; the text is
- * static. */
+ * the service snmp/udp, else 161.  errstring names an SNMPv1 or SNMPv2
+ * error-status ("noError", "tooBig", ..., "authorizationError"), or
+ * "unknown error"; the text is static. */
 #define SNMP_RECV_NOT_V1 (-3)
 EVENTS_EXPORT int init_async_snmp(void);
 EVENTS_EXPORT int send_snmp(int sd, uint32_t addr, snmp_info *request, SnmpVarBindEMS *vars);

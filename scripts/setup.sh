@@ -11,6 +11,7 @@ packages=(
   nlohmann-json3-dev
   libsnmp-base
   jq python3
+  libssl-dev
 )
 
 # Not root: through sudo when there is one, else say what is missing.

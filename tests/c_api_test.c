@@ -18,6 +18,7 @@
 #include "snmp_clnt.h"
 #include "trp_format.h"
 #include "trapspec_writer.h"
+#include "usm.h"
 
 _Static_assert(sizeof(trap_arg) == 8, "format argument layout");
 _Static_assert(sizeof(((trap_record *)0)->name) == TRAP_NAME_SIZE, "trap name size");

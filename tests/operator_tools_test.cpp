@@ -106,7 +106,7 @@ TEST_F(Installed, EveryToolHasItsVersionAndOneLineUsageErrors) {
       {"hubsnmp", {"-O", "x", "get", "h", "1.3"}, "hubsnmp: unknown output flag 'x' in -Ox"},
       {"hubsnmp",
        {"-v", "2c", "get", "h", "1.3"},
-       "hubsnmp: SNMP version '2c' is not supported; only -v 1 is"},
+       "hubsnmp: SNMP version '2c' is not supported; only -v 1 and -v 3 are"},
       {"hubsnmp",
        {"get", "tcp:localhost:161", "1.3"},
        "hubsnmp: transport 'tcp:' is not supported"},

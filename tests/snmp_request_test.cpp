@@ -524,6 +524,8 @@ TEST(SnmpCall, EveryCodeHasItsText) {
       {SNMPCALL_BAD_TYPE, 0, "Internal Error: Invalid data type for set."},
       {0, 0, "SNMP Error:  noError"},
       {5, 0, "SNMP Error:  genErr"},
+      {18, 0, "SNMP Error:  inconsistentName"},
+      {19, 0, "SNMP Error:  unknown error"},
       {-10, 0, "SNMP Error:  unknown error"},
   };
   snmp_call_info *sci = init_snmp_call(1, 1);

@@ -6,6 +6,7 @@
 // headerless port.  SNMPv2c traps and informs arriving on the UDP port are
 // translated into the SNMPv1 traps that stand for them, and each inform is
 // answered, so that every client receives them as it receives any trap.
+// With --usm, SNMPv3 ones are too, under the users of a createUser file.
 // It is a tool for tests and demonstrations, not the platform's daemon.
 //
 // Whatever it is sent, it relays exactly one checked BER element per
@@ -39,6 +40,7 @@
 #include "cli.h"
 #include "event.h"
 #include "snmp.h"
+#include "usm.h"
 
 namespace {
 
@@ -57,6 +59,7 @@ enum Drop {
   kOverQueueLimit,
   kNoDescriptor,
   kNoSnmpV1Form,
+  kSnmpV3Refused,
   // One reason for each of the codec's limits, SNMP_LIMIT_SUBIDENTIFIER on.
   kFirstLimit,
   kDropReasons = kFirstLimit + SNMP_LIMIT_TIME
@@ -64,7 +67,7 @@ enum Drop {
 const char *const kDropNames[kFirstLimit] = {
     "not a trap",         "trailing octets",         "too large",
     "stream out of step", "client over queue limit", "connection without descriptor",
-    "no SNMPv1 form"};
+    "no SNMPv1 form",     "SNMPv3 refused"};
 
 const char *drop_name(int reason) {
   return reason < kFirstLimit ? kDropNames[reason] : snmp_limit_text(reason - kFirstLimit + 1);
@@ -104,24 +107,46 @@ struct Hub {
   int spare_fd = -1;
   unsigned long long received = 0, relayed = 0, dropped[kDropReasons] = {};
   unsigned long long translated = 0, informs_answered = 0;
+  usm_table *usm = nullptr;  // with --usm
+  std::string usm_path;
+  unsigned long long usm_reports = 0;
 };
 
 volatile sig_atomic_t stop_requested = 0;
 volatile sig_atomic_t report_requested = 0;
+volatile sig_atomic_t reload_requested = 0;
 std::string created_socket;  // removed on every way out
 
 void on_signal(int signo) {
   if (signo == SIGUSR1)
     report_requested = 1;
+  else if (signo == SIGHUP)
+    reload_requested = 1;
   else
     stop_requested = 1;
+}
+
+// The usmStats counters and the Reports sent, ending the counters line.
+void print_usm_counters(const Hub &hub) {
+  if (hub.usm == nullptr) {
+    putchar('\n');
+    return;
+  }
+  usm_stats s;
+  usm_table_stats(hub.usm, &s);
+  printf(
+      "; usm: unknown engine IDs %u, unknown user names %u, unsupported security levels %u, "
+      "wrong digests %u, not in time windows %u, decryption errors %u, reports %llu\n",
+      s.unknown_engine_ids, s.unknown_user_names, s.unsupported_sec_levels, s.wrong_digests,
+      s.not_in_time_windows, s.decryption_errors, hub.usm_reports);
 }
 
 void print_counters(const Hub &hub) {
   printf("hubd-dev: received %llu, relayed %llu, dropped:", hub.received, hub.relayed);
   for (int reason = 0; reason < kDropReasons; ++reason)
     printf("%s %s %llu", reason ? "," : "", drop_name(reason), hub.dropped[reason]);
-  printf("; translated %llu, informs answered %llu\n", hub.translated, hub.informs_answered);
+  printf("; translated %llu, informs answered %llu", hub.translated, hub.informs_answered);
+  print_usm_counters(hub);
   fflush(stdout);
 }
 
@@ -139,12 +164,15 @@ void print_counters(const Hub &hub) {
 void usage() {
   fputs(
       "usage: hubd-dev [--unix PATH] [--tcp [tcp:][HOST:]PORT] [--raw-tcp [tcp:][HOST:]PORT]\n"
-      "                [--udp [udp:][HOST:]PORT] [--max-queue OCTETS] [--verbose] [--version]\n"
+      "                [--udp [udp:][HOST:]PORT] [--usm FILE] [--max-queue OCTETS]\n"
+      "                [--verbose] [--version]\n"
       "  --unix PATH          Unix stream socket, transmission headers (transport 2)\n"
       "  --tcp ADDRESS        TCP with transmission headers (transport 3)\n"
       "  --raw-tcp ADDRESS    TCP without headers (transport 6)\n"
       "  --udp ADDRESS        UDP datagrams (transport 1); SNMPv2c traps and informs\n"
       "                       are relayed as SNMPv1 traps, informs answered\n"
+      "  --usm FILE           SNMPv3 too, under the createUser lines of FILE; the\n"
+      "                       local engine's ID and boots are kept in FILE.engine\n"
       "  --max-queue OCTETS   total output held for slow clients (default 64 MiB)\n"
       "  --verbose            print one time-stamped line per relayed or dropped\n"
       "                       message, and let the library's decoding diagnostics\n"
@@ -152,7 +180,8 @@ void usage() {
       "  -V, --version        print the version;  -h, --help  print this help\n"
       "A bare PORT listens on 127.0.0.1 only; HOST may be [IPv6] for TCP.\n"
       "At least one listener is required.\n"
-      "SIGUSR1 prints the counters; SIGINT or SIGTERM prints them and stops the hub.\n",
+      "SIGUSR1 prints the counters; SIGINT or SIGTERM prints them and stops the hub;\n"
+      "SIGHUP rereads the --usm file.\n",
       stdout);
 }
 
@@ -493,6 +522,60 @@ bool translate_notification(Hub &hub, int fd, const sockaddr_in &from,
   return true;
 }
 
+// Checks, decrypts and translates an SNMPv3 notification, sends the
+// Report or Response its sender is owed, and leaves the SNMPv1 trap that
+// stands for it in `message`, with the user and security level appended.
+// Returns -1 if the message is not SNMPv3, 0 if it was dropped, 1 to relay.
+int translate_v3(Hub &hub, int fd, const sockaddr_in &from, std::vector<unsigned char> &message) {
+  static std::vector<SnmpVarBindEMS> vars(EVENT_MAX_MESSAGE / 7 + 2);
+  static snmp_trap_infoEMS trap;
+  snmp_trap_reset_capacities(&trap, static_cast<int>(vars.size()));
+  usm_notification_info about;
+  const int size = static_cast<int>(message.size());
+  int result = snmp_parse_notification_v3(message.data(), size, from.sin_addr.s_addr, hub.usm,
+                                          &trap, vars.data(), &about);
+  if (about.version != SNMP_MESSAGE_V3) return -1;
+  unsigned char answer[EVENT_MAX_MESSAGE + 256];
+  int answer_length = sizeof answer;
+  if (usm_build_answer(hub.usm, message.data(), size, answer, &answer_length) == 0 &&
+      sendto(fd, answer, static_cast<size_t>(answer_length), 0,
+             reinterpret_cast<const sockaddr *>(&from), sizeof from) == answer_length)
+    ++(result == USM_OK ? hub.informs_answered : hub.usm_reports);
+  unsigned char v1[EVENT_MAX_MESSAGE];
+  int length = sizeof v1;
+  trap.agent = ntohl(trap.agent);
+  if (result == USM_OK && (usm_annotate(&about, &trap, vars.data()) != 0 ||
+                           snmpBuildTrapEMS(v1, &length, &trap, nullptr, vars.data()) != 0))
+    result = SNMP_NOTIFICATION_BAD_TRAP_OID;
+  if (result != USM_OK) {
+    const std::string &sender = hub.endpoints[fd].name;
+    ++hub.received;
+    if (hub.verbose)
+      stamped("refused an SNMPv3 message from %s (user '%s'): %s\n", sender.c_str(), about.user,
+             usm_error(result));
+    drop_message(hub, result <= USM_UNSUPPORTED_SEC_LEVEL ? kSnmpV3Refused
+                      : result == SNMP_NOTIFICATION_MALFORMED ? kNotATrap
+                                                              : kNoSnmpV1Form,
+                 message.size(), sender);
+    return 0;
+  }
+  ++hub.translated;
+  message.assign(v1, v1 + length);
+  return 1;
+}
+
+// (Re)reads the --usm users file; a bad file leaves the users as they were.
+// Complaints go to `complaints`: standard error while starting, standard
+// output once serving has sent standard error away.
+bool load_usm_users(Hub &hub, FILE *complaints) {
+  char message[512];
+  int users = usm_table_read_users(hub.usm, hub.usm_path.c_str(), message, sizeof message);
+  if (message[0] != '\0') fprintf(complaints, "hubd-dev: %s\n", message);
+  if (users >= 0) printf("hubd-dev: %d SNMPv3 users from %s\n", users, hub.usm_path.c_str());
+  fflush(stdout);
+  return users >= 0;
+}
+
 void read_datagram(Hub &hub, int fd) {
   std::vector<unsigned char> message(EVENT_MAX_MESSAGE + 1);
   sockaddr_in from{};
@@ -508,7 +591,9 @@ void read_datagram(Hub &hub, int fd) {
     return drop_message(hub, kTooLarge, static_cast<size_t>(n), name);
   }
   message.resize(static_cast<size_t>(n));
-  if (translate_notification(hub, fd, from, message)) relay(hub, fd, headerless(), message);
+  const int v3 = hub.usm != nullptr ? translate_v3(hub, fd, from, message) : -1;
+  if (v3 == 1 || (v3 < 0 && translate_notification(hub, fd, from, message)))
+    relay(hub, fd, headerless(), message);
 }
 
 void read_client(Hub &hub, int fd) {
@@ -530,12 +615,14 @@ void serve(Hub &hub) {
   sigaddset(&blocked, SIGINT);
   sigaddset(&blocked, SIGTERM);
   sigaddset(&blocked, SIGUSR1);
+  if (hub.usm != nullptr) sigaddset(&blocked, SIGHUP);
   sigprocmask(SIG_BLOCK, &blocked, &during_wait);
   struct sigaction action {};
   action.sa_handler = on_signal;
   sigaction(SIGINT, &action, nullptr);
   sigaction(SIGTERM, &action, nullptr);
   sigaction(SIGUSR1, &action, nullptr);
+  if (hub.usm != nullptr) sigaction(SIGHUP, &action, nullptr);
   signal(SIGPIPE, SIG_IGN);
   hub.spare_fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
   // The library's decoder reports every message it refuses on standard
@@ -558,6 +645,8 @@ void serve(Hub &hub) {
     if (ppoll(waits.data(), waits.size(), nullptr, &during_wait) < 0) {
       if (report_requested) print_counters(hub);
       report_requested = 0;
+      if (reload_requested) load_usm_users(hub, stdout);
+      reload_requested = 0;
       continue;
     }
     for (const pollfd &wait : waits) {
@@ -588,6 +677,20 @@ void serve(Hub &hub) {
   printf("hubd-dev: stopped\n");
 }
 
+// The local SNMPv3 engine, one boot further, and its users.
+void start_usm(Hub &hub) {
+  unsigned char engine_id[USM_ENGINE_ID_MAX];
+  int engine_id_len = 0;
+  uint32_t boots = 0;
+  char message[512];
+  if (usm_engine_boot((hub.usm_path + ".engine").c_str(), engine_id, &engine_id_len, &boots,
+                      message, sizeof message) != 0)
+    fail("%s", message);
+  hub.usm = usm_table_new(engine_id, engine_id_len, boots);
+  if (hub.usm == nullptr) fail("cannot set up SNMPv3 (OpenSSL)");
+  if (!load_usm_users(hub, stderr)) exit(1);
+}
+
 }  // namespace
 
 // A listener asked for on the command line, its address read at once so
@@ -616,6 +719,7 @@ int main(int argc, char **argv) {
                                    {"udp", required_argument, nullptr, 'd'},
                                    {"max-queue", required_argument, nullptr, 'q'},
                                    {"verbose", no_argument, nullptr, 'v'},
+                                   {"usm", required_argument, nullptr, 'U'},
                                    {"version", no_argument, nullptr, 'V'},
                                    {"help", no_argument, nullptr, 'h'},
                                    {nullptr, 0, nullptr, 0}};
@@ -654,6 +758,9 @@ int main(int argc, char **argv) {
       case 'v':
         hub.verbose = true;
         break;
+      case 'U':
+        hub.usm_path = optarg;
+        break;
       case 'V':
         cli_print_version();
         return 0;
@@ -670,6 +777,7 @@ int main(int argc, char **argv) {
   if (optind != argc) cli_usage_error("unexpected argument '%s'", argv[optind]);
   if (listeners.empty())
     cli_usage_error("at least one listener is needed (--unix, --tcp, --raw-tcp, --udp)");
+  if (!hub.usm_path.empty()) start_usm(hub);
   for (const Listener &l : listeners) {
     int fd = l.kind == Kind::UnixListener ? listen_unix(l.where)
              : listen_inet(l.address, l.where, l.kind == Kind::Udp ? SOCK_DGRAM : SOCK_STREAM);
@@ -678,5 +786,6 @@ int main(int argc, char **argv) {
            l.kind == Kind::UnixListener ? l.where.c_str() : bound_address(fd).c_str());
   }
   serve(hub);
+  usm_table_free(hub.usm);
   return 0;
 }

@@ -42,6 +42,7 @@
 #include "kz_platform.h"
 #include "snmp.h"
 #include "trp_format.h"
+#include "usm.h"
 
 namespace {
 
@@ -469,6 +470,16 @@ nlohmann::ordered_json binding_json(SnmpVarBindEMS &b) {
   return binding;
 }
 
+// The user and security level of a trap relayed from SNMPv3, if it is one.
+void add_usm_fields(nlohmann::ordered_json &line, const snmp_trap_infoEMS &trap,
+                    const SnmpVarBindEMS *vars) {
+  char user[USM_NAME_MAX + 1];
+  int level = usm_annotation(&trap, vars, user);
+  if (level == 0) return;
+  line["user"] = user;
+  line["security_level"] = usm_level_name(level);
+}
+
 // One trap as one line of JSON.  Octet strings pass through the value
 // printers' rule first; anything that is still not UTF-8 is replaced
 // rather than allowed to stop the listener.
@@ -495,6 +506,7 @@ void print_json(long index, int length, const trap_headerEMS &header, snmp_trap_
                                              trap_oid, static_cast<uint32_t>(trap_oid_length)))},
       {"bindings", nlohmann::ordered_json::array()}};
   for (int i = 0; i < trap.vars; ++i) line["bindings"].push_back(binding_json(vars[i]));
+  add_usm_fields(line, trap, vars);
   if (classified != nullptr) {
     line["format"] = classified->record != nullptr ? classified->record->name : "";
     line["category"] = classified->category;

@@ -1,5 +1,6 @@
-// hubsnmp: SNMPv1 get, get-next, set and walk against one agent, through
-// the library's synchronous calls, with net-snmp's options and output.
+// hubsnmp: SNMPv1 and SNMPv3 get, get-next, set and walk against one
+// agent, through the library's synchronous calls, with net-snmp's options
+// and output.
 //
 //   hubsnmp [OPTIONS] get [udp:]HOST[:PORT] OID...
 //   hubsnmp [OPTIONS] next [udp:]HOST[:PORT] OID...
@@ -12,6 +13,7 @@
 
 #include <arpa/inet.h>
 #include <netdb.h>
+#include <strings.h>
 
 #include <algorithm>
 #include <cctype>
@@ -28,6 +30,7 @@
 #include "kz_mib.h"
 #include "snmp_call.h"
 #include "trp_format.h"
+#include "usm.h"
 
 namespace {
 
@@ -38,7 +41,10 @@ const char kUsage[] =
     "       hubsnmp [OPTIONS] walk AGENT [OID]   (default OID 1.3.6.1.2.1)\n"
     "AGENT is [udp:]HOST[:PORT]; OID is numeric or a label of the MIB label file\n"
     "(sysDescr.0, IF-MIB::ifOperStatus.3) or of oid_to_label.\n"
-    "  -v 1          SNMP version (only 1)\n"
+    "  -v 1|3        SNMP version (default 1; 2c is not spoken); for 3, as net-snmp:\n"
+    "  -u USER  -l noAuthNoPriv|authNoPriv|authPriv\n"
+    "  -a MD5|SHA|SHA-224|SHA-256|SHA-384|SHA-512  -A PASSPHRASE\n"
+    "  -x DES|AES|AES-192|AES-256  -X PASSPHRASE  [-e ENGINEID] [-n CONTEXT]\n"
     "  -c COMMUNITY  community (default public)\n"
     "  -t SECONDS    time-out of each wait, fractions rounded up (default 1)\n"
     "  -r RETRIES    sends after the first one (default 2)\n"
@@ -62,6 +68,17 @@ struct Settings {
   bool quick = false;       // -Oq: "NAME VALUE", no type
   bool value_only = false;  // -Ov
   bool split = false;
+  // SNMPv3 (-v 3), net-snmp's letters.
+  bool v3 = false;
+  const char *user = nullptr, *level = "noAuthNoPriv", *auth = nullptr, *auth_pass = nullptr,
+             *priv = nullptr, *priv_pass = nullptr, *engine = nullptr, *context = "";
+};
+
+// The agent a command talks to: the call context, and under -v 3 the
+// user's session beside it.
+struct Agent {
+  snmp_call_info *sci;
+  usm_session *session;
 };
 
 long number(const char *text, const char *what, long low, long high) {
@@ -70,9 +87,10 @@ long number(const char *text, const char *what, long low, long high) {
   return value;
 }
 
-void set_version(Settings &, const char *text) {
-  if (strcmp(text, "1") != 0)
-    cli_usage_error("SNMP version '%s' is not supported; only -v 1 is", text);
+void set_version(Settings &s, const char *text) {
+  if (strcmp(text, "1") != 0 && strcmp(text, "3") != 0)
+    cli_usage_error("SNMP version '%s' is not supported; only -v 1 and -v 3 are", text);
+  s.v3 = text[0] == '3';
 }
 void set_community(Settings &s, const char *text) { s.community = text; }
 void set_timeout(Settings &s, const char *text) {
@@ -83,6 +101,23 @@ void set_timeout(Settings &s, const char *text) {
     cli_usage_error("bad time-out '%s': seconds above 0, at most 3600", text);
 }
 void set_retries(Settings &s, const char *text) { s.retries = number(text, "retries", 0, 100); }
+void set_user(Settings &s, const char *text) { s.user = text; }
+// Levels as net-snmp takes them: any case, or the numbers 1 to 3.
+void set_level(Settings &s, const char *text) {
+  static const char *const kLevels[] = {"noAuthNoPriv", "authNoPriv", "authPriv"};
+  for (int i = 0; i < 3; ++i)
+    if (strcasecmp(text, kLevels[i]) == 0 || (text[0] == '1' + i && text[1] == '\0')) {
+      s.level = kLevels[i];
+      return;
+    }
+  cli_usage_error("bad security level '%s': noAuthNoPriv, authNoPriv or authPriv", text);
+}
+void set_auth(Settings &s, const char *text) { s.auth = text; }
+void set_auth_pass(Settings &s, const char *text) { s.auth_pass = text; }
+void set_priv(Settings &s, const char *text) { s.priv = text; }
+void set_priv_pass(Settings &s, const char *text) { s.priv_pass = text; }
+void set_engine(Settings &s, const char *text) { s.engine = text; }
+void set_context(Settings &s, const char *text) { s.context = text; }
 void set_output(Settings &s, const char *text) {
   for (const char *flag = text; *flag != '\0'; ++flag) {
     switch (*flag) {
@@ -112,7 +147,15 @@ const struct {
                 {'c', set_community},
                 {'t', set_timeout},
                 {'r', set_retries},
-                {'O', set_output}};
+                {'O', set_output},
+                {'u', set_user},
+                {'l', set_level},
+                {'a', set_auth},
+                {'A', set_auth_pass},
+                {'x', set_priv},
+                {'X', set_priv_pass},
+                {'e', set_engine},
+                {'n', set_context}};
 
 // Takes the options out of argv wherever they stand and returns the other
 // words.  A word after "--", and a word such as "-1" that is no option,
@@ -152,6 +195,34 @@ std::vector<const char *> parse_options(int argc, char **argv, Settings &s) {
     option->apply(s, value);
   }
   return words;
+}
+
+// The session -v 3 and its options ask for, or NULL for SNMPv1.
+usm_session *v3_session(const Settings &s) {
+  if (!s.v3) return nullptr;
+  if (s.user == nullptr) cli_usage_error("-v 3 needs -u USER");
+  const bool auth = strcmp(s.level, "noAuthNoPriv") != 0;
+  const bool priv = strcmp(s.level, "authPriv") == 0;
+  if (auth && (s.auth == nullptr || s.auth_pass == nullptr))
+    cli_usage_error("-l %s needs -a and -A", s.level);
+  if (priv && (s.priv == nullptr || s.priv_pass == nullptr))
+    cli_usage_error("-l authPriv needs -x and -X");
+  const int auth_protocol = auth ? usm_protocol_by_name(s.auth, 0) : USM_AUTH_NONE;
+  const int priv_protocol = priv ? usm_protocol_by_name(s.priv, 1) : USM_PRIV_NONE;
+  if (auth_protocol < 0) cli_usage_error("unknown authentication protocol '%s'", s.auth);
+  if (priv_protocol < 0) cli_usage_error("unknown privacy protocol '%s'", s.priv);
+  SnmpVarBindEMS engine{};
+  if (s.engine != nullptr) {
+    const char *hex = strncasecmp(s.engine, "0x", 2) == 0 ? s.engine + 2 : s.engine;
+    if (!tools::read_value("x", hex, &engine).empty())
+      cli_usage_error("bad engine ID '%s'", s.engine);
+  }
+  usm_session *session =
+      usm_session_new(s.user, auth_protocol, s.auth_pass, priv_protocol, s.priv_pass,
+                      engine.val.string, static_cast<int>(engine.val_len), s.context);
+  if (session == nullptr)
+    cli_usage_error("user, engine ID or context too long, or a passphrase under 8 characters");
+  return session;
 }
 
 std::string dotted(const ObjectIdEMS *arcs, uint32_t length) {
@@ -242,8 +313,26 @@ uint32_t agent_address(const char *text) {
   return address;
 }
 
-// The failure text, naming the binding the agent's error-index points at.
-std::string failure(snmp_call_info *sci, const std::vector<SnmpVarBindEMS> &sent, Names names) {
+// One request of `size` bindings, SNMPv3 under the agent's session or else
+// SNMPv1, in requests of at most SNMPCALL_CHUNK bindings either way; an
+// error-index counts from the first binding of `in`.
+int call(const Agent &agent, int command, SnmpVarBindEMS *in, SnmpVarBindEMS *out, int size) {
+  if (agent.session == nullptr) return do_array_call(agent.sci, in, out, size, command);
+  for (int sent = 0; sent < size; sent += SNMPCALL_CHUNK) {
+    int result = usm_request(agent.sci, agent.session, command, in + sent, out + sent,
+                             std::min(SNMPCALL_CHUNK, size - sent));
+    if (result > 0 && agent.sci->response.errindex > 0) agent.sci->response.errindex += sent;
+    if (result != 0) return result;
+  }
+  return 0;
+}
+
+// The failure text, naming the binding the agent's error-index points at,
+// or the Report an SNMPv3 agent refused with.
+std::string failure(const Agent &agent, const std::vector<SnmpVarBindEMS> &sent, Names names) {
+  snmp_call_info *sci = agent.sci;
+  if (sci->response.errstat == USM_AGENT_REPORT)
+    return std::string("the agent reported ") + usm_session_report(agent.session);
   std::string text = snmpcall_error(sci);
   long index = sci->response.errindex;
   if (sci->response.errstat > 0 && index >= 1 && static_cast<size_t>(index) <= sent.size())
@@ -265,6 +354,10 @@ void check_answered(const std::vector<SnmpVarBindEMS> &response) {
          std::to_string(response.size()) + " objects");
 }
 
+// SNMPv2's exception value at the end of the MIB, which an SNMPv3 agent
+// answers a get-next past the last object with.
+constexpr unsigned char kEndOfMibView = 0x82;
+
 // SNMP's order of identifiers: arc by arc, a prefix before what extends it.
 bool before(const SnmpVarBindEMS &a, const SnmpVarBindEMS &b) {
   return std::lexicographical_compare(a.oid, a.oid + a.oid_length, b.oid, b.oid + b.oid_length);
@@ -275,21 +368,22 @@ bool starts_with(const SnmpVarBindEMS &b, const SnmpVarBindEMS &root) {
 }
 
 // Walks the subtree under root by repeated get-next, as snmpwalk does: the
-// end of the MIB (noSuchName) or the first name outside the subtree ends
+// end of the MIB (noSuchName or endOfMibView) or the first name outside
+// the subtree ends
 // it, an answer that does not move forward is an error, and a subtree with
 // nothing under it is asked for as an object of its own.
-void walk(snmp_call_info *sci, const SnmpVarBindEMS &root, const Settings &s) {
+void walk(const Agent &agent, const SnmpVarBindEMS &root, const Settings &s) {
   std::vector<SnmpVarBindEMS> cursor(1, root), next(1);
   // A single arc has no encoding; what follows ".1" follows ".1.0" too.
   if (root.oid_length == 1) cursor[0].oid[cursor[0].oid_length++] = 0;
   int printed = 0;
   for (;;) {
     next[0] = SnmpVarBindEMS{};
-    int status = getnextvar(sci, &cursor[0], &next[0]);
+    int status = call(agent, SNMP_GET_NEXT_REQ, &cursor[0], &next[0], 1);
     if (status == kNoSuchName) break;
-    if (status != 0) fail(failure(sci, cursor, s.names));
+    if (status != 0) fail(failure(agent, cursor, s.names));
     check_answered(next);
-    if (!starts_with(next[0], root)) break;
+    if (!starts_with(next[0], root) || next[0].type == kEndOfMibView) break;
     if (!before(cursor[0], next[0]))
       fail("OID not increasing: " + name_of(cursor[0].oid, cursor[0].oid_length, s.names) +
            " >= " + name_of(next[0].oid, next[0].oid_length, s.names));
@@ -300,29 +394,29 @@ void walk(snmp_call_info *sci, const SnmpVarBindEMS &root, const Settings &s) {
   if (printed > 0) return;
   cursor[0] = root;
   next[0] = SnmpVarBindEMS{};
-  int status = getvar(sci, &cursor[0], &next[0]);
+  int status = call(agent, SNMP_GET_REQ, &cursor[0], &next[0], 1);
   if (status == 0 && next[0].oid_length > 0)
     print_binding(next[0], s);
   else if (status != kNoSuchName)
-    fail(failure(sci, cursor, s.names));
+    fail(failure(agent, cursor, s.names));
 }
 
 // A get leaves out each object the agent does not have, names it on
 // standard error and asks again for the rest, as snmpget does.  Returns
 // the exit status.
-int get(snmp_call_info *sci, std::vector<SnmpVarBindEMS> request, const Settings &s) {
+int get(const Agent &agent, std::vector<SnmpVarBindEMS> request, const Settings &s) {
   int status = 0;
   std::vector<SnmpVarBindEMS> response;
   while (!request.empty()) {
     response.assign(request.size(), SnmpVarBindEMS{});
-    int result = do_array_call(sci, request.data(), response.data(),
-                               static_cast<int>(request.size()), SNMP_GET_REQ);
-    long index = sci->response.errindex;
+    int result = call(agent, SNMP_GET_REQ, request.data(), response.data(),
+                      static_cast<int>(request.size()));
+    long index = agent.sci->response.errindex;
     if (result != kNoSuchName || index < 1 || static_cast<size_t>(index) > request.size()) {
-      if (result != 0) fail(failure(sci, request, s.names));
+      if (result != 0) fail(failure(agent, request, s.names));
       break;
     }
-    fprintf(stderr, "%s: %s\n", cli_name(), failure(sci, request, s.names).c_str());
+    fprintf(stderr, "%s: %s\n", cli_name(), failure(agent, request, s.names).c_str());
     request.erase(request.begin() + index - 1);
     response.clear();
     status = 2;
@@ -376,25 +470,28 @@ int main(int argc, char **argv) {
     request.push_back(root);
   }
 
+  usm_session *session = v3_session(s);
   uint32_t address = agent_address(words[1]);
   // The library waits in whole seconds and counts sends, not retries.
   snmp_call_info *sci =
       init_snmp_call(static_cast<int>(std::ceil(s.timeout)), static_cast<int>(s.retries) + 1);
   if (sci == nullptr) fail(std::string("cannot open a UDP socket: ") + strerror(errno));
   init_snmp_request(sci, address, s.community);
+  const Agent agent{sci, session};
   int status = 0;
   if (command == "walk") {
-    walk(sci, request[0], s);
+    walk(agent, request[0], s);
   } else if (command == "get") {
-    status = get(sci, request, s);
+    status = get(agent, request, s);
   } else {
     std::vector<SnmpVarBindEMS> response(request.size());
-    if (do_array_call(sci, request.data(), response.data(), static_cast<int>(request.size()),
-                      command == "set" ? SNMP_SET_REQ : SNMP_GET_NEXT_REQ) != 0)
-      fail(failure(sci, request, s.names));
+    if (call(agent, command == "set" ? SNMP_SET_REQ : SNMP_GET_NEXT_REQ, request.data(),
+             response.data(), static_cast<int>(request.size())) != 0)
+      fail(failure(agent, request, s.names));
     check_answered(response);
     for (SnmpVarBindEMS &b : response) print_binding(b, s);
   }
   close_snmp_call(sci);
+  usm_session_free(session);
   return status;
 }

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "ber_reader.h"
+#include "notification.h"
 #include "snmp.h"
 
 namespace {
@@ -82,20 +83,32 @@ int decode_v2(const ber::Message &message, uint32_t source, snmp_trap_infoEMS *s
   memcpy(sti->community, message.community, message.community_length);
   sti->community[message.community_length] = '\0';
   sti->clen = static_cast<int32_t>(message.community_length);
+  int32_t request_id = 0;
+  int result = events::translate_notification_pdu(
+      message.pdu, message.pdu_end, source, sti, vars, &request_id,
+      about != nullptr ? about->trap_oid : nullptr, about != nullptr ? &about->trap_oid_length : nullptr);
+  if (about != nullptr) about->request_id = request_id;
+  return result;
+}
 
+}  // namespace
+
+int events::translate_notification_pdu(const unsigned char *p, const unsigned char *pdu_end,
+                                       uint32_t source, snmp_trap_infoEMS *sti,
+                                       EMSsnmpVarBind *vars, int32_t *request_id,
+                                       ObjectIdEMS *trap_oid, int32_t *trap_oid_length) {
   const int enterprise_capacity = std::min(sti->elen, SNMP_OID_MAX);
-  const unsigned char *p = message.pdu;
   unsigned char type;
   uint32_t length = 0;
   int32_t numbers[3];  // request-id, error-status, error-index
   for (int32_t &number : numbers) {
-    if ((p = ber::header(p, message.pdu_end, &type, &length)) == nullptr ||
+    if ((p = ber::header(p, pdu_end, &type, &length)) == nullptr ||
         type != ASN_INTEGER || !ber::integer(p, length, type, &number))
       return SNMP_NOTIFICATION_MALFORMED;
     p += length;
   }
-  if (about != nullptr) about->request_id = numbers[0];
-  if ((p = ber::header(p, message.pdu_end, &type, &length)) == nullptr || type != ASN_SEQUENCE)
+  *request_id = numbers[0];
+  if ((p = ber::header(p, pdu_end, &type, &length)) == nullptr || type != ASN_SEQUENCE)
     return SNMP_NOTIFICATION_MALFORMED;
   const unsigned char *const list_end = p + length;
 
@@ -112,9 +125,9 @@ int decode_v2(const ber::Message &message, uint32_t source, snmp_trap_infoEMS *s
   if ((p = next_binding(p, list_end, &scratch, &result)) == nullptr) return result;
   if (!is_oid(scratch.oid, scratch.oid_length, kSnmpTrapOid) || scratch.type != ASN_OBJECT_ID)
     return SNMP_NOTIFICATION_BAD_TRAP_OID;
-  if (about != nullptr) {
-    memcpy(about->trap_oid, scratch.val.objid, scratch.val_len * sizeof(ObjectIdEMS));
-    about->trap_oid_length = static_cast<int32_t>(scratch.val_len);
+  if (trap_oid != nullptr) {
+    memcpy(trap_oid, scratch.val.objid, scratch.val_len * sizeof(ObjectIdEMS));
+    *trap_oid_length = static_cast<int32_t>(scratch.val_len);
   }
   int standard = map_trap_oid(scratch.val.objid, scratch.val_len, sti);
   if (standard < 0) return SNMP_NOTIFICATION_BAD_TRAP_OID;
@@ -142,8 +155,6 @@ int decode_v2(const ber::Message &message, uint32_t source, snmp_trap_infoEMS *s
   sti->vars = count;
   return SNMP_NOTIFICATION_OK;
 }
-
-}  // namespace
 
 /// Decodes an SNMPv1 trap or translates an SNMPv2c notification.
 extern "C" EVENTS_EXPORT int snmp_parse_notification(unsigned char *buf, int len, uint32_t source,

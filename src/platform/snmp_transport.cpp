@@ -79,8 +79,12 @@ extern "C" EVENTS_EXPORT int recv_snmp(int sd, struct sockaddr_in *fromnode, snm
 }
 
 extern "C" EVENTS_EXPORT const char *errstring(int errstat) {
-  static const char *const kNames[] = {"noError",  "tooBig",   "noSuchName",
-                                       "badValue", "readOnly", "genErr"};
+  // SNMPv1's, then those SNMPv2 added, which SNMPv3 agents answer with.
+  static const char *const kNames[] = {
+      "noError", "tooBig", "noSuchName", "badValue", "readOnly", "genErr",
+      "noAccess", "wrongType", "wrongLength", "wrongEncoding", "wrongValue", "noCreation",
+      "inconsistentValue", "resourceUnavailable", "commitFailed", "undoFailed",
+      "authorizationError", "notWritable", "inconsistentName"};
   if (errstat >= 0 && errstat < static_cast<int>(sizeof kNames / sizeof kNames[0]))
     return kNames[errstat];
   return "unknown error";

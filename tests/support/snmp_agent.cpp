@@ -7,13 +7,14 @@ using namespace std::chrono_literals;
 
 namespace testsupport {
 
-SnmpAgent::SnmpAgent() : port_(free_udp_port()) {
+SnmpAgent::SnmpAgent(const std::string &extra) : port_(free_udp_port()) {
   write_file(dir_.file("snmpd.conf"), "agentaddress udp:127.0.0.1:" + std::to_string(port_) +
                                           "\n"
                                           "rocommunity public 127.0.0.1\n"
                                           "rwcommunity private 127.0.0.1\n"
                                           "sysLocation lab\n"
-                                          "dontLogTCPWrappersConnects yes\n");
+                                          "dontLogTCPWrappersConnects yes\n" +
+                                          extra);
   // snmpd keeps its persistent state here rather than in the system's
   // directory.
   setenv("SNMP_PERSISTENT_DIR", dir_.path().c_str(), 1);

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include "support/fixtures.h"
 
@@ -12,7 +13,9 @@ namespace testsupport {
 
 class SnmpAgent {
  public:
-  SnmpAgent();  // starts snmpd and waits for its banner
+  // Starts snmpd, with `extra` lines in its configuration, and waits for
+  // its banner.
+  explicit SnmpAgent(const std::string &extra = "");
   bool running() const { return running_; }
   uint16_t port() const { return port_; }
 
