@@ -73,6 +73,8 @@ struct Options {
   uint32_t time = 0;
   long count = -1;
   int format_kind = -1;  // an rtrap_user, or -1: print the decoded fields
+  std::string durable;    // jetstream: consumer name, and where it starts
+  std::string from;
   bool json = false;
 };
 
@@ -111,12 +113,13 @@ const struct {
                    {"unix", EVENT_TRANS_UNIX},
                    {"tcp", EVENT_TRANS_TCP},
                    {"default", EVENT_TRANS_DEFAULT},
-                   {"raw", EVENT_TRANS_TCP_RAW}};
+                   {"raw", EVENT_TRANS_TCP_RAW},
+                   {"jetstream", EVENT_TRANS_JETSTREAM}};
 
 int transport(const char *text) {
   for (const auto &transport : kTransports)
     if (strcmp(text, transport.name) == 0) return transport.mode;
-  int mode = static_cast<int>(number(text, "transport", EVENT_TRANS_UDP, EVENT_TRANS_TCP_RAW));
+  int mode = static_cast<int>(number(text, "transport", EVENT_TRANS_UDP, EVENT_TRANS_JETSTREAM));
   if (mode == EVENT_TRANS_HOOK) usage_error("transport 4 only receives, through a hook");
   return mode;
 }
@@ -455,7 +458,9 @@ int main(int argc, char **argv) {
     kTime,
     kCount,
     kFormat,
-    kJson
+    kJson,
+    kDurable,
+    kFrom
   };
   static const option options_table[] = {
       {"transport", required_argument, nullptr, 't'},
@@ -477,6 +482,8 @@ int main(int argc, char **argv) {
       {"count", required_argument, nullptr, kCount},
       {"format", optional_argument, nullptr, kFormat},
       {"json", no_argument, nullptr, kJson},
+      {"durable", required_argument, nullptr, kDurable},
+      {"from", required_argument, nullptr, kFrom},
       {"help", no_argument, nullptr, 'h'},
       {nullptr, 0, nullptr, 0}};
   if (argc < 2) usage_error("a command is required");
@@ -539,6 +546,12 @@ int main(int argc, char **argv) {
       case kJson:
         options.json = true;
         break;
+      case kDurable:
+        options.durable = optarg;
+        break;
+      case kFrom:
+        options.from = optarg;
+        break;
       case 'h':
         fputs(kUsage, stdout);
         return 0;
@@ -548,6 +561,16 @@ int main(int argc, char **argv) {
   }
   if (options.trans == EVENT_TRANS_UNIX && options.name.empty())
     usage_error("-t unix needs the socket path: -n PATH");
+  if (options.trans == EVENT_TRANS_JETSTREAM) {
+    if (options.name.empty()) usage_error("-t jetstream needs the stream's URL: -n nats://...");
+    if (command == "listen") {
+      options.name += options.name.find('?') == std::string::npos ? '?' : '&';
+      options.name += "durable=" + (options.durable.empty() ? "hubevent" : options.durable);
+      if (!options.from.empty()) options.name += "&from=" + options.from;
+    }
+  } else if (!options.durable.empty() || !options.from.empty()) {
+    usage_error("--durable and --from are for -t jetstream");
+  }
   int rest = argc - optind;
   char **args = argv + optind;
   if (command == "listen") return listen_command(options, rest);
