@@ -21,54 +21,18 @@
 
 #include "event.h"
 #include "support/fixtures.h"
+#include "support/nats_server.h"
 #include "support/sample_trap.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 using testsupport::ChildProcess;
+using testsupport::NatsCluster;
+using testsupport::NatsNode;
 using testsupport::TempDir;
 
 constexpr int kSource = 13;
-
-uint16_t free_tcp_port() {
-  int fd = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof address;
-  bind(fd, reinterpret_cast<sockaddr *>(&address), size);
-  getsockname(fd, reinterpret_cast<sockaddr *>(&address), &size);
-  close(fd);
-  return ntohs(address.sin_port);
-}
-
-// One JetStream server, alone or as a member of a cluster, with its store
-// in a directory of its own; it can be killed and started again.
-class NatsNode {
- public:
-  NatsNode(const TempDir &dir, const std::string &name, std::vector<std::string> cluster = {})
-      : port_(free_tcp_port()), args_{"nats-server", "-js", "-a", "127.0.0.1", "-p",
-                                       std::to_string(port_), "-sd", dir.file(name),
-                                       "--server_name", name} {
-    args_.insert(args_.end(), cluster.begin(), cluster.end());
-    start();
-  }
-  void start() {
-    process_ = std::make_unique<ChildProcess>(args_);
-    ASSERT_NE(process_->wait_for_line("Server is ready", 20s), "") << "nats-server did not start";
-  }
-  void kill_hard() {
-    kill(process_->pid(), SIGKILL);
-    process_.reset();
-  }
-  std::string address() const { return "127.0.0.1:" + std::to_string(port_); }
-
- private:
-  uint16_t port_;
-  std::vector<std::string> args_;
-  std::unique_ptr<ChildProcess> process_;
-};
 
 // Opens a JetStream connection, trying again while a new cluster elects
 // its leaders.
@@ -132,9 +96,12 @@ std::set<long> range(long first, long end) {
 TEST(JetStream, ATrapArrivesAsOnTheSocketPath) {
   TempDir dir;
   NatsNode node(dir, "n1");
+  ASSERT_TRUE(node.running());
   std::string url = "nats://" + node.address() + "/T1";
   event_infoEMS sender = open_stream(url);
-  event_infoEMS receiver = open_stream(url + "?durable=console", 2);
+  // The receiver has the daemon's number, which sends no connected event:
+  // the sender's comes first, then its traps, in the order it sent them.
+  event_infoEMS receiver = open_stream(url + "?durable=console", EVENT_SOURCE_HUBD);
   sender.status = 5;
   sender.target = 9;
   snmp_trap_infoEMS trap;
@@ -179,6 +146,7 @@ TEST(JetStream, ATrapArrivesAsOnTheSocketPath) {
 TEST(JetStream, DurableConsumersShareResumeAndEachNameGetsAll) {
   TempDir dir;
   NatsNode node(dir, "n1");
+  ASSERT_TRUE(node.running());
   std::string url = "nats://" + node.address() + "/T2";
   event_infoEMS sender = open_stream(url);
   // Two connections under one name before anything is sent: both ask for
@@ -241,6 +209,7 @@ TEST(JetStream, DurableConsumersShareResumeAndEachNameGetsAll) {
 TEST(JetStream, AServerThatGoesAwayFailsTheReceiveAndComesBack) {
   TempDir dir;
   NatsNode node(dir, "n1");
+  ASSERT_TRUE(node.running());
   std::string url = "nats://" + node.address() + "/T3";
   event_infoEMS sender = open_stream(url);
   event_infoEMS receiver = open_stream(url + "?durable=console");
@@ -256,7 +225,7 @@ TEST(JetStream, AServerThatGoesAwayFailsTheReceiveAndComesBack) {
     result = recv_event(&receiver, &trap, vars);
   }
   EXPECT_EQ(result, -1);
-  node.start();
+  ASSERT_TRUE(node.start());
   ASSERT_EQ(send_numbered(&sender, 2), 0);
   // A server killed outright may not have kept the last acknowledgement:
   // trap 1 may come again, before trap 2.
@@ -270,20 +239,10 @@ TEST(JetStream, AServerThatGoesAwayFailsTheReceiveAndComesBack) {
 TEST(JetStream, AClusterLosesANodeWhileTrapsFlowAndEveryTrapArrivesOnce) {
   constexpr long kTraps = 10000;
   TempDir dir;
-  uint16_t routes[3] = {free_tcp_port(), free_tcp_port(), free_tcp_port()};
-  std::string route_list;
-  for (uint16_t port : routes)
-    route_list += (route_list.empty() ? "" : ",") + std::string("nats://127.0.0.1:") +
-                  std::to_string(port);
-  std::vector<std::unique_ptr<NatsNode>> nodes;
-  for (int i = 0; i < 3; ++i)
-    nodes.push_back(std::make_unique<NatsNode>(
-        dir, "n" + std::to_string(i + 1),
-        std::vector<std::string>{"--cluster_name", "c1", "--cluster",
-                                 "nats://127.0.0.1:" + std::to_string(routes[i]), "--routes",
-                                 route_list}));
-  std::string url = "nats://" + nodes[0]->address() + "," + nodes[1]->address() + "," +
-                    nodes[2]->address() + "/T4?replicas=3";
+  NatsCluster cluster(dir);
+  ASSERT_TRUE(cluster.running());
+  // Traps lost in flight with the node come again after ack_wait.
+  std::string url = cluster.url() + "/T4?replicas=3&ack_wait=5";
   event_infoEMS receiver = open_stream(url + "&durable=console");
   ChildProcess sender({JETSTREAM_PEER_PATH, "send", url, std::to_string(kTraps)});
 
@@ -299,8 +258,8 @@ TEST(JetStream, AClusterLosesANodeWhileTrapsFlowAndEveryTrapArrivesOnce) {
       continue;
     }
     ++seen[specific];
-    if (seen.size() == 3000) nodes[0]->kill_hard();
-    if (seen.size() == 6000) nodes[0]->start();
+    if (seen.size() == 3000) cluster.node(0).kill_hard();
+    if (seen.size() == 6000) cluster.node(0).start();
   }
   EXPECT_EQ(static_cast<long>(seen.size()), kTraps);
   long twice = 0;

@@ -30,7 +30,6 @@
 
 #include <nats/nats.h>
 
-#include <algorithm>
 #include <cinttypes>
 #include <ctime>
 #include <deque>
@@ -55,7 +54,8 @@ constexpr int kBatch = 128;              // traps asked for at a time
 constexpr int kMaxAckPending = 1000;     // bounds what the pipe can hold
 constexpr int64_t kPublishWaitMs = 2000; // confirmation time-out before a resend
 constexpr int64_t kCloseWaitMs = 5000;
-constexpr int kMaxPublishAttempts = 30;
+constexpr int64_t kPublishRetryMs = 60000;
+constexpr int kQuietBeforeAskingAgainMs = 2000;
 constexpr size_t kRememberedSequences = 16384;
 
 // Pipe entries other than a message.
@@ -187,24 +187,27 @@ void on_reconnected(natsConnection *, void *closure) {
   post(static_cast<int>(reinterpret_cast<intptr_t>(closure)), kReconnected);
 }
 
+int64_t now_ms() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec * 1000 + now.tv_nsec / 1000000;
+}
+
 // A publication the stream refused or did not confirm in time goes out
-// again under the same message ID, a bounded number of times.
+// again under the same message ID, for a minute from its first attempt:
+// long enough for a cluster to elect new leaders.  It must not sleep: the
+// confirmations of every other publication wait behind it.
 void on_publish_error(jsCtx *js, jsPubAckErr *pae, void *) {
-  const char *attempts_text = nullptr;
-  int attempts = 1;
-  if (natsMsgHeader_Get(pae->Msg, "Events-Attempt", &attempts_text) == NATS_OK)
-    attempts = atoi(attempts_text);
-  if (attempts >= kMaxPublishAttempts) {
-    fprintf(stderr, "jetstream: a trap was not stored after %d attempts: %s\n", attempts,
+  const char *since_text = nullptr;
+  int64_t since = natsMsgHeader_Get(pae->Msg, "Events-Since", &since_text) == NATS_OK
+                      ? strtoll(since_text, nullptr, 10)
+                      : 0;
+  if (now_ms() - since > kPublishRetryMs) {
+    fprintf(stderr, "jetstream: a trap was not stored within %lld s: %s\n",
+            static_cast<long long>(kPublishRetryMs / 1000),
             pae->ErrText != nullptr ? pae->ErrText : natsStatus_GetText(pae->Err));
     return;
   }
-  // A cluster electing a new leader answers at once that nobody listens:
-  // give it a moment, more after each attempt.
-  usleep(static_cast<useconds_t>(std::min(attempts, 10)) * 50000);
-  char next[16];
-  snprintf(next, sizeof next, "%d", attempts + 1);
-  natsMsgHeader_Set(pae->Msg, "Events-Attempt", next);
   jsPubOptions options;
   jsPubOptions_Init(&options);
   options.MaxWait = kPublishWaitMs;
@@ -462,7 +465,10 @@ void remember(Connection &c, uint64_t sequence) {
   }
 }
 
-// Reads one pipe entry, waiting for it.
+// Reads one pipe entry, waiting for it.  A cluster that moves the
+// consumer to a new leader may lose a waiting request without a word, so
+// a wait that sees nothing for a while asks again; the consumer's limit
+// bounds what the extra requests can bring.
 natsMsg *next_entry(Connection &c) {
   for (;;) {
     natsMsg *msg = nullptr;
@@ -470,7 +476,12 @@ natsMsg *next_entry(Connection &c) {
     if (n == static_cast<ssize_t>(sizeof msg)) return msg;
     if (n < 0 && errno != EINTR && errno != EAGAIN) return nullptr;
     pollfd wait = {c.pipe_read, POLLIN, 0};
-    if (poll(&wait, 1, -1) < 0 && errno != EINTR) return nullptr;
+    int ready = poll(&wait, 1, kQuietBeforeAskingAgainMs);
+    if (ready < 0 && errno != EINTR) return nullptr;
+    if (ready == 0) {
+      c.outstanding = 0;
+      ask_for_more(c);
+    }
   }
 }
 
@@ -514,6 +525,7 @@ int publish(int sd, const trap_headerEMS &header, const unsigned char *message, 
   set_number(msg, "Events-Pid", header.pid);
   set_number(msg, "Events-Status", header.status);
   set_number(msg, "Events-Target", header.target);
+  set_number(msg, "Events-Since", now_ms());
   jsPubOptions options;
   jsPubOptions_Init(&options);
   options.MaxWait = kPublishWaitMs;
