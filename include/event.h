@@ -50,6 +50,40 @@ EVENTS_STATIC_ASSERT(sizeof(trap_headerEMS) == 24, "trap_headerEMS is 24 octets"
 #define EVENT_TRANS_DEFAULT 5  /* TCP to the default server on a client
                                   installation, else the daemon's Unix socket */
 #define EVENT_TRANS_TCP_RAW 6  /* TCP to "host+text/port", no headers */
+#define EVENT_TRANS_JETSTREAM 7 /* a NATS JetStream stream (below) */
+
+/* The JetStream transport.  `name` is a URL:
+ *   nats://HOST:PORT[,HOST:PORT]...[/STREAM][?PARAMETER=VALUE[&...]]
+ * naming the servers (any one of them serves), the stream (default
+ * "TRAPS") and these parameters:
+ *   durable=NAME   the durable pull consumer recv_event takes traps from;
+ *                  connections with the same name share its traps, each
+ *                  name gets them all.  Without it the connection only
+ *                  sends.
+ *   from=WHERE     where a new consumer starts: "start" (the default, the
+ *                  oldest trap kept), "new", a stream sequence number, or a
+ *                  time YYYY-MM-DDTHH:MM:SSZ.  An existing consumer resumes
+ *                  after the last trap it acknowledged.
+ *   replicas=N, max_age=SECONDS, max_bytes=OCTETS
+ *                  the stream's copies (1), age limit (7 days) and size
+ *                  limit (1 GiB), used when open_event creates the stream
+ *                  because it is missing.
+ * Every trap sent goes to the subject traps.SOURCE.ENTERPRISE (the
+ * enterprise's arcs as tokens; "_" when the message shows none) with the
+ * transmission header's src, pid, status and target as message headers and
+ * a message ID the stream drops repeated copies by.  Sending returns once
+ * the client holds the message; the stream's confirmation is awaited, and
+ * the message sent again on a failure, in the background.  recv_event
+ * returns the consumer's next trap, with the time the stream stored it as
+ * the header's time, and acknowledges it once it is in the receive area;
+ * a trap is delivered again only if its acknowledgement was lost, and is
+ * then not handed over twice by the same connection.  ei->sd is a
+ * descriptor that is readable whenever a trap is waiting: an application
+ * may poll it as it polls a socket, but must not read it itself.  When the
+ * server goes away recv_event returns -1 once; the connection comes back
+ * by itself and the next call waits for it.  open_event returns -1 for a
+ * bad URL, an unreachable server, or a library built without the NATS
+ * client, with the reason on standard error. */
 
 /* Application source numbers of event_infoEMS.source: open_event accepts
  * EVENT_SOURCE_FIRST to EVENT_SOURCE_LAST.  The daemon's own number sends

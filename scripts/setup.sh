@@ -9,6 +9,7 @@ packages=(
   clang libclang-rt-dev
   snmp snmpd snmptrapd libsnmp-dev
   nlohmann-json3-dev
+  nats-server libnats-dev
   libsnmp-base
   jq python3
   libssl-dev

@@ -76,7 +76,7 @@ TEST(SendFraming, EachTransportFramesTheMessage) {
   bad.clen = 6;
   bad.elen = 200;  // beyond the record's arrays
   Bytes hex = sample_message();
-  for (int trans : {kUnix, kTcp, kRaw, 0, kHook, EVENT_TRANS_DEFAULT, 7}) {
+  for (int trans : {kUnix, kTcp, kRaw, 0, kHook, EVENT_TRANS_DEFAULT, EVENT_TRANS_JETSTREAM + 1}) {
     SCOPED_TRACE("transport " + std::to_string(trans));
     Pair pair(trans);
     EXPECT_EQ(send_event(&pair.ei, 50790438, "gw", "text", "data", "db"), 0);

@@ -110,6 +110,10 @@ struct Hub {
   usm_table *usm = nullptr;  // with --usm
   std::string usm_path;
   unsigned long long usm_reports = 0;
+  // The stream every relayed trap is published to, when one is named.
+  event_infoEMS stream{};
+  bool publishing = false;
+  unsigned long long published = 0, not_published = 0;
 };
 
 volatile sig_atomic_t stop_requested = 0;
@@ -146,6 +150,8 @@ void print_counters(const Hub &hub) {
   for (int reason = 0; reason < kDropReasons; ++reason)
     printf("%s %s %llu", reason ? "," : "", drop_name(reason), hub.dropped[reason]);
   printf("; translated %llu, informs answered %llu", hub.translated, hub.informs_answered);
+  if (hub.publishing)
+    printf("; published %llu, not published %llu", hub.published, hub.not_published);
   print_usm_counters(hub);
   fflush(stdout);
 }
@@ -174,6 +180,12 @@ void usage() {
       "  --usm FILE           SNMPv3 too, under the createUser lines of FILE; the\n"
       "                       local engine's ID and boots are kept in FILE.engine\n"
       "  --max-queue OCTETS   total output held for slow clients (default 64 MiB)\n"
+      "  --jetstream URL      also publish every relayed trap to a NATS JetStream\n"
+      "                       stream, nats://HOST:PORT[,HOST:PORT]...[/STREAM]\n"
+      "                       (default stream TRAPS), created when missing with:\n"
+      "  --replicas N         copies of the stream, 1 to 5 (default 1)\n"
+      "  --max-age SECONDS    age limit of its traps (default 604800, 7 days)\n"
+      "  --max-bytes OCTETS   size limit of the stream (default 1 GiB)\n"
       "  --verbose            print one time-stamped line per relayed or dropped\n"
       "                       message, and let the library's decoding diagnostics\n"
       "                       reach standard error\n"
@@ -357,6 +369,17 @@ void drop_message(Hub &hub, Drop reason, size_t size, const std::string &sender)
     stamped("dropped %zu octets from %s: %s\n", size, sender.c_str(), drop_name(reason));
 }
 
+// Puts a relayed trap into the stream, with its sender's header fields.
+void publish(Hub &hub, const trap_headerEMS &header, const std::vector<unsigned char> &message) {
+  hub.stream.source = header.src;
+  hub.stream.status = header.status;
+  hub.stream.target = header.target;
+  if (send_hex_buffer(&hub.stream, message.data(), static_cast<int>(message.size())) == 0)
+    ++hub.published;
+  else
+    ++hub.not_published;
+}
+
 // Relays the trap at the start of one message from `from` to every other
 // client.  The header keeps the sender's fields and gets the hub's time.
 void relay(Hub &hub, int from, trap_headerEMS header, std::vector<unsigned char> message) {
@@ -395,6 +418,7 @@ void relay(Hub &hub, int from, trap_headerEMS header, std::vector<unsigned char>
     flush(hub, client, fd);
     ++receivers;
   }
+  if (hub.publishing) publish(hub, header, message);
   if (hub.verbose)
     stamped("relayed %zu octets from %s (source %u, pid %d) to %d client%s: %s\n", message.size(),
            sender.c_str(), header.src, header.pid, receivers, receivers == 1 ? "" : "s",
@@ -720,11 +744,16 @@ int main(int argc, char **argv) {
                                    {"max-queue", required_argument, nullptr, 'q'},
                                    {"verbose", no_argument, nullptr, 'v'},
                                    {"usm", required_argument, nullptr, 'U'},
+                                   {"jetstream", required_argument, nullptr, 'j'},
+                                   {"replicas", required_argument, nullptr, 'R'},
+                                   {"max-age", required_argument, nullptr, 'A'},
+                                   {"max-bytes", required_argument, nullptr, 'B'},
                                    {"version", no_argument, nullptr, 'V'},
                                    {"help", no_argument, nullptr, 'h'},
                                    {nullptr, 0, nullptr, 0}};
   Hub hub;
   std::vector<Listener> listeners;
+  std::string stream_url, stream_limits;
   int option;
   opterr = 0;
   while ((option = getopt_long(argc, argv, ":u:t:r:d:q:vVh", options, nullptr)) != -1) {
@@ -761,6 +790,19 @@ int main(int argc, char **argv) {
       case 'U':
         hub.usm_path = optarg;
         break;
+      case 'j':
+        stream_url = optarg;
+        break;
+      case 'R':
+      case 'A':
+      case 'B': {
+        // Passed on as the stream URL's parameters, which the library checks.
+        const char *key = option == 'R' ? "replicas" : option == 'A' ? "max_age" : "max_bytes";
+        if (*optarg == '\0' || strspn(optarg, "0123456789") != strlen(optarg))
+          cli_usage_error("bad stream limit '%s': a whole number is needed", optarg);
+        stream_limits += std::string(stream_limits.empty() ? "" : "&") + key + "=" + optarg;
+        break;
+      }
       case 'V':
         cli_print_version();
         return 0;
@@ -785,7 +827,17 @@ int main(int argc, char **argv) {
     printf("%s: listening on %s %s\n", cli_name(), listener_name(l.kind),
            l.kind == Kind::UnixListener ? l.where.c_str() : bound_address(fd).c_str());
   }
+  if (!stream_url.empty()) {
+    if (!stream_limits.empty())
+      stream_url += (stream_url.find('?') == std::string::npos ? "?" : "&") + stream_limits;
+    // The hub's own source number: no connected event of its own.
+    if (open_event(&hub.stream, EVENT_SOURCE_HUBD, stream_url.c_str(), EVENT_TRANS_JETSTREAM) < 0)
+      fail("cannot publish to %s", stream_url.c_str());
+    hub.publishing = true;
+    printf("%s: publishing to %s\n", cli_name(), stream_url.c_str());
+  }
   serve(hub);
   usm_table_free(hub.usm);
+  if (hub.publishing) close_event(&hub.stream);
   return 0;
 }

@@ -92,6 +92,8 @@ struct Options {
   uint32_t time = 0;
   long count = -1;
   int format_kind = -1;  // an rtrap_user, or -1: print the decoded fields
+  std::string durable;    // jetstream: consumer name, and where it starts
+  std::string from;
   bool json = false;
   bool verbose = false;
   bool color = false;
@@ -134,12 +136,13 @@ const struct {
                    {"unix", EVENT_TRANS_UNIX},
                    {"tcp", EVENT_TRANS_TCP},
                    {"default", EVENT_TRANS_DEFAULT},
-                   {"raw", EVENT_TRANS_TCP_RAW}};
+                   {"raw", EVENT_TRANS_TCP_RAW},
+                   {"jetstream", EVENT_TRANS_JETSTREAM}};
 
 int transport(const char *text) {
   for (const auto &transport : kTransports)
     if (strcmp(text, transport.name) == 0) return transport.mode;
-  int mode = static_cast<int>(number(text, "transport", EVENT_TRANS_UDP, EVENT_TRANS_TCP_RAW));
+  int mode = static_cast<int>(number(text, "transport", EVENT_TRANS_UDP, EVENT_TRANS_JETSTREAM));
   if (mode == EVENT_TRANS_HOOK) usage_error("transport 4 only receives, through a hook");
   return mode;
 }
@@ -732,7 +735,9 @@ int main(int argc, char **argv) {
     kColor,
     kCategory,
     kSeverity,
-    kEnterprise
+    kEnterprise,
+    kDurable,
+    kFrom
   };
   static const option options_table[] = {
       {"transport", required_argument, nullptr, 't'},
@@ -760,6 +765,8 @@ int main(int argc, char **argv) {
       {"category", required_argument, nullptr, kCategory},
       {"severity", required_argument, nullptr, kSeverity},
       {"enterprise", required_argument, nullptr, kEnterprise},
+      {"durable", required_argument, nullptr, kDurable},
+      {"from", required_argument, nullptr, kFrom},
       {"help", no_argument, nullptr, 'h'},
       {"version", no_argument, nullptr, 'V'},
       {nullptr, 0, nullptr, 0}};
@@ -848,6 +855,12 @@ int main(int argc, char **argv) {
         case kEnterprise:
           enterprise = optarg;  // read once the configuration is known
           break;
+        case kDurable:
+          options.durable = optarg;
+          break;
+        case kFrom:
+          options.from = optarg;
+          break;
         case 'h':
           fputs(kUsage, stdout);
           return 0;
@@ -877,6 +890,16 @@ int main(int argc, char **argv) {
   if (enterprise != nullptr &&
       !tools::read_oid(enterprise, options.enterprise, &options.enterprise_length))
     usage_error("bad enterprise '%s'", enterprise);
+  if (options.trans == EVENT_TRANS_JETSTREAM) {
+    if (options.name.empty()) usage_error("-t jetstream needs the stream's URL: -n nats://...");
+    if (command == "listen") {
+      options.name += options.name.find('?') == std::string::npos ? '?' : '&';
+      options.name += "durable=" + (options.durable.empty() ? "hubevent" : options.durable);
+      if (!options.from.empty()) options.name += "&from=" + options.from;
+    }
+  } else if (!options.durable.empty() || !options.from.empty()) {
+    usage_error("--durable and --from are for -t jetstream");
+  }
   int rest = static_cast<int>(words.size());
   words.push_back(nullptr);
   char **args = words.data();

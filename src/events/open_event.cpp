@@ -17,6 +17,7 @@
 
 #include "event.h"
 #include "events/channel.h"
+#include "events/jetstream.h"
 #include "kz_platform.h"
 
 namespace {
@@ -170,6 +171,9 @@ extern "C" EVENTS_EXPORT int open_event(event_infoEMS *ei, int source, const cha
     case EVENT_TRANS_TCP_RAW:
       sd = open_tcp_raw(name);
       break;
+    case EVENT_TRANS_JETSTREAM:
+      sd = events::jetstream::open(name);
+      break;
     case EVENT_TRANS_DEFAULT: {
       if (!_ZXisClient()) return open_event(ei, source, KZhubdSocketPath(), EVENT_TRANS_UNIX);
       char *server = _KZDefaultServerName();
@@ -182,8 +186,10 @@ extern "C" EVENTS_EXPORT int open_event(event_infoEMS *ei, int source, const cha
   }
   if (sd < 0) return -1;
 
-  set_sock_buf_size_if_larger(sd, SO_SNDBUF, kSocketBuffer);
-  set_sock_buf_size_if_larger(sd, SO_RCVBUF, kSocketBuffer);
+  if (trans != EVENT_TRANS_JETSTREAM) {
+    set_sock_buf_size_if_larger(sd, SO_SNDBUF, kSocketBuffer);
+    set_sock_buf_size_if_larger(sd, SO_RCVBUF, kSocketBuffer);
+  }
   ei->agent = KZmyAddress();
   ei->sd = sd;
   ei->source = static_cast<uint32_t>(source);
@@ -206,8 +212,9 @@ extern "C" EVENTS_EXPORT int close_event(event_infoEMS *ei) {
   if (ei == nullptr) return -1;
   CHANNEL_LOG("send application disconnect event from close_event().\n");
   // A remote daemon always says goodbye as on the client service, with a
-  // transmission header, whatever it connected by.
-  if (ei->source == EVENT_SOURCE_REMOTE_HUBD) ei->trans = EVENT_TRANS_TCP;
+  // transmission header, whatever socket it connected by.
+  bool jetstream = ei->trans == EVENT_TRANS_JETSTREAM;
+  if (ei->source == EVENT_SOURCE_REMOTE_HUBD && !jetstream) ei->trans = EVENT_TRANS_TCP;
   if (ei->source != EVENT_SOURCE_HUBD) {
     char text[128];
     snprintf(text, sizeof text, "%s disconnecting from hubd.",
@@ -215,5 +222,5 @@ extern "C" EVENTS_EXPORT int close_event(event_infoEMS *ei) {
     send_event(ei, EVENT_DISCONNECTING, nullptr, text, nullptr, nullptr);
   }
   CHANNEL_LOG(" end of close_event().\n");
-  return close(ei->sd);
+  return jetstream ? events::jetstream::close(ei->sd) : close(ei->sd);
 }

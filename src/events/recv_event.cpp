@@ -12,6 +12,7 @@
 #include <cstdio>
 
 #include "event.h"
+#include "events/jetstream.h"
 #include "log_trace.h"
 
 namespace {
@@ -276,6 +277,9 @@ extern "C" EVENTS_EXPORT int recv_trap(int sd, unsigned char **buf, int trans, s
       break;
     case EVENT_TRANS_TCP_RAW:
       result = receive_raw(sd);
+      break;
+    case EVENT_TRANS_JETSTREAM:
+      result = events::jetstream::receive(sd, &area.header, area.packet);
       break;
     default:
       result = 1;  // nothing read; the header stands as it is

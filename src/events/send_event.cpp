@@ -17,6 +17,7 @@
 
 #include "event.h"
 #include "events/channel.h"
+#include "events/jetstream.h"
 #include "log_trace.h"
 
 namespace {
@@ -158,13 +159,16 @@ int write_message(event_infoEMS *ei, const unsigned char *message, int length) {
       return send_all(ei->sd, &parts[1], 1, &to);
     }
     case EVENT_TRANS_UNIX:
-    case EVENT_TRANS_TCP: {
+    case EVENT_TRANS_TCP:
+    case EVENT_TRANS_JETSTREAM: {
       trap_headerEMS &header = state.header;
       header.len = length;
       header.src = ei->source;
       header.pid = getpid();
       header.status = ei->status;
       header.target = ei->target;
+      if (ei->trans == EVENT_TRANS_JETSTREAM)
+        return events::jetstream::publish(ei->sd, header, message, length);
       parts[0] = {&header, sizeof header};
       CHANNEL_LOG("calling send() SNMP packet from send_trap().\n");
       return send_all(ei->sd, parts, 2, nullptr);

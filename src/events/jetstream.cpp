@@ -1,0 +1,621 @@
+// The event channel on NATS JetStream (see jetstream.h).
+//
+// Publishing is asynchronous: a trap is handed to the client, which sends
+// it with a message ID derived from this connection and a counter, waits
+// for the stream's confirmation in the background and sends it again on a
+// failure or a time-out; the stream drops the copies by that ID.
+//
+// Receiving pulls from a durable consumer.  Pull requests carry no expiry,
+// so the server answers only with traps (or with a status when the
+// request ends for another reason); the client's delivery thread writes a
+// pointer to each message into the connection's pipe.  The caller's
+// thread reads the pipe, hands the trap over, acknowledges it and asks for
+// more when half of what it asked for has come.  The consumer's limit on
+// unacknowledged messages bounds what can wait in the pipe.
+
+#include "events/jetstream.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "log_trace.h"
+
+#if EVENTS_HAVE_NATS
+
+#include <nats/nats.h>
+
+#include <cinttypes>
+#include <ctime>
+#include <deque>
+#include <map>
+#include <memory>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+#include "events/ber_reader.h"
+
+namespace events::jetstream {
+namespace {
+
+constexpr const char *kDefaultStream = "TRAPS";
+constexpr const char *kSubjectRoot = "traps";
+constexpr int kDefaultReplicas = 1;
+constexpr int64_t kDefaultMaxAgeSeconds = 7 * 24 * 3600;
+constexpr int64_t kDefaultMaxBytes = int64_t{1} << 30;
+constexpr int64_t kDefaultAckWaitSeconds = 30;
+constexpr int kBatch = 128;              // traps asked for at a time
+constexpr int kMaxAckPending = 1000;     // bounds what the pipe can hold
+constexpr int64_t kPublishWaitMs = 2000; // confirmation time-out before a resend
+constexpr int64_t kCloseWaitMs = 5000;
+constexpr int64_t kPublishRetryMs = 60000;
+constexpr int kQuietBeforeAskingAgainMs = 2000;
+constexpr size_t kRememberedSequences = 16384;
+
+// Pipe entries other than a message.
+natsMsg *const kDisconnected = reinterpret_cast<natsMsg *>(uintptr_t{1});
+natsMsg *const kReconnected = reinterpret_cast<natsMsg *>(uintptr_t{2});
+
+void report(const char *fmt, const char *detail) {
+  logger(1, "jetstream", fmt, detail);
+}
+
+// What a URL names.
+struct Address {
+  std::vector<std::string> servers;
+  std::string stream = kDefaultStream;
+  std::string durable;
+  std::string from;  // "", "start", "new", a sequence number or a time
+  int replicas = kDefaultReplicas;
+  int64_t max_age_seconds = kDefaultMaxAgeSeconds;
+  int64_t max_bytes = kDefaultMaxBytes;
+  int64_t ack_wait_seconds = kDefaultAckWaitSeconds;
+};
+
+bool read_count(const std::string &text, int64_t low, int64_t high, int64_t *value) {
+  if (text.empty() || text.size() > 18) return false;
+  int64_t n = 0;
+  for (char c : text) {
+    if (c < '0' || c > '9') return false;
+    n = n * 10 + (c - '0');
+  }
+  if (n < low || n > high) return false;
+  *value = n;
+  return true;
+}
+
+// A name the server accepts for a stream or a consumer.
+bool plain_name(const std::string &name) {
+  if (name.empty() || name.size() > 64) return false;
+  for (unsigned char c : name)
+    if (c <= ' ' || c == '.' || c == '*' || c == '>' || c == '/' || c == '\\' || c >= 0x7F)
+      return false;
+  return true;
+}
+
+// nats://HOST:PORT[,HOST:PORT]...[/STREAM][?durable=NAME&from=...&replicas=N
+// &max_age=SECONDS&max_bytes=OCTETS]
+bool parse_url(const char *url, Address *out, std::string *why) {
+  std::string text = url != nullptr ? url : "";
+  const std::string scheme = "nats://";
+  if (text.compare(0, scheme.size(), scheme) != 0) return *why = "it must start with nats://", false;
+  text.erase(0, scheme.size());
+  std::string query;
+  size_t mark = text.find('?');
+  if (mark != std::string::npos) {
+    query = text.substr(mark + 1);
+    text.resize(mark);
+  }
+  size_t slash = text.find('/');
+  if (slash != std::string::npos) {
+    std::string stream = text.substr(slash + 1);
+    text.resize(slash);
+    if (!stream.empty()) out->stream = stream;
+  }
+  if (!plain_name(out->stream)) return *why = "bad stream name", false;
+  size_t start = 0;
+  while (start <= text.size()) {
+    size_t comma = text.find(',', start);
+    std::string server = text.substr(start, comma == std::string::npos ? comma : comma - start);
+    if (server.compare(0, scheme.size(), scheme) == 0) server.erase(0, scheme.size());
+    if (server.empty()) return *why = "an empty server address", false;
+    out->servers.push_back(scheme + server);
+    if (comma == std::string::npos) break;
+    start = comma + 1;
+  }
+  while (!query.empty()) {
+    size_t amp = query.find('&');
+    std::string pair = query.substr(0, amp);
+    query = amp == std::string::npos ? "" : query.substr(amp + 1);
+    size_t eq = pair.find('=');
+    std::string key = pair.substr(0, eq);
+    std::string value = eq == std::string::npos ? "" : pair.substr(eq + 1);
+    int64_t n = 0;
+    if (key == "durable" && plain_name(value)) {
+      out->durable = value;
+    } else if (key == "from" && !value.empty()) {
+      out->from = value;
+    } else if (key == "replicas" && read_count(value, 1, 5, &n)) {
+      out->replicas = static_cast<int>(n);
+    } else if (key == "max_age" && read_count(value, 1, INT64_MAX / 1000000000, &n)) {
+      out->max_age_seconds = n;
+    } else if (key == "max_bytes" && read_count(value, 1, INT64_MAX, &n)) {
+      out->max_bytes = n;
+    } else if (key == "ack_wait" && read_count(value, 1, 86400, &n)) {
+      out->ack_wait_seconds = n;
+    } else {
+      *why = "bad parameter '" + pair + "'";
+      return false;
+    }
+  }
+  return true;
+}
+
+// Seconds since the epoch of "YYYY-MM-DDTHH:MM:SSZ", or -1.
+int64_t parse_time(const std::string &text) {
+  tm fields{};
+  const char *end = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &fields);
+  if (end == nullptr || (*end != 'Z' && *end != '\0') || (*end == 'Z' && end[1] != '\0')) return -1;
+  return static_cast<int64_t>(timegm(&fields));
+}
+
+// The delivery thread's only work: a pointer into the pipe.  A full pipe
+// cannot happen while the consumer's limit holds; should it, the message
+// is dropped unacknowledged and the server delivers it again later.
+void post(int fd, natsMsg *msg) {
+  ssize_t n;
+  do {
+    n = write(fd, &msg, sizeof msg);
+  } while (n < 0 && errno == EINTR);
+  if (n != static_cast<ssize_t>(sizeof msg) && msg != kDisconnected && msg != kReconnected)
+    natsMsg_Destroy(msg);
+}
+
+void on_message(natsConnection *, natsSubscription *, natsMsg *msg, void *closure) {
+  post(static_cast<int>(reinterpret_cast<intptr_t>(closure)), msg);
+}
+void on_disconnected(natsConnection *, void *closure) {
+  post(static_cast<int>(reinterpret_cast<intptr_t>(closure)), kDisconnected);
+}
+void on_reconnected(natsConnection *, void *closure) {
+  post(static_cast<int>(reinterpret_cast<intptr_t>(closure)), kReconnected);
+}
+
+int64_t now_ms() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec * 1000 + now.tv_nsec / 1000000;
+}
+
+// A publication the stream refused or did not confirm in time goes out
+// again under the same message ID, for a minute from its first attempt:
+// long enough for a cluster to elect new leaders.  It must not sleep: the
+// confirmations of every other publication wait behind it.
+void on_publish_error(jsCtx *js, jsPubAckErr *pae, void *) {
+  const char *since_text = nullptr;
+  int64_t since = natsMsgHeader_Get(pae->Msg, "Events-Since", &since_text) == NATS_OK
+                      ? strtoll(since_text, nullptr, 10)
+                      : 0;
+  if (now_ms() - since > kPublishRetryMs) {
+    fprintf(stderr, "jetstream: a trap was not stored within %lld s: %s\n",
+            static_cast<long long>(kPublishRetryMs / 1000),
+            pae->ErrText != nullptr ? pae->ErrText : natsStatus_GetText(pae->Err));
+    return;
+  }
+  jsPubOptions options;
+  jsPubOptions_Init(&options);
+  options.MaxWait = kPublishWaitMs;
+  js_PublishMsgAsync(js, &pae->Msg, &options);
+}
+
+struct Connection {
+  natsConnection *nc = nullptr;
+  jsCtx *js = nullptr;
+  natsSubscription *deliveries = nullptr;
+  int pipe_read = -1, pipe_write = -1;
+  Address address;
+  std::string pull_subject, inbox;
+  int outstanding = 0;  // traps asked for and not yet come
+  std::string id_prefix;
+  uint64_t published = 0;
+  // Stream sequences handed over lately: a message delivered again after
+  // its acknowledgement was lost, or after a new consumer leader forgot it
+  // was delivered, is acknowledged and not handed twice.
+  std::unordered_set<uint64_t> handed;
+  std::deque<uint64_t> handed_order;
+  // Where the latest acknowledgements went.  Those sent just before a
+  // connection broke may be lost; they are sent again after reconnecting.
+  // The consumer's limit on unacknowledged messages bounds how many can be.
+  std::deque<std::string> recent_acks;
+
+  ~Connection() {
+    if (deliveries != nullptr) {
+      // After the drain the delivery thread has written its last entry.
+      if (natsSubscription_Drain(deliveries) == NATS_OK)
+        natsSubscription_WaitForDrainCompletion(deliveries, kCloseWaitMs);
+      natsSubscription_Destroy(deliveries);
+    }
+    // What the pipe still holds was never handed over: the server is told
+    // so, and delivers it again at once rather than after the wait for an
+    // acknowledgement.
+    if (pipe_read >= 0) {
+      natsMsg *msg;
+      while (read(pipe_read, &msg, sizeof msg) == static_cast<ssize_t>(sizeof msg)) {
+        if (msg == kDisconnected || msg == kReconnected) continue;
+        const char *reply = natsMsg_GetReply(msg);
+        if (reply != nullptr) natsConnection_PublishString(nc, reply, "-NAK");
+        natsMsg_Destroy(msg);
+      }
+    }
+    if (js != nullptr) jsCtx_Destroy(js);
+    if (nc != nullptr) {
+      natsConnection_FlushTimeout(nc, kCloseWaitMs);
+      natsConnection_Close(nc);
+      natsConnection_Destroy(nc);
+    }
+    if (pipe_read >= 0) ::close(pipe_read);
+    if (pipe_write >= 0) ::close(pipe_write);
+  }
+};
+
+std::map<int, std::unique_ptr<Connection>> connections;
+
+Connection *find(int sd) {
+  auto it = connections.find(sd);
+  return it == connections.end() ? nullptr : it->second.get();
+}
+
+bool ensure_stream(Connection &c) {
+  jsStreamInfo *info = nullptr;
+  jsErrCode code = static_cast<jsErrCode>(0);
+  natsStatus s = js_GetStreamInfo(&info, c.js, c.address.stream.c_str(), nullptr, &code);
+  if (s == NATS_OK) {
+    jsStreamInfo_Destroy(info);
+    return true;
+  }
+  if (s != NATS_NOT_FOUND) return report("no stream: %s", natsStatus_GetText(s)), false;
+  std::string subjects = std::string(kSubjectRoot) + ".>";
+  const char *subject_list[] = {subjects.c_str()};
+  jsStreamConfig config;
+  jsStreamConfig_Init(&config);
+  config.Name = c.address.stream.c_str();
+  config.Subjects = subject_list;
+  config.SubjectsLen = 1;
+  config.Storage = js_FileStorage;
+  config.Replicas = c.address.replicas;
+  config.MaxAge = c.address.max_age_seconds * 1000000000;
+  config.MaxBytes = c.address.max_bytes;
+  s = js_AddStream(&info, c.js, &config, nullptr, &code);
+  if (s == NATS_OK) {
+    jsStreamInfo_Destroy(info);
+    return true;
+  }
+  // Another process may have created it in the meantime.
+  if (js_GetStreamInfo(&info, c.js, c.address.stream.c_str(), nullptr, &code) == NATS_OK) {
+    jsStreamInfo_Destroy(info);
+    return true;
+  }
+  report("cannot create the stream: %s", natsStatus_GetText(s));
+  return false;
+}
+
+bool ensure_consumer(Connection &c) {
+  jsConsumerInfo *info = nullptr;
+  jsErrCode code = static_cast<jsErrCode>(0);
+  const char *stream = c.address.stream.c_str();
+  const char *durable = c.address.durable.c_str();
+  if (js_GetConsumerInfo(&info, c.js, stream, durable, nullptr, &code) == NATS_OK) {
+    jsConsumerInfo_Destroy(info);
+    return true;
+  }
+  jsConsumerConfig config;
+  jsConsumerConfig_Init(&config);
+  config.Durable = durable;
+  config.AckPolicy = js_AckExplicit;
+  config.MaxAckPending = kMaxAckPending;
+  config.AckWait = c.address.ack_wait_seconds * 1000000000;
+  const std::string &from = c.address.from;
+  int64_t number = 0;
+  if (from.empty() || from == "start") {
+    config.DeliverPolicy = js_DeliverAll;
+  } else if (from == "new") {
+    config.DeliverPolicy = js_DeliverNew;
+  } else if (read_count(from, 1, INT64_MAX, &number)) {
+    config.DeliverPolicy = js_DeliverByStartSequence;
+    config.OptStartSeq = static_cast<uint64_t>(number);
+  } else if ((number = parse_time(from)) >= 0) {
+    config.DeliverPolicy = js_DeliverByStartTime;
+    config.OptStartTime = number * 1000000000;
+  } else {
+    report("bad from '%s': start, new, a sequence number or YYYY-MM-DDTHH:MM:SSZ", from.c_str());
+    return false;
+  }
+  natsStatus s = js_AddConsumer(&info, c.js, stream, &config, nullptr, &code);
+  if (s != NATS_OK) return report("cannot create the consumer: %s", natsStatus_GetText(s)), false;
+  jsConsumerInfo_Destroy(info);
+  return true;
+}
+
+// Asks for more traps when half of what was asked for has come.
+void ask_for_more(Connection &c) {
+  if (c.address.durable.empty() || c.outstanding > kBatch / 2) return;
+  char request[48];
+  snprintf(request, sizeof request, "{\"batch\":%d}", kBatch - c.outstanding);
+  if (natsConnection_PublishRequestString(c.nc, c.pull_subject.c_str(), c.inbox.c_str(),
+                                          request) == NATS_OK)
+    c.outstanding = kBatch;
+}
+
+bool start_pulling(Connection &c) {
+  natsInbox *inbox = nullptr;
+  if (natsInbox_Create(&inbox) != NATS_OK) return false;
+  c.inbox = inbox;
+  natsInbox_Destroy(inbox);
+  c.pull_subject = "$JS.API.CONSUMER.MSG.NEXT." + c.address.stream + "." + c.address.durable;
+  void *closure = reinterpret_cast<void *>(static_cast<intptr_t>(c.pipe_write));
+  if (natsConnection_Subscribe(&c.deliveries, c.nc, c.inbox.c_str(), on_message, closure) !=
+      NATS_OK)
+    return false;
+  // The consumer's limit, not the client's, decides what waits.
+  natsSubscription_SetPendingLimits(c.deliveries, -1, -1);
+  ask_for_more(c);
+  return true;
+}
+
+bool connect(Connection &c) {
+  natsOptions *options = nullptr;
+  if (natsOptions_Create(&options) != NATS_OK) return false;
+  std::vector<const char *> servers;
+  for (const std::string &server : c.address.servers) servers.push_back(server.c_str());
+  void *closure = reinterpret_cast<void *>(static_cast<intptr_t>(c.pipe_write));
+  bool ok = natsOptions_SetServers(options, servers.data(), static_cast<int>(servers.size())) ==
+                NATS_OK &&
+            natsOptions_SetTimeout(options, 2000) == NATS_OK &&
+            natsOptions_SetMaxReconnect(options, -1) == NATS_OK &&
+            natsOptions_SetReconnectWait(options, 250) == NATS_OK &&
+            natsOptions_SetName(options, "libevents") == NATS_OK &&
+            // Servers are tried in the order the URL names them.
+            natsOptions_SetNoRandomize(options, true) == NATS_OK &&
+            natsOptions_SetDisconnectedCB(options, on_disconnected, closure) == NATS_OK &&
+            natsOptions_SetReconnectedCB(options, on_reconnected, closure) == NATS_OK;
+  natsStatus s = ok ? natsConnection_Connect(&c.nc, options) : NATS_ERR;
+  natsOptions_Destroy(options);
+  if (s != NATS_OK) return report("cannot connect: %s", natsStatus_GetText(s)), false;
+  jsOptions js_options;
+  jsOptions_Init(&js_options);
+  js_options.PublishAsync.MaxPending = 4096;
+  js_options.PublishAsync.ErrHandler = on_publish_error;
+  return natsConnection_JetStream(&c.js, c.nc, &js_options) == NATS_OK;
+}
+
+// "traps.SOURCE.E1.E2...": the enterprise of an SNMPv1 trap, read from the
+// message; "_" for a message that does not show one.
+std::string subject_of(uint32_t source, const unsigned char *message, int length) {
+  std::string subject = std::string(kSubjectRoot) + "." + std::to_string(source);
+  ber::Message envelope;
+  ObjectIdEMS enterprise[SNMP_OID_MAX] = {};
+  unsigned char type;
+  uint32_t size;
+  const unsigned char *p;
+  int count = -1;
+  if (ber::message(message, length, &envelope) && envelope.pdu_type == SNMP_TRAP_PDU &&
+      (p = ber::header(envelope.pdu, envelope.pdu_end, &type, &size)) != nullptr &&
+      type == ASN_OBJECT_ID)
+    count = ber::objid(p, size, enterprise, SNMP_OID_MAX);
+  if (count <= 0) return subject + "._";
+  for (int i = 0; i < count; ++i) subject += "." + std::to_string(enterprise[i]);
+  return subject;
+}
+
+void set_number(natsMsg *msg, const char *key, int64_t value) {
+  char text[24];
+  snprintf(text, sizeof text, "%" PRId64, value);
+  natsMsgHeader_Set(msg, key, text);
+}
+
+int64_t get_number(natsMsg *msg, const char *key, int64_t fallback) {
+  const char *text = nullptr;
+  if (natsMsgHeader_Get(msg, key, &text) != NATS_OK || text == nullptr) return fallback;
+  return strtoll(text, nullptr, 10);
+}
+
+// The stream sequence and time of a message from the
+// tokens of its acknowledgement subject: $JS.ACK.STREAM.CONSUMER.DELIVERED.
+// SSEQ.CSEQ.NANOS.PENDING, with two tokens more (domain, account) in the
+// newer form.
+struct Delivery {
+  uint64_t sequence = 0;
+  int64_t nanos = 0;
+};
+
+Delivery delivery_of(natsMsg *msg) {
+  Delivery d;
+  const char *reply = natsMsg_GetReply(msg);
+  if (reply == nullptr) return d;
+  std::vector<std::string> tokens;
+  std::string token;
+  for (const char *p = reply;; ++p) {
+    if (*p == '.' || *p == '\0') {
+      tokens.push_back(token);
+      token.clear();
+      if (*p == '\0') break;
+    } else {
+      token += *p;
+    }
+  }
+  size_t first = tokens.size() == 9 ? 4 : tokens.size() >= 11 ? 6 : 0;
+  if (first == 0) return d;
+  d.sequence = strtoull(tokens[first + 1].c_str(), nullptr, 10);
+  d.nanos = strtoll(tokens[first + 3].c_str(), nullptr, 10);
+  return d;
+}
+
+void remember(Connection &c, uint64_t sequence) {
+  if (!c.handed.insert(sequence).second) return;
+  c.handed_order.push_back(sequence);
+  if (c.handed_order.size() > kRememberedSequences) {
+    c.handed.erase(c.handed_order.front());
+    c.handed_order.pop_front();
+  }
+}
+
+// Reads one pipe entry, waiting for it.  A cluster that moves the
+// consumer to a new leader may lose a waiting request without a word, so
+// a wait that sees nothing for a while asks again; the consumer's limit
+// bounds what the extra requests can bring.
+natsMsg *next_entry(Connection &c) {
+  for (;;) {
+    natsMsg *msg = nullptr;
+    ssize_t n = read(c.pipe_read, &msg, sizeof msg);
+    if (n == static_cast<ssize_t>(sizeof msg)) return msg;
+    if (n < 0 && errno != EINTR && errno != EAGAIN) return nullptr;
+    pollfd wait = {c.pipe_read, POLLIN, 0};
+    int ready = poll(&wait, 1, kQuietBeforeAskingAgainMs);
+    if (ready < 0 && errno != EINTR) return nullptr;
+    if (ready == 0) {
+      c.outstanding = 0;
+      ask_for_more(c);
+    }
+  }
+}
+
+}  // namespace
+
+int open(const char *url) {
+  auto c = std::make_unique<Connection>();
+  std::string why;
+  if (!parse_url(url, &c->address, &why)) {
+    report("bad JetStream URL: %s", why.c_str());
+    return -1;
+  }
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) return -1;
+  c->pipe_read = ends[0];
+  c->pipe_write = ends[1];
+  char host[64] = "";
+  gethostname(host, sizeof host - 1);
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  c->id_prefix = std::string(host) + "-" + std::to_string(getpid()) + "-" +
+                 std::to_string(now.tv_sec * 1000000000LL + now.tv_nsec) + "-";
+  if (!connect(*c) || !ensure_stream(*c)) return -1;
+  if (!c->address.durable.empty() && (!ensure_consumer(*c) || !start_pulling(*c))) return -1;
+  int sd = c->pipe_read;
+  connections[sd] = std::move(c);
+  return sd;
+}
+
+int publish(int sd, const trap_headerEMS &header, const unsigned char *message, int length) {
+  Connection *c = find(sd);
+  if (c == nullptr || length < 0) return -1;
+  std::string subject = subject_of(header.src, message, length);
+  natsMsg *msg = nullptr;
+  if (natsMsg_Create(&msg, subject.c_str(), nullptr, reinterpret_cast<const char *>(message),
+                     length) != NATS_OK)
+    return -1;
+  std::string id = c->id_prefix + std::to_string(++c->published);
+  natsMsgHeader_Set(msg, "Nats-Msg-Id", id.c_str());
+  set_number(msg, "Events-Src", header.src);
+  set_number(msg, "Events-Pid", header.pid);
+  set_number(msg, "Events-Status", header.status);
+  set_number(msg, "Events-Target", header.target);
+  set_number(msg, "Events-Since", now_ms());
+  jsPubOptions options;
+  jsPubOptions_Init(&options);
+  options.MaxWait = kPublishWaitMs;
+  natsStatus s = js_PublishMsgAsync(c->js, &msg, &options);
+  if (msg != nullptr) natsMsg_Destroy(msg);  // not taken
+  return s == NATS_OK ? 0 : -1;
+}
+
+int receive(int sd, trap_headerEMS *header, unsigned char *packet) {
+  Connection *c = find(sd);
+  if (c == nullptr || c->address.durable.empty()) return EVENT_RECV_ERROR;
+  for (;;) {
+    ask_for_more(*c);
+    natsMsg *msg = next_entry(*c);
+    if (msg == nullptr) return EVENT_RECV_ERROR;
+    if (msg == kDisconnected) return EVENT_RECV_ERROR;
+    if (msg == kReconnected) {
+      // Requests die with the connection that carried them.
+      c->outstanding = 0;
+      for (const std::string &reply : c->recent_acks)
+        natsConnection_PublishString(c->nc, reply.c_str(), "+ACK");
+      continue;
+    }
+    const char *status = nullptr;
+    if (natsMsgHeader_Get(msg, "Status", &status) == NATS_OK && natsMsg_GetDataLength(msg) == 0) {
+      // The request ended (the consumer changed leader, or went away).
+      natsMsg_Destroy(msg);
+      c->outstanding = 0;
+      continue;
+    }
+    if (c->outstanding > 0) --c->outstanding;
+    Delivery d = delivery_of(msg);
+    bool again = c->handed.count(d.sequence) != 0;
+    int length = natsMsg_GetDataLength(msg);
+    int result = 1;
+    if (!again && length > EVENT_MAX_MESSAGE) {
+      if (tracelogfp) log_trace("recv_trap", "JetStream trap = %d bytes is too large.", length);
+      result = EVENT_RECV_BAD_SIZE;
+    } else if (!again) {
+      memcpy(packet, natsMsg_GetData(msg), static_cast<size_t>(length));
+      header->len = length;
+      header->src = static_cast<uint32_t>(get_number(msg, "Events-Src", 1));
+      header->pid = static_cast<int32_t>(get_number(msg, "Events-Pid", -1));
+      header->time = static_cast<int32_t>(d.nanos / 1000000000);
+      header->status = static_cast<int32_t>(get_number(msg, "Events-Status", 0));
+      header->target = static_cast<uint32_t>(get_number(msg, "Events-Target", 0));
+      remember(*c, d.sequence);
+    }
+    const char *reply = natsMsg_GetReply(msg);
+    if (reply != nullptr) {
+      natsConnection_PublishString(c->nc, reply, "+ACK");
+      c->recent_acks.emplace_back(reply);
+      if (c->recent_acks.size() > static_cast<size_t>(kMaxAckPending)) c->recent_acks.pop_front();
+    }
+    natsMsg_Destroy(msg);
+    if (!again) return result;
+  }
+}
+
+int close(int sd) {
+  auto it = connections.find(sd);
+  if (it == connections.end()) return -1;
+  jsPubOptions options;
+  jsPubOptions_Init(&options);
+  options.MaxWait = kCloseWaitMs;
+  js_PublishAsyncComplete(it->second->js, &options);
+  natsConnection_FlushTimeout(it->second->nc, kCloseWaitMs);
+  connections.erase(it);
+  return 0;
+}
+
+}  // namespace events::jetstream
+
+#else  // built without the NATS client
+
+namespace events::jetstream {
+
+namespace {
+int not_built() {
+  logger(1, "jetstream", "%s",
+         "the JetStream transport is not available: libevents was built without libnats");
+  return -1;
+}
+}  // namespace
+
+int open(const char *) { return not_built(); }
+int publish(int, const trap_headerEMS &, const unsigned char *, int) { return -1; }
+int receive(int, trap_headerEMS *, unsigned char *) { return EVENT_RECV_ERROR; }
+int close(int) { return -1; }
+
+}  // namespace events::jetstream
+
+#endif

@@ -1,0 +1,45 @@
+// The event channel on NATS JetStream: traps published to a stream and
+// taken from a durable pull consumer.  open_event, send_* and recv_trap
+// call these for EVENT_TRANS_JETSTREAM; the URL form is described in
+// event.h.
+//
+// A connection is known by the descriptor open returns: the read end of a
+// pipe that the NATS client's delivery thread writes a pointer to, one
+// per message, and which is therefore readable whenever a trap is
+// waiting.  That write is all the client's threads do; every other piece
+// of state is touched on the caller's thread only.
+#ifndef EVENTS_SRC_JETSTREAM_H
+#define EVENTS_SRC_JETSTREAM_H
+
+#include "event.h"
+
+namespace events::jetstream {
+
+// Connects to the servers `url` names, creates the stream when it is
+// missing and, with a durable name, the consumer, and asks for the first
+// traps.  Returns the connection's descriptor, or -1 (the reason goes to
+// standard error: a bad URL, no server, or a build without NATS).
+int open(const char *url);
+
+// Publishes one encoded message with the header's src, pid, status and
+// target.  Returns 0 once the client has taken it (publication is
+// confirmed, and repeated on failure, in the background), or -1.
+int publish(int sd, const trap_headerEMS &header, const unsigned char *message, int length);
+
+// Takes the next trap of the consumer, waiting for one, into `packet`
+// (EVENT_MAX_MESSAGE octets) and fills `header` (len, the sender's fields,
+// time = when the stream stored it), then acknowledges it.  Returns 1, or
+// -1 when the connection has no consumer or the server went away (the
+// client reconnects by itself; the next call waits for it), or
+// EVENT_RECV_BAD_SIZE for a message too large for `packet` (acknowledged
+// and dropped).
+int receive(int sd, trap_headerEMS *header, unsigned char *packet);
+
+// Waits (a few seconds at most) for publications still unconfirmed,
+// closes the connection and its descriptor.  Returns 0, or -1 for a
+// descriptor that is not a JetStream connection.
+int close(int sd);
+
+}  // namespace events::jetstream
+
+#endif
