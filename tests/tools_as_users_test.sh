@@ -64,12 +64,15 @@ sed -e 's/^Interface \$1 of \$A is down$/OWN CONFIGURATION: $1 down/' -e "s#/usr
 KZ_CONF_DIR=$conf listen own --format --verbose --count 1
 listen bundled --examples --verbose --format --count 1
 KZ_CONF_DIR=$conf hubconf --verbose match 1.3.6.1.6.3.1.1.5 2 0 >/dev/null 2>"$work/match.err"
+KZ_CONF_DIR=$conf hubsnmp --verbose -t 0.1 -r 0 get 127.0.0.1:9 sysDescr.0 >/dev/null \
+  2>"$work/snmp.err" || true
 hubevent send trap 1.3.6.1.6.3.1.1.5 2 0 1.3.6.1.2.1.2.2.1.1.3 i 3 \
   -t unix -n "$hub" --agent 127.0.0.1
 wait_for "grep -q down '$work/own.out' && grep -q down '$work/bundled.out'"
 expect_in "$work/own.err" "hubevent: hubd.conf   $conf/C/hubd.conf (KZ_CONF_DIR)" \
   "hubevent: MIB labels  $conf/mib.labels (KZ_CONF_DIR)" "hubevent: OID names   $conf/oid_to_label"
 expect_in "$work/match.err" "hubconf: hubd.conf   $conf/C/hubd.conf (KZ_CONF_DIR)"
+expect_in "$work/snmp.err" "hubsnmp: MIB labels  $conf/mib.labels (KZ_CONF_DIR)"
 expect_in "$work/own.out" "OWN CONFIGURATION: 3 down"
 expect_in "$work/bundled.err" "hubevent: hubd.conf   $(realpath "$examples")/hubd.conf (KZHUBDCONF)"
 expect_in "$work/bundled.out" "Interface 3 of localhost is down"

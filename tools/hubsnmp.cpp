@@ -27,6 +27,7 @@
 
 #include "binding_args.h"
 #include "cli.h"
+#include "config_files.h"
 #include "kz_mib.h"
 #include "snmp_call.h"
 #include "trp_format.h"
@@ -51,6 +52,7 @@ const char kUsage[] =
     "  -O FLAGS      n numeric names, f full label paths, q no type and no '=',\n"
     "                v values only\n"
     "  --split       send a set of more than 10 bindings in several requests\n"
+    "  --verbose     list the configuration files read (MIB labels, OID names)\n"
     "  TYPE is i INTEGER, u Gauge32, c Counter32, t TimeTicks, a IpAddress,\n"
     "  s STRING, x hex STRING, d decimal STRING, o OBJECT IDENTIFIER, n NULL\n"
     "  -h, --help, -V, --version\n";
@@ -68,6 +70,7 @@ struct Settings {
   bool quick = false;       // -Oq: "NAME VALUE", no type
   bool value_only = false;  // -Ov
   bool split = false;
+  bool verbose = false;  // name the configuration files read
   // SNMPv3 (-v 3), net-snmp's letters.
   bool v3 = false;
   const char *user = nullptr, *level = "noAuthNoPriv", *auth = nullptr, *auth_pass = nullptr,
@@ -178,6 +181,10 @@ std::vector<const char *> parse_options(int argc, char **argv, Settings &s) {
     }
     if (strcmp(arg, "--split") == 0) {
       s.split = true;
+      continue;
+    }
+    if (strcmp(arg, "--verbose") == 0) {
+      s.verbose = true;
       continue;
     }
     const auto *option = std::find_if(std::begin(kOptions), std::end(kOptions), [&](const auto &o) {
@@ -453,6 +460,7 @@ int main(int argc, char **argv) {
   }
 
   tools::load_names();
+  if (s.verbose) config_report(stderr);
   std::vector<SnmpVarBindEMS> request;
   for (size_t i = 0; i < count; i += step) {
     SnmpVarBindEMS b{};
