@@ -496,12 +496,8 @@ bool mappings_writable(std::string *why) {
 }
 
 void write_mappings(FILE *out) {
-  char when[200];
-  time_t now = time(nullptr);
-  struct tm local;
-  localtime_r(&now, &local);
-  strftime(when, sizeof when, "%a %b %d %H:%M:%S %Y", &local);
-  fprintf(out, "#\n# Created by qwmtrap at %s\n#\n###################\n#\n", when);
+  fprintf(out, "#\n# Created by qwmtrap at %s\n#\n###################\n#\n",
+          events::creation_time().c_str());
   for (enterprise_info *e = enterprise_list_head.next; e != nullptr; e = e->next)
     for (trap_record *r = e->trap_rec_list_head.next; r != nullptr; r = r->next)
       if (r->alert_element != nullptr)

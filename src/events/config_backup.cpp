@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 namespace events {
 
@@ -195,6 +196,15 @@ int replace_content(FILE *fp, const char *configured, const std::string &content
             name.c_str(), failed, strerror(error), backup.c_str());
   }
   return -1;
+}
+
+std::string creation_time() {
+  char when[200];
+  time_t now = time(nullptr);
+  struct tm local;
+  localtime_r(&now, &local);
+  strftime(when, sizeof when, "%a %b %d %H:%M:%S %Y", &local);
+  return when;
 }
 
 std::string text_written_by(const std::function<void(FILE *)> &write) {

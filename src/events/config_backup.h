@@ -31,6 +31,9 @@ std::string backup_path(const char *path);
 // that says what happened and where the previous content is.
 int replace_content(FILE *fp, const char *configured, const std::string &content);
 
+// The local time as both writers put it on their "Created by" line.
+std::string creation_time();
+
 // The text that `write` writes to the stream it is given.
 std::string text_written_by(const std::function<void(FILE *)> &write);
 

@@ -101,17 +101,12 @@ void unlink_and_free(enterprise_info *enterprise, trap_record *record) {
 }
 
 void write_header(FILE *fp) {
-  char when[200];
-  time_t now = time(nullptr);
-  struct tm local;
-  localtime_r(&now, &local);
-  strftime(when, sizeof when, "%a %b %d %H:%M:%S %Y", &local);
   // A user without a password entry is written with an empty name.
   const struct passwd *user = getpwuid(geteuid());
   if (fprintf(fp,
               "#\n# Created by qwmtrap at %s by %s\n#\n###################\n#\n"
               "# enterprises:\n#\n",
-              when, user != nullptr ? user->pw_name : "") < 0)
+              events::creation_time().c_str(), user != nullptr ? user->pw_name : "") < 0)
     fprintf(stderr, "Cannot write to hubdconf file\n");
 }
 
