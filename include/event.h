@@ -73,7 +73,8 @@ EVENTS_STATIC_ASSERT(sizeof(trap_headerEMS) == 24, "trap_headerEMS is 24 octets"
  * transmission header's src, pid, status and target as message headers and
  * a message ID the stream drops repeated copies by.  Sending returns once
  * the client holds the message; the stream's confirmation is awaited, and
- * the message sent again on a failure, in the background.  recv_event
+ * the message sent again on a failure, in the background, for a minute;
+ * close_event waits until every trap is stored or given up.  recv_event
  * returns the consumer's next trap, with the time the stream stored it as
  * the header's time, and acknowledges it once it is in the receive area;
  * a trap is delivered again only if its acknowledgement was lost, and is

@@ -5,12 +5,16 @@
 // for the stream's confirmation in the background and sends it again on a
 // failure or a time-out; the stream drops the copies by that ID.
 //
-// Receiving pulls from a durable consumer.  Pull requests carry no expiry,
-// so the server answers only with traps (or with a status when the
-// request ends for another reason); the client's delivery thread writes a
-// pointer to each message into the connection's pipe.  The caller's
-// thread reads the pipe, hands the trap over, acknowledges it and asks for
-// more when half of what it asked for has come.  The consumer's limit on
+// Receiving pulls from a durable consumer.  The client's threads keep the
+// requests going: the delivery thread asks for more as traps come, and
+// asks again when a request ends with a status (it expired, or the
+// consumer changed leader) or when nothing at all came for a while (a
+// request lost with a leader); the reconnection handler asks again on the
+// new connection.  The delivery thread writes a pointer to each trap into
+// the connection's pipe, so the pipe is readable only when a trap waits,
+// and an application that polls it is never woken for nothing nor left
+// waiting on a request the cluster lost.  The caller's thread reads the
+// pipe, hands the trap over and acknowledges it.  The consumer's limit on
 // unacknowledged messages bounds what can wait in the pipe.
 
 #include "events/jetstream.h"
@@ -32,9 +36,11 @@
 
 #include <cinttypes>
 #include <ctime>
+#include <atomic>
 #include <deque>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -55,12 +61,14 @@ constexpr int kMaxAckPending = 1000;     // bounds what the pipe can hold
 constexpr int64_t kPublishWaitMs = 2000; // confirmation time-out before a resend
 constexpr int64_t kCloseWaitMs = 5000;
 constexpr int64_t kPublishRetryMs = 60000;
-constexpr int kQuietBeforeAskingAgainMs = 2000;
+constexpr int64_t kResendTickMs = 250;
+constexpr int64_t kRequestLifeMs = 1500;     // a pull request expires after this
+constexpr int64_t kQuietBeforeAskingAgainMs = 2000;
+constexpr int64_t kLeastBetweenAsksMs = 250;  // after a status, against a loop of them
 constexpr size_t kRememberedSequences = 16384;
 
-// Pipe entries other than a message.
+// The pipe entry other than a message.
 natsMsg *const kDisconnected = reinterpret_cast<natsMsg *>(uintptr_t{1});
-natsMsg *const kReconnected = reinterpret_cast<natsMsg *>(uintptr_t{2});
 
 void report(const char *fmt, const char *detail) {
   logger(1, "jetstream", fmt, detail);
@@ -165,63 +173,164 @@ int64_t parse_time(const std::string &text) {
   return static_cast<int64_t>(timegm(&fields));
 }
 
-// The delivery thread's only work: a pointer into the pipe.  A full pipe
-// cannot happen while the consumer's limit holds; should it, the message
-// is dropped unacknowledged and the server delivers it again later.
-void post(int fd, natsMsg *msg) {
-  ssize_t n;
-  do {
-    n = write(fd, &msg, sizeof msg);
-  } while (n < 0 && errno == EINTR);
-  if (n != static_cast<ssize_t>(sizeof msg) && msg != kDisconnected && msg != kReconnected)
-    natsMsg_Destroy(msg);
-}
-
-void on_message(natsConnection *, natsSubscription *, natsMsg *msg, void *closure) {
-  post(static_cast<int>(reinterpret_cast<intptr_t>(closure)), msg);
-}
-void on_disconnected(natsConnection *, void *closure) {
-  post(static_cast<int>(reinterpret_cast<intptr_t>(closure)), kDisconnected);
-}
-void on_reconnected(natsConnection *, void *closure) {
-  post(static_cast<int>(reinterpret_cast<intptr_t>(closure)), kReconnected);
-}
-
 int64_t now_ms() {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);
   return now.tv_sec * 1000 + now.tv_nsec / 1000000;
 }
 
+void set_number(natsMsg *msg, const char *key, int64_t value) {
+  char text[24];
+  snprintf(text, sizeof text, "%" PRId64, value);
+  natsMsgHeader_Set(msg, key, text);
+}
+
+int64_t get_number(natsMsg *msg, const char *key, int64_t fallback) {
+  const char *text = nullptr;
+  if (natsMsgHeader_Get(msg, key, &text) != NATS_OK || text == nullptr) return fallback;
+  return strtoll(text, nullptr, 10);
+}
+
+// What the client's threads share with the caller's.  The client's
+// closed handler, the last call it makes for a connection, deletes it.
+struct Link {
+  std::atomic<long> unconfirmed{0};  // traps published and not yet stored
+  std::mutex mutex;
+  jsCtx *js = nullptr;
+  std::vector<natsMsg *> to_resend;  // failed publications, sent on the next tick
+  int pipe_write = -1;
+  bool closing = false;  // the caller is closing the pipe: write no more
+  natsConnection *nc = nullptr;
+  std::string pull_subject, inbox;  // empty without a consumer
+  bool asking = true;               // false once closing
+  int outstanding = 0;              // traps asked for and not yet come
+  int64_t last_ask_ms = 0;
+  // Where the latest acknowledgements went.  Those sent just before a
+  // connection broke may be lost; they are sent again after reconnecting.
+  // The consumer's limit on unacknowledged messages bounds how many can be.
+  std::deque<std::string> recent_acks;
+
+  ~Link() {
+    for (natsMsg *msg : to_resend) natsMsg_Destroy(msg);
+  }
+};
+
 // A publication the stream refused or did not confirm in time goes out
-// again under the same message ID, for a minute from its first attempt:
-// long enough for a cluster to elect new leaders.  It must not sleep: the
-// confirmations of every other publication wait behind it.
-void on_publish_error(jsCtx *js, jsPubAckErr *pae, void *) {
-  const char *since_text = nullptr;
-  int64_t since = natsMsgHeader_Get(pae->Msg, "Events-Since", &since_text) == NATS_OK
-                      ? strtoll(since_text, nullptr, 10)
-                      : 0;
-  if (now_ms() - since > kPublishRetryMs) {
+// again on the next tick under the same message ID, for a minute from its
+// first attempt: long enough for a cluster to elect new leaders.  Waiting
+// for the tick keeps a stream without a leader, which refuses at once,
+// from being asked thousands of times a second; and the handler must not
+// sleep, since the confirmations of every other publication wait behind it.
+void on_publish_result(jsCtx *, natsMsg *msg, jsPubAck *, jsPubAckErr *failure, void *closure) {
+  Link &link = *static_cast<Link *>(closure);
+  if (failure != nullptr && now_ms() - get_number(msg, "Events-Since", 0) <= kPublishRetryMs) {
+    std::lock_guard<std::mutex> hold(link.mutex);
+    link.to_resend.push_back(msg);
+    return;
+  }
+  if (failure != nullptr)
     fprintf(stderr, "jetstream: a trap was not stored within %lld s: %s\n",
             static_cast<long long>(kPublishRetryMs / 1000),
-            pae->ErrText != nullptr ? pae->ErrText : natsStatus_GetText(pae->Err));
-    return;
+            failure->ErrText != nullptr ? failure->ErrText : natsStatus_GetText(failure->Err));
+  --link.unconfirmed;
+  natsMsg_Destroy(msg);
+}
+
+// The tick: a subscription nothing is sent to, whose time-out calls it.
+void on_tick(natsConnection *, natsSubscription *, natsMsg *msg, void *closure) {
+  Link &link = *static_cast<Link *>(closure);
+  natsMsg_Destroy(msg);
+  std::vector<natsMsg *> due;
+  {
+    std::lock_guard<std::mutex> hold(link.mutex);
+    due.swap(link.to_resend);
   }
   jsPubOptions options;
   jsPubOptions_Init(&options);
   options.MaxWait = kPublishWaitMs;
-  js_PublishMsgAsync(js, &pae->Msg, &options);
+  for (natsMsg *&pending : due) {
+    if (js_PublishMsgAsync(link.js, &pending, &options) == NATS_OK) continue;
+    std::lock_guard<std::mutex> hold(link.mutex);
+    link.to_resend.push_back(pending);
+  }
 }
+
+// Writes a pointer into the pipe.  A full pipe cannot happen while the
+// consumer's limit holds; should it, the message is dropped unacknowledged
+// and the server delivers it again later.
+void post(Link &link, natsMsg *msg) {
+  ssize_t n = -1;
+  if (!link.closing) {
+    do {
+      n = write(link.pipe_write, &msg, sizeof msg);
+    } while (n < 0 && errno == EINTR);
+  }
+  if (n != static_cast<ssize_t>(sizeof msg) && msg != kDisconnected) natsMsg_Destroy(msg);
+}
+
+// Asks for more traps when half of what was asked for has come, or, with
+// `again`, in any case: the earlier requests are taken for lost.
+void ask(Link &link, bool again) {
+  if (link.pull_subject.empty() || !link.asking) return;
+  if (again) link.outstanding = 0;
+  if (link.outstanding > kBatch / 2) return;
+  char request[64];
+  snprintf(request, sizeof request, "{\"batch\":%d,\"expires\":%lld}", kBatch - link.outstanding,
+           static_cast<long long>(kRequestLifeMs * 1000000));
+  if (natsConnection_PublishRequestString(link.nc, link.pull_subject.c_str(), link.inbox.c_str(),
+                                          request) == NATS_OK) {
+    link.outstanding = kBatch;
+    link.last_ask_ms = now_ms();
+  }
+}
+
+// The delivery thread: a trap goes into the pipe; a status (the request
+// expired or the consumer changed leader) or a silence (null) means
+// asking again.
+void on_message(natsConnection *, natsSubscription *, natsMsg *msg, void *closure) {
+  Link &link = *static_cast<Link *>(closure);
+  std::lock_guard<std::mutex> hold(link.mutex);
+  const char *status = nullptr;
+  if (msg == nullptr) {
+    ask(link, true);
+  } else if (natsMsgHeader_Get(msg, "Status", &status) == NATS_OK &&
+             natsMsg_GetDataLength(msg) == 0) {
+    natsMsg_Destroy(msg);
+    link.outstanding = 0;
+    if (now_ms() - link.last_ask_ms >= kLeastBetweenAsksMs) ask(link, true);
+  } else {
+    if (link.outstanding > 0) --link.outstanding;
+    ask(link, false);
+    post(link, msg);
+  }
+}
+
+void on_disconnected(natsConnection *, void *closure) {
+  Link &link = *static_cast<Link *>(closure);
+  std::lock_guard<std::mutex> hold(link.mutex);
+  post(link, kDisconnected);
+}
+
+// Requests and the latest acknowledgements may have died with the old
+// connection.
+void on_reconnected(natsConnection *nc, void *closure) {
+  Link &link = *static_cast<Link *>(closure);
+  std::lock_guard<std::mutex> hold(link.mutex);
+  for (const std::string &reply : link.recent_acks)
+    natsConnection_PublishString(nc, reply.c_str(), "+ACK");
+  ask(link, true);
+}
+
+void on_closed(natsConnection *, void *closure) { delete static_cast<Link *>(closure); }
 
 struct Connection {
   natsConnection *nc = nullptr;
   jsCtx *js = nullptr;
   natsSubscription *deliveries = nullptr;
+  natsSubscription *tick = nullptr;
   int pipe_read = -1, pipe_write = -1;
+  Link *link = new Link;  // the closed handler's once connected
   Address address;
-  std::string pull_subject, inbox;
-  int outstanding = 0;  // traps asked for and not yet come
   std::string id_prefix;
   uint64_t published = 0;
   // Stream sequences handed over lately: a message delivered again after
@@ -229,38 +338,58 @@ struct Connection {
   // was delivered, is acknowledged and not handed twice.
   std::unordered_set<uint64_t> handed;
   std::deque<uint64_t> handed_order;
-  // Where the latest acknowledgements went.  Those sent just before a
-  // connection broke may be lost; they are sent again after reconnecting.
-  // The consumer's limit on unacknowledged messages bounds how many can be.
-  std::deque<std::string> recent_acks;
+
+  // After the drain the subscription's thread has made its last call.
+  static void stop(natsSubscription *sub) {
+    if (sub == nullptr) return;
+    if (natsSubscription_Drain(sub) == NATS_OK)
+      natsSubscription_WaitForDrainCompletion(sub, kCloseWaitMs);
+    natsSubscription_Destroy(sub);
+  }
+
+  // Traps that open requests deliver after the drain would wait a whole
+  // ack_wait on the server before coming again: no more requests, and the
+  // open ones are let run out (filled, or expired) first.
+  void let_requests_run_out() {
+    for (;;) {
+      {
+        std::lock_guard<std::mutex> hold(link->mutex);
+        link->asking = false;
+        int64_t all_ended = link->last_ask_ms + kRequestLifeMs + kLeastBetweenAsksMs;
+        if (link->outstanding == 0 || now_ms() > all_ended) return;
+      }
+      poll(nullptr, 0, 20);
+    }
+  }
 
   ~Connection() {
-    if (deliveries != nullptr) {
-      // After the drain the delivery thread has written its last entry.
-      if (natsSubscription_Drain(deliveries) == NATS_OK)
-        natsSubscription_WaitForDrainCompletion(deliveries, kCloseWaitMs);
-      natsSubscription_Destroy(deliveries);
+    if (deliveries != nullptr) let_requests_run_out();
+    stop(deliveries);
+    stop(tick);
+    {
+      std::lock_guard<std::mutex> hold(link->mutex);
+      link->closing = true;
     }
     // What the pipe still holds was never handed over: the server is told
     // so, and delivers it again at once rather than after the wait for an
     // acknowledgement.
-    if (pipe_read >= 0) {
-      natsMsg *msg;
-      while (read(pipe_read, &msg, sizeof msg) == static_cast<ssize_t>(sizeof msg)) {
-        if (msg == kDisconnected || msg == kReconnected) continue;
-        const char *reply = natsMsg_GetReply(msg);
-        if (reply != nullptr) natsConnection_PublishString(nc, reply, "-NAK");
-        natsMsg_Destroy(msg);
-      }
+    natsMsg *msg;
+    while (read(pipe_read, &msg, sizeof msg) == static_cast<ssize_t>(sizeof msg)) {
+      if (msg == kDisconnected) continue;
+      const char *reply = natsMsg_GetReply(msg);
+      if (reply != nullptr) natsConnection_PublishString(nc, reply, "-NAK");
+      natsMsg_Destroy(msg);
     }
     if (js != nullptr) jsCtx_Destroy(js);
     if (nc != nullptr) {
       natsConnection_FlushTimeout(nc, kCloseWaitMs);
       natsConnection_Close(nc);
       natsConnection_Destroy(nc);
+    } else {
+      delete link;
     }
-    if (pipe_read >= 0) ::close(pipe_read);
-    if (pipe_write >= 0) ::close(pipe_write);
+    ::close(pipe_read);
+    ::close(pipe_write);
   }
 };
 
@@ -342,29 +471,19 @@ bool ensure_consumer(Connection &c) {
   return true;
 }
 
-// Asks for more traps when half of what was asked for has come.
-void ask_for_more(Connection &c) {
-  if (c.address.durable.empty() || c.outstanding > kBatch / 2) return;
-  char request[48];
-  snprintf(request, sizeof request, "{\"batch\":%d}", kBatch - c.outstanding);
-  if (natsConnection_PublishRequestString(c.nc, c.pull_subject.c_str(), c.inbox.c_str(),
-                                          request) == NATS_OK)
-    c.outstanding = kBatch;
-}
-
 bool start_pulling(Connection &c) {
   natsInbox *inbox = nullptr;
   if (natsInbox_Create(&inbox) != NATS_OK) return false;
-  c.inbox = inbox;
+  std::lock_guard<std::mutex> hold(c.link->mutex);
+  c.link->inbox = inbox;
   natsInbox_Destroy(inbox);
-  c.pull_subject = "$JS.API.CONSUMER.MSG.NEXT." + c.address.stream + "." + c.address.durable;
-  void *closure = reinterpret_cast<void *>(static_cast<intptr_t>(c.pipe_write));
-  if (natsConnection_Subscribe(&c.deliveries, c.nc, c.inbox.c_str(), on_message, closure) !=
-      NATS_OK)
+  c.link->pull_subject = "$JS.API.CONSUMER.MSG.NEXT." + c.address.stream + "." + c.address.durable;
+  if (natsConnection_SubscribeTimeout(&c.deliveries, c.nc, c.link->inbox.c_str(),
+                                      kQuietBeforeAskingAgainMs, on_message, c.link) != NATS_OK)
     return false;
   // The consumer's limit, not the client's, decides what waits.
   natsSubscription_SetPendingLimits(c.deliveries, -1, -1);
-  ask_for_more(c);
+  ask(*c.link, true);
   return true;
 }
 
@@ -373,7 +492,6 @@ bool connect(Connection &c) {
   if (natsOptions_Create(&options) != NATS_OK) return false;
   std::vector<const char *> servers;
   for (const std::string &server : c.address.servers) servers.push_back(server.c_str());
-  void *closure = reinterpret_cast<void *>(static_cast<intptr_t>(c.pipe_write));
   bool ok = natsOptions_SetServers(options, servers.data(), static_cast<int>(servers.size())) ==
                 NATS_OK &&
             natsOptions_SetTimeout(options, 2000) == NATS_OK &&
@@ -382,16 +500,25 @@ bool connect(Connection &c) {
             natsOptions_SetName(options, "libevents") == NATS_OK &&
             // Servers are tried in the order the URL names them.
             natsOptions_SetNoRandomize(options, true) == NATS_OK &&
-            natsOptions_SetDisconnectedCB(options, on_disconnected, closure) == NATS_OK &&
-            natsOptions_SetReconnectedCB(options, on_reconnected, closure) == NATS_OK;
+            natsOptions_SetDisconnectedCB(options, on_disconnected, c.link) == NATS_OK &&
+            natsOptions_SetReconnectedCB(options, on_reconnected, c.link) == NATS_OK &&
+            natsOptions_SetClosedCB(options, on_closed, c.link) == NATS_OK;
   natsStatus s = ok ? natsConnection_Connect(&c.nc, options) : NATS_ERR;
   natsOptions_Destroy(options);
+  c.link->nc = c.nc;
   if (s != NATS_OK) return report("cannot connect: %s", natsStatus_GetText(s)), false;
   jsOptions js_options;
   jsOptions_Init(&js_options);
   js_options.PublishAsync.MaxPending = 4096;
-  js_options.PublishAsync.ErrHandler = on_publish_error;
-  return natsConnection_JetStream(&c.js, c.nc, &js_options) == NATS_OK;
+  js_options.PublishAsync.AckHandler = on_publish_result;
+  js_options.PublishAsync.AckHandlerClosure = c.link;
+  if (natsConnection_JetStream(&c.js, c.nc, &js_options) != NATS_OK) return false;
+  c.link->js = c.js;
+  natsInbox *inbox = nullptr;
+  if (natsInbox_Create(&inbox) != NATS_OK) return false;
+  s = natsConnection_SubscribeTimeout(&c.tick, c.nc, inbox, kResendTickMs, on_tick, c.link);
+  natsInbox_Destroy(inbox);
+  return s == NATS_OK;
 }
 
 // "traps.SOURCE.E1.E2...": the enterprise of an SNMPv1 trap, read from the
@@ -411,18 +538,6 @@ std::string subject_of(uint32_t source, const unsigned char *message, int length
   if (count <= 0) return subject + "._";
   for (int i = 0; i < count; ++i) subject += "." + std::to_string(enterprise[i]);
   return subject;
-}
-
-void set_number(natsMsg *msg, const char *key, int64_t value) {
-  char text[24];
-  snprintf(text, sizeof text, "%" PRId64, value);
-  natsMsgHeader_Set(msg, key, text);
-}
-
-int64_t get_number(natsMsg *msg, const char *key, int64_t fallback) {
-  const char *text = nullptr;
-  if (natsMsgHeader_Get(msg, key, &text) != NATS_OK || text == nullptr) return fallback;
-  return strtoll(text, nullptr, 10);
 }
 
 // The stream sequence and time of a message from the
@@ -465,10 +580,7 @@ void remember(Connection &c, uint64_t sequence) {
   }
 }
 
-// Reads one pipe entry, waiting for it.  A cluster that moves the
-// consumer to a new leader may lose a waiting request without a word, so
-// a wait that sees nothing for a while asks again; the consumer's limit
-// bounds what the extra requests can bring.
+// Reads one pipe entry, waiting for it.
 natsMsg *next_entry(Connection &c) {
   for (;;) {
     natsMsg *msg = nullptr;
@@ -476,12 +588,7 @@ natsMsg *next_entry(Connection &c) {
     if (n == static_cast<ssize_t>(sizeof msg)) return msg;
     if (n < 0 && errno != EINTR && errno != EAGAIN) return nullptr;
     pollfd wait = {c.pipe_read, POLLIN, 0};
-    int ready = poll(&wait, 1, kQuietBeforeAskingAgainMs);
-    if (ready < 0 && errno != EINTR) return nullptr;
-    if (ready == 0) {
-      c.outstanding = 0;
-      ask_for_more(c);
-    }
+    if (poll(&wait, 1, -1) < 0 && errno != EINTR) return nullptr;
   }
 }
 
@@ -497,7 +604,7 @@ int open(const char *url) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) return -1;
   c->pipe_read = ends[0];
-  c->pipe_write = ends[1];
+  c->pipe_write = c->link->pipe_write = ends[1];
   char host[64] = "";
   gethostname(host, sizeof host - 1);
   timespec now{};
@@ -529,8 +636,12 @@ int publish(int sd, const trap_headerEMS &header, const unsigned char *message, 
   jsPubOptions options;
   jsPubOptions_Init(&options);
   options.MaxWait = kPublishWaitMs;
+  ++c->link->unconfirmed;
   natsStatus s = js_PublishMsgAsync(c->js, &msg, &options);
-  if (msg != nullptr) natsMsg_Destroy(msg);  // not taken
+  if (msg != nullptr) {  // not taken
+    --c->link->unconfirmed;
+    natsMsg_Destroy(msg);
+  }
   return s == NATS_OK ? 0 : -1;
 }
 
@@ -538,25 +649,8 @@ int receive(int sd, trap_headerEMS *header, unsigned char *packet) {
   Connection *c = find(sd);
   if (c == nullptr || c->address.durable.empty()) return EVENT_RECV_ERROR;
   for (;;) {
-    ask_for_more(*c);
     natsMsg *msg = next_entry(*c);
-    if (msg == nullptr) return EVENT_RECV_ERROR;
-    if (msg == kDisconnected) return EVENT_RECV_ERROR;
-    if (msg == kReconnected) {
-      // Requests die with the connection that carried them.
-      c->outstanding = 0;
-      for (const std::string &reply : c->recent_acks)
-        natsConnection_PublishString(c->nc, reply.c_str(), "+ACK");
-      continue;
-    }
-    const char *status = nullptr;
-    if (natsMsgHeader_Get(msg, "Status", &status) == NATS_OK && natsMsg_GetDataLength(msg) == 0) {
-      // The request ended (the consumer changed leader, or went away).
-      natsMsg_Destroy(msg);
-      c->outstanding = 0;
-      continue;
-    }
-    if (c->outstanding > 0) --c->outstanding;
+    if (msg == nullptr || msg == kDisconnected) return EVENT_RECV_ERROR;
     Delivery d = delivery_of(msg);
     bool again = c->handed.count(d.sequence) != 0;
     int length = natsMsg_GetDataLength(msg);
@@ -577,8 +671,10 @@ int receive(int sd, trap_headerEMS *header, unsigned char *packet) {
     const char *reply = natsMsg_GetReply(msg);
     if (reply != nullptr) {
       natsConnection_PublishString(c->nc, reply, "+ACK");
-      c->recent_acks.emplace_back(reply);
-      if (c->recent_acks.size() > static_cast<size_t>(kMaxAckPending)) c->recent_acks.pop_front();
+      std::lock_guard<std::mutex> hold(c->link->mutex);
+      c->link->recent_acks.emplace_back(reply);
+      if (c->link->recent_acks.size() > static_cast<size_t>(kMaxAckPending))
+        c->link->recent_acks.pop_front();
     }
     natsMsg_Destroy(msg);
     if (!again) return result;
@@ -588,10 +684,13 @@ int receive(int sd, trap_headerEMS *header, unsigned char *packet) {
 int close(int sd) {
   auto it = connections.find(sd);
   if (it == connections.end()) return -1;
-  jsPubOptions options;
-  jsPubOptions_Init(&options);
-  options.MaxWait = kCloseWaitMs;
-  js_PublishAsyncComplete(it->second->js, &options);
+  // Every trap sent is stored, or given up after its minute of resending.
+  Link &link = *it->second->link;
+  int64_t give_up = now_ms() + kPublishRetryMs + 2 * kPublishWaitMs;
+  while (link.unconfirmed > 0 && now_ms() < give_up) poll(nullptr, 0, 20);
+  if (link.unconfirmed > 0)
+    fprintf(stderr, "jetstream: %ld traps were not confirmed by the stream\n",
+            link.unconfirmed.load());
   natsConnection_FlushTimeout(it->second->nc, kCloseWaitMs);
   connections.erase(it);
   return 0;

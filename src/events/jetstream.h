@@ -5,9 +5,10 @@
 //
 // A connection is known by the descriptor open returns: the read end of a
 // pipe that the NATS client's delivery thread writes a pointer to, one
-// per message, and which is therefore readable whenever a trap is
-// waiting.  That write is all the client's threads do; every other piece
-// of state is touched on the caller's thread only.
+// per trap, and which is therefore readable exactly when a trap is
+// waiting.  The client's threads also keep the pull requests going and
+// repeat the latest acknowledgements after a reconnection; that state is
+// shared under a lock, the rest is the caller's thread's alone.
 #ifndef EVENTS_SRC_JETSTREAM_H
 #define EVENTS_SRC_JETSTREAM_H
 
@@ -35,8 +36,9 @@ int publish(int sd, const trap_headerEMS &header, const unsigned char *message, 
 // and dropped).
 int receive(int sd, trap_headerEMS *header, unsigned char *packet);
 
-// Waits (a few seconds at most) for publications still unconfirmed,
-// closes the connection and its descriptor.  Returns 0, or -1 for a
+// Waits until every trap published is stored, or given up after a minute
+// of resending (saying so on standard error), then closes the connection
+// and its descriptor.  Returns 0, or -1 for a
 // descriptor that is not a JetStream connection.
 int close(int sd);
 

@@ -1,6 +1,7 @@
 #include "support/nats_server.h"
 
 #include <netinet/in.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -24,16 +25,25 @@ uint16_t free_tcp_port() {
 
 NatsNode::NatsNode(const TempDir &dir, const std::string &name, std::vector<std::string> cluster)
     : port_(free_tcp_port()),
+      log_(dir.file(name + ".log")),
       args_{"nats-server", "-js", "-a", "127.0.0.1", "-p", std::to_string(port_), "-sd",
-            dir.file(name), "--server_name", name} {
+            dir.file(name), "--server_name", name, "-l", log_} {
   args_.insert(args_.end(), cluster.begin(), cluster.end());
   start();
 }
 
+// The server logs to a file: a pipe nobody reads would stop it once full.
 bool NatsNode::start() {
+  size_t logged_before = read_file(log_).size();
   process_ = std::make_unique<ChildProcess>(args_);
-  if (process_->wait_for_line("Server is ready", std::chrono::seconds(20)).empty())
-    process_.reset();
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (read_file(log_).find("Server is ready", logged_before) == std::string::npos) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      process_.reset();
+      break;
+    }
+    poll(nullptr, 0, 50);
+  }
   return running();
 }
 

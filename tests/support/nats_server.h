@@ -28,6 +28,7 @@ class NatsNode {
 
  private:
   uint16_t port_;
+  std::string log_;
   std::vector<std::string> args_;
   std::unique_ptr<ChildProcess> process_;
 };
