@@ -4,7 +4,8 @@
 # hub relays traps from hubevent and from net-snmp's snmptrap and
 # snmpinform (SNMPv2c, translated by the hub) to listeners that format them
 # by the example configuration or print them as JSON lines; hubconf imports
-# the trap definitions of a MIB module and explains choices of format.
+# the trap definitions of a MIB module and explains choices of format; a
+# console reading a NATS JetStream stream stops and catches up.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh >/dev/null
@@ -14,6 +15,7 @@ build/examples/trap_roundtrip
 
 work=$(mktemp -d)
 hub_pid=
+nats_pid=
 listen_pid=
 log_pid=
 json_pid=
@@ -22,6 +24,7 @@ cleanup() {
   [ -n "$log_pid" ] && kill "$log_pid" 2>/dev/null || true
   [ -n "$json_pid" ] && kill "$json_pid" 2>/dev/null || true
   [ -n "$hub_pid" ] && kill "$hub_pid" 2>/dev/null || true
+  [ -n "$nats_pid" ] && kill "$nats_pid" 2>/dev/null || true
   wait 2>/dev/null || true
   rm -rf "$work"
 }
@@ -115,3 +118,37 @@ build/tools/hubconf match --file "$work/hubd.conf" 1.3.6.1.4.1.9.9.99 6 5 --node
 echo
 sed "s#/usr/KZ/conf/C/#$PWD/examples/#" examples/hubd.conf > build/hubd.conf
 build/tools/hubconf check build/hubd.conf
+
+# The event channel on NATS JetStream: a hub that also publishes to a
+# stream, and a console that stops and, started again, catches up on the
+# traps it missed.
+echo
+nats_port=$((20000 + RANDOM % 20000))
+url="nats://127.0.0.1:$nats_port/TRAPS"
+echo "== nats-server -js on 127.0.0.1:$nats_port; hubd-dev --jetstream $url"
+nats-server -js -a 127.0.0.1 -p "$nats_port" -sd "$work/nats" -l "$work/nats.log" &
+nats_pid=$!
+wait_for "grep -q 'Server is ready' '$work/nats.log' 2>/dev/null"
+js_socket=$work/js.socket
+build/tools/hubd-dev --unix "$js_socket" --jetstream "$url" >"$work/js-hub.log" 2>&1 &
+hub_pid=$!
+wait_for "[ -S '$js_socket' ]"
+send_numbered() {
+  build/tools/hubevent send -t unix -n "$js_socket" --agent 127.0.0.1 trap 1.3.6.1.4.1.9.9.99 6 5 \
+    1.3.6.1.4.1.9.9.99.1.1.0 s "fan tray $1 removed"
+}
+console() {
+  build/tools/hubevent listen -t jetstream -n "$url" --durable console --count "$1" \
+    --examples --format --color=never 2>/dev/null
+}
+send_numbered 1
+echo "== the console takes the first trap, then stops"
+console 1
+send_numbered 2
+send_numbered 3
+echo "== two traps were sent while it was stopped; started again, it catches up"
+console 2
+kill "$hub_pid" "$nats_pid"
+wait "$hub_pid" "$nats_pid" || true
+hub_pid=
+nats_pid=
