@@ -138,7 +138,7 @@ send_numbered() {
     1.3.6.1.4.1.9.9.99.1.1.0 s "fan tray $1 removed"
 }
 console() {
-  build/tools/hubevent listen -t jetstream -n "$url" --durable console --count "$1" \
+  timeout 30 build/tools/hubevent listen -t jetstream -n "$url" --durable console --count "$1" \
     --examples --format --color=never 2>/dev/null
 }
 send_numbered 1
