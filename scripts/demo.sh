@@ -137,9 +137,10 @@ send_numbered() {
   build/tools/hubevent send -t unix -n "$js_socket" --agent 127.0.0.1 trap 1.3.6.1.4.1.9.9.99 6 5 \
     1.3.6.1.4.1.9.9.99.1.1.0 s "fan tray $1 removed"
 }
+# The Cisco wildcard format is LOGONLY: the console shows the daemon's log.
 console() {
   timeout 30 build/tools/hubevent listen -t jetstream -n "$url" --durable console --count "$1" \
-    --examples --format --color=never 2>/dev/null
+    --examples --format hubd --color=never 2>/dev/null
 }
 send_numbered 1
 echo "== the console takes the first trap, then stops"
