@@ -20,7 +20,9 @@
 #include "kz_mib.h"
 #include "kz_platform.h"
 #include "oidtree.h"
-#include "trp_format.h"
+#include "trap_formatter.h"
+#include "trapspec_reader.h"
+#include "value_format.h"
 
 EVENTS_EXPORT int have_read_mibtxt = 0;
 EVENTS_EXPORT int have_read_mappings = 0;

@@ -22,7 +22,6 @@
 #include "kz_platform.h"
 #include "trapspec_check.h"
 #include "trapspec_writer.h"
-#include "trp_format.h"
 
 namespace {
 
