@@ -111,9 +111,9 @@ EVENTS_EXPORT extern char *EMScategories[EMS_MAX_CATEGORIES + 1];
 EVENTS_EXPORT extern actionCmd *actionCommands;
 EVENTS_EXPORT extern int numActionCommands;
 
-/* File keywords, shared by the reader and the writer.  A host application may point them at other texts (or
- * change the texts in place) before a read; each read takes their lengths
- * anew. */
+/* File keywords, shared by the reader and the writer.  A host application
+ * may point them at other texts (or change the texts in place) before a
+ * read; each read takes their lengths anew. */
 EVENTS_EXPORT extern char *execKeyword;       /* "EXEC" */
 EVENTS_EXPORT extern char *displayKeyword;    /* "DISPLAY" */
 EVENTS_EXPORT extern char *forwardKeyword;    /* "FORWARD" */
