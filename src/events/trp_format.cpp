@@ -12,15 +12,17 @@
 #include <ctime>
 #include <string>
 #include <string_view>
-#include <vector>
 
+#include "catalog_format.h"
 #include "codeptcat.h"
 #include "events/host_cache.h"
 #include "events_msg.h"
 #include "kz_mib.h"
 #include "kz_platform.h"
 #include "oidtree.h"
-#include "trp_format.h"
+#include "trap_formatter.h"
+#include "trapspec_reader.h"
+#include "value_format.h"
 
 EVENTS_EXPORT int have_read_mibtxt = 0;
 EVENTS_EXPORT int have_read_mappings = 0;
@@ -81,30 +83,6 @@ class Appender {
   int size_;
   int used_;
 };
-
-// The printf conversions of `text` ("%-10s", "%ld"), in order, without
-// "%%"; false when a conversion is left unfinished.
-bool conversions(std::string_view text, std::vector<std::string_view> *found) {
-  for (auto at = text.find('%'); at != std::string_view::npos; at = text.find('%', at)) {
-    auto end = text.find_first_of("diouxXeEfgGcspn%", at + 1);
-    if (end == std::string_view::npos) return false;
-    if (end != at + 1 || text[end] != '%') found->push_back(text.substr(at, end - at + 1));
-    at = end + 1;
-  }
-  return true;
-}
-
-bool same_conversions(std::string_view a, std::string_view b) {
-  std::vector<std::string_view> in_a, in_b;
-  return conversions(a, &in_a) && conversions(b, &in_b) && in_a == in_b;
-}
-
-// A catalog text used as a format only when it asks for exactly the
-// arguments of the built-in text; a catalog file is outside input.
-const char *catalog_format(int set, int number, const char *builtin) {
-  const char *text = _eventsMsg(set, number, const_cast<char *>(builtin));
-  return text != nullptr && same_conversions(text, builtin) ? text : builtin;
-}
 
 // Fills a compiled template: each "%s" takes the next text, "%%" is one
 // "%", anything else (a stray conversion an escape left behind, a "%s"
@@ -340,8 +318,9 @@ extern "C" EVENTS_EXPORT void trap_sprintf(char *buf, int size, trap_element *tr
           return;
         }
         if (arg.arg_num > sti_ptr->vars)
-          text.printf(catalog_format(1, 2, "FMT ERROR: accessing element #%d, only %d available"),
-                      arg.arg_num, sti_ptr->vars);
+          text.printf(
+              events::catalog_format(1, 2, "FMT ERROR: accessing element #%d, only %d available"),
+              arg.arg_num, sti_ptr->vars);
         else
           format_arg(arg.arg_num, arg.arg_type, sti_ptr, out, room, vars);
         break;
@@ -398,12 +377,12 @@ int load_configuration(char *buffer, int max_buffer_len) {
     have_read_mibtxt = 1;
     if (KZmib_load_mib() != 0) {
       Appender(buffer, max_buffer_len, 0)
-          .printf(catalog_format(1, 3, "Cannot read MIB intermediate file '%s'\n"),
+          .printf(events::catalog_format(1, 3, "Cannot read MIB intermediate file '%s'\n"),
                   KZmib_get_mib_filename());
       return 2;
     }
   }
-  while (!have_read_hubdconf) {
+  if (!have_read_hubdconf) {
     have_read_hubdconf = 1;
     char *error = nullptr;
     if (read_trapspec_file(&error) != 0) {
