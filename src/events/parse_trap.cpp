@@ -64,6 +64,18 @@ const char *decode_value(unsigned char *value, int room, SnmpVarBindEMS *binding
   }
 }
 
+// Takes the agent's address from a notification-address binding.  Returns
+// whether the binding was one; it then holds no entry of the array.
+bool take_agent(const SnmpVarBindEMS &binding, snmp_trap_infoEMS *sti) {
+  bool is_string = binding.type == ASN_OCTET_STR || binding.type == ASN_OPAQUE;
+  // Arc 7 tells the notification-address variable apart cheaply.
+  if (!is_string || binding.oid[6] != kNotificationAddress[6] ||
+      !isVaultraNotificationAddress(binding.oid))
+    return false;
+  memcpy(&sti->agent, binding.val.string + 1, sizeof sti->agent);
+  return true;
+}
+
 }  // namespace
 
 extern "C" EVENTS_EXPORT int isVaultraNotificationAddress(const ObjectIdEMS *enterprise) {
@@ -128,13 +140,10 @@ int trap_reporting(unsigned char *buf, int len, snmp_trap_infoEMS *sti, EMSsnmpV
       return parse_failed(failure);
     }
     ++count;
-    bool is_string = binding->type == ASN_OCTET_STR || binding->type == ASN_OPAQUE;
-    if (is_string && isVaultraNotificationAddress(binding->oid)) {
-      memcpy(&sti->agent, binding->val.string + 1, sizeof sti->agent);
+    if (take_agent(*binding, sti))
       notification_seen = true;
-    } else {
+    else
       ++entry;
-    }
   }
   sti->vars = notification_seen ? count - 1 : count;
   return 0;
@@ -173,25 +182,15 @@ bool trap_fast(const unsigned char *buf, int len, snmp_trap_infoEMS *sti, EMSsnm
   }
   if ((p = ber::header(p + length, end, &type, &length)) == nullptr || type != ASN_SEQUENCE)
     return false;
-  const unsigned char *const list_end = p + length;
-
-  int count = 0;
-  int entry = 0;
   bool notification_seen = false;
-  while (p < list_end && count < sti->maxvars) {
-    SnmpVarBindEMS *binding = &vars[entry];
-    if ((p = ber::binding(p, list_end, binding, true)) == nullptr) return false;
-    ++count;
-    bool is_string = binding->type == ASN_OCTET_STR || binding->type == ASN_OPAQUE;
-    // Arc 7 tells the notification-address variable apart cheaply.
-    if (is_string && binding->oid[6] == kNotificationAddress[6] &&
-        isVaultraNotificationAddress(binding->oid)) {
-      memcpy(&sti->agent, binding->val.string + 1, sizeof sti->agent);
-      notification_seen = true;
-    } else {
-      ++entry;
-    }
-  }
+  bool more;
+  int count = ber::binding_list(p, p + length, vars, sti->maxvars, true, &more,
+                                [&](const SnmpVarBindEMS &binding) {
+                                  bool taken = take_agent(binding, sti);
+                                  notification_seen |= taken;
+                                  return taken;
+                                });
+  if (count < 0) return false;
   sti->vars = notification_seen ? count - 1 : count;
   return true;
 }

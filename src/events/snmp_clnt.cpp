@@ -147,18 +147,12 @@ bool response_fast(const unsigned char *data, int length, snmp_info *response,
       return false;
   }
   if ((p = ber::header(p + n, end, &type, &n)) == nullptr || type != ASN_SEQUENCE) return false;
-  const unsigned char *const list_end = p + n;
-  int count = 0;
-  while (p < list_end) {
-    // One binding more than the array holds is counted, not decoded.
-    if (count >= response->maxvars) {
-      ++count;
-      break;
-    }
-    if ((p = ber::binding(p, list_end, &vars[count], false)) == nullptr) return false;
-    ++count;
-  }
-  response->vars = count;
+  // One binding more than the array holds is counted, not decoded.
+  bool more;
+  int count = ber::binding_list(p, p + n, vars, response->maxvars, false, &more,
+                                [](const SnmpVarBindEMS &) { return false; });
+  if (count < 0) return false;
+  response->vars = count + more;
   return true;
 }
 
