@@ -27,43 +27,6 @@ int parse_failed(const char *text) {
   return -1;
 }
 
-// Decodes the value at `value` (of `room` octets) into the binding by its
-// type.  Returns the failure text, or NULL on success.
-const char *decode_value(unsigned char *value, int room, SnmpVarBindEMS *binding) {
-  switch (binding->type) {
-    case ASN_INTEGER:
-    case ASN_IPADDRESS:
-    case ASN_COUNTER:
-    case ASN_GAUGE:
-    case ASN_TIMETICKS:
-      binding->val_len = kIntSize;
-      return asnParseInt09(value, &room, &binding->val.integer, kIntSize)
-                 ? nullptr
-                 : "varbind int parse error";
-    case ASN_OCTET_STR:
-    case ASN_OPAQUE: {
-      int capacity = SNMP_STRING_MAX;
-      if (!asnParseString09(value, &room, binding->val.string, &capacity))
-        return "varbind string parse error";
-      binding->val_len = static_cast<uint32_t>(capacity);
-      return nullptr;
-    }
-    case ASN_NULL:
-      // Whatever its contents, a NULL holds no value.
-      binding->val_len = 0;
-      return nullptr;
-    case ASN_OBJECT_ID: {
-      int capacity = SNMP_OID_MAX;
-      if (!asnParseObjid09(value, &room, binding->val.objid, &capacity))
-        return "varbind objid parse error";
-      binding->val_len = static_cast<uint32_t>(capacity);
-      return nullptr;
-    }
-    default:
-      return "invalid type";
-  }
-}
-
 // Takes the agent's address from a notification-address binding.  Returns
 // whether the binding was one; it then holds no entry of the array.
 bool take_agent(const SnmpVarBindEMS &binding, snmp_trap_infoEMS *sti) {
@@ -133,12 +96,9 @@ int trap_reporting(unsigned char *buf, int len, snmp_trap_infoEMS *sti, EMSsnmpV
     binding->oid_length = static_cast<uint32_t>(name_length);
     binding->val_len = static_cast<uint32_t>(value_length);
     binding->undecoded = 0;
-    const char *failure =
-        decode_value(value, std::min<int>(kValueRoom, static_cast<int>(end - value)), binding);
-    if (failure != nullptr) {
-      binding->val_len = 0;  // not the raw length, which may exceed the record
-      return parse_failed(failure);
-    }
+    const char *failure = decode_value(
+        value, std::min<int>(kValueRoom, static_cast<int>(end - value)), binding, {true, false});
+    if (failure != nullptr) return parse_failed(failure);
     ++count;
     if (take_agent(*binding, sti))
       notification_seen = true;
