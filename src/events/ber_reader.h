@@ -53,10 +53,13 @@ enum class LengthForm { kOk, kBadForm, kShort };
   // Every element, a NULL included, takes at least two octets.
   if (end - p < 2 || (p[0] & 0x1F) == 0x1F) return nullptr;
   *type = p[0];
-  uint32_t n;
-  int octets;
-  if (ber::length(p + 1, end, &n, &octets) != LengthForm::kOk) return nullptr;
-  p += 1 + octets;
+  uint32_t n = p[1];
+  p += 2;
+  if (n >= 0x80) {
+    int octets;
+    if (ber::length(p - 1, end, &n, &octets) != LengthForm::kOk) return nullptr;
+    p += octets - 1;
+  }
   if (n > static_cast<uint64_t>(end - p)) return nullptr;
   *length = n;
   return p;
