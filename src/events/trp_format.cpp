@@ -5,6 +5,7 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -76,7 +77,21 @@ class Appender {
     va_end(args);
     if (n > 0) used_ = std::min(used_ + n, size_ - 1);
   }
+  // Appends text[0..n), cut as printf would cut it.
+  void append(const char *text, size_t n) {
+    if (used_ >= size_ - 1) return;
+    n = std::min(n, static_cast<size_t>(size_ - 1 - used_));
+    memcpy(out_ + used_, text, n);
+    used_ += static_cast<int>(n);
+    out_[used_] = '\0';
+  }
+  void append(std::string_view text) { append(text.data(), text.size()); }
+  void append(int number) {
+    char digits[16];
+    append(digits, static_cast<size_t>(std::to_chars(digits, digits + sizeof digits, number).ptr - digits));
+  }
   int room() const { return size_ - used_; }
+  int used() const { return used_; }
 
  private:
   char *out_;
@@ -247,9 +262,12 @@ extern "C" EVENTS_EXPORT void format_arg(int arg_num, substitute_arg arg_type,
       call_formatKWMcp(buffer, buflen, var, sti_ptr->vars, k);
       return;
     default: {
+      // `$*` renders every binding this way: pieces are appended, not printed.
       Appender out(buffer, buflen, 0);
-      out.printf("[%d] ", arg_num);
-      int used = static_cast<int>(strlen(buffer));
+      out.append("[");
+      out.append(arg_num);
+      out.append("] ");
+      int used = out.used();
       if (write_variable_name(var, buffer + used, buflen - used)) return;
       char *position = buffer + used;
       int room = buflen - used;
@@ -258,9 +276,10 @@ extern "C" EVENTS_EXPORT void format_arg(int arg_num, substitute_arg arg_type,
         char kind[32];
         formatKind(kind, sizeof kind, var);
         Appender more(buffer, buflen, static_cast<int>(position - buffer));
-        more.printf(" (%s): ", kind);
-        int at = static_cast<int>(strlen(buffer));
-        formatValue(buffer + at, buflen - at, var);
+        more.append(" (");
+        more.append(kind);
+        more.append("): ");
+        formatValue(buffer + more.used(), buflen - more.used(), var);
       }
       return;
     }
@@ -303,13 +322,14 @@ extern "C" EVENTS_EXPORT void trap_sprintf(char *buf, int size, trap_element *tr
       case ARG_T: text.printf("%d", static_cast<int>(sti_ptr->time)); break;
       case ARG_POUND: text.printf("%d", sti_ptr->vars); break;
       case ARG_STAR:
-        for (int j = 1; j <= sti_ptr->vars; ++j) {
-          int at = static_cast<int>(strlen(out));
+        for (int j = 1, at = 0; j <= sti_ptr->vars; ++j) {
           if (room - at <= 1) break;
           out[at] = ' ';
           out[at + 1] = '\0';
           format_arg(j, ARG_NUM_DEF, sti_ptr, out + at + 1, room - at - 1, vars);
-          Appender(out, room, static_cast<int>(strlen(out))).printf("\n");
+          Appender line(out, room, at + 1 + static_cast<int>(strlen(out + at + 1)));
+          line.append("\n");
+          at = line.used();
         }
         break;
       default:
