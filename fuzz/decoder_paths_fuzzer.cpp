@@ -4,14 +4,17 @@
 // stepwise path accepts with the same records.  Whatever either accepts
 // must also stay within the records: no length above its member's
 // capacity, no count above the array's.  The codec's limit classifier
-// reads each input too.  The first octet, when present, picks a binding
-// capacity from 0 to 8.
+// reads each input too.  Read as a bare binding list, each input must
+// give the same bindings under the trap's and the response's rules unless
+// an Opaque value tells them apart.  The first octet, when present, picks
+// a binding capacity from 0 to 8.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
 
+#include "ber_reader.h"
 #include "decode_paths.h"
 
 namespace {
@@ -92,6 +95,23 @@ void check_response(unsigned char *message, int size, int maxvars) {
   for (int i = 0; i < decoded; ++i) require(same_binding(fast_vars[i], slow_vars[i]));
 }
 
+// The list rules differ only in Opaque values: whatever the response's
+// rule reads, the trap's reads the same; where the trap's rule reads no
+// Opaque, the response's reads it too.
+void check_list_rules(const unsigned char *list, int size, int capacity) {
+  static SnmpVarBindEMS trap_vars[kCapacity], response_vars[kCapacity];
+  auto keep = [](const SnmpVarBindEMS &) { return false; };
+  bool trap_more = false, response_more = false;
+  int trap = events::ber::binding_list(list, list + size, trap_vars, capacity, true, &trap_more, keep);
+  int response =
+      events::ber::binding_list(list, list + size, response_vars, capacity, false, &response_more, keep);
+  bool opaque = false;
+  for (int i = 0; i < trap; ++i) opaque |= trap_vars[i].type == ASN_OPAQUE;
+  if (response < 0 && (trap < 0 || opaque)) return;
+  require(trap == response && trap_more == response_more);
+  for (int i = 0; i < trap; ++i) require(same_binding(trap_vars[i], response_vars[i]));
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -99,6 +119,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const int maxvars = size > 0 ? data[0] % (kCapacity + 1) : kCapacity;
   check_trap(message.data(), static_cast<int>(size), maxvars);
   check_response(message.data(), static_cast<int>(size), maxvars);
+  check_list_rules(message.data(), static_cast<int>(size), maxvars);
   int limit = snmp_message_limit(message.data(), static_cast<int>(size));
   require(limit >= SNMP_LIMIT_NONE && limit <= SNMP_LIMIT_COMMUNITY);
   return 0;

@@ -20,8 +20,9 @@
 
 #include <stdio.h>
 
+#include "config_error.h"
 #include "events_export.h"
-#include "trp_format.h"
+#include "trapspec_model.h"
 
 EVENTS_BEGIN_DECLS
 
@@ -51,8 +52,9 @@ typedef struct alert_record {
  *   holds it locked through every retry (about 20 seconds); the stream is
  *   then closed and *fp is NULL.
  * read_voraspec_file hangs every record of the file on its trap format.
- *   0, or -1 with the reason (naming the line) in the static text that
- *   *errstring_ptr always points to ("" on success).  Records read before
+ *   0, or -1 with the reason (naming the line) in the static text of
+ *   VORASPEC_ERROR_SIZE bytes that *errstring_ptr always points to ("" on
+ *   success).  Records read before
  *   an error stay in the model.
  * insert_malloc_alert_record hangs `alert_record_ptr` on the format named
  *   `alertname` and records that name; a list hung there before is

@@ -19,7 +19,7 @@
 #include <stdio.h>
 
 #include "events_export.h"
-#include "trp_format.h"
+#include "trapspec_model.h"
 
 EVENTS_BEGIN_DECLS
 

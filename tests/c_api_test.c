@@ -1,4 +1,5 @@
-/* Every public header compiles as C11, and the library links from C.
+/* Every public header compiles as C11 (each alone too: see the units built
+ * beside this file), and the library links from C.
  * Exits non-zero on the first failed check. */
 #include <stdio.h>
 #include <string.h>

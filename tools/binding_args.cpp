@@ -182,6 +182,15 @@ std::string read_trap(int argc, char *const *argv, snmp_trap_infoEMS *trap, Snmp
   return std::string();
 }
 
+std::string dotted(const ObjectIdEMS *arcs, uint32_t length, bool leading_dot) {
+  std::string text;
+  for (uint32_t i = 0; i < length && i < SNMP_OID_MAX; ++i) {
+    if (leading_dot || i > 0) text += '.';
+    text += std::to_string(arcs[i]);
+  }
+  return text;
+}
+
 }  // namespace tools
 
 extern "C" int tools_read_trap(int argc, char *const *argv, snmp_trap_infoEMS *trap,

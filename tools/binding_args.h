@@ -41,6 +41,10 @@ std::string read_value(const char *type, const char *value, SnmpVarBindEMS *b);
 std::string read_trap(int argc, char *const *argv, snmp_trap_infoEMS *trap, SnmpVarBindEMS *vars,
                       int max);
 
+// An identifier as dotted numbers, at most SNMP_OID_MAX arcs: "1.3.6.1",
+// or ".1.3.6.1" with leading_dot, as net-snmp's numeric output writes it.
+std::string dotted(const ObjectIdEMS *arcs, uint32_t length, bool leading_dot = false);
+
 }  // namespace tools
 
 #endif

@@ -37,6 +37,7 @@
 #include <string>
 #include <vector>
 
+#include "ber_reader.h"
 #include "cli.h"
 #include "event.h"
 #include "snmp.h"
@@ -337,12 +338,17 @@ std::string describe_trap(const std::vector<unsigned char> &message) {
 long element_length(const unsigned char *octets, size_t size) {
   if (size >= 1 && octets[0] != ASN_SEQUENCE) return -1;
   if (size < 2) return 0;
-  size_t count = octets[1] & 0x80 ? octets[1] & 0x7Fu : 0;
-  if (octets[1] == 0x80 || count > 4) return -1;
-  if (size < 2 + count) return 0;
-  unsigned long body = count == 0 ? octets[1] : 0;
-  for (size_t i = 0; i < count; ++i) body = (body << 8) | octets[2 + i];
-  return static_cast<long>(2 + count + body);
+  uint32_t body = 0;
+  int length_octets = 0;
+  switch (events::ber::length(octets + 1, octets + size, &body, &length_octets)) {
+    case events::ber::LengthForm::kBadForm:
+      return -1;
+    case events::ber::LengthForm::kShort:
+      return 0;
+    case events::ber::LengthForm::kOk:
+      break;
+  }
+  return static_cast<long>(1 + length_octets + static_cast<long>(body));
 }
 
 void flush(Hub &hub, Endpoint &client, int fd) {

@@ -281,15 +281,6 @@ int send_trap_command(const Options &options, int argc, char **argv) {
   return 0;
 }
 
-std::string dotted(const ObjectIdEMS *arcs, uint32_t length) {
-  std::string text;
-  for (uint32_t i = 0; i < length && i < SNMP_OID_MAX; ++i) {
-    if (i > 0) text += '.';
-    text += std::to_string(arcs[i]);
-  }
-  return text;
-}
-
 // An IPv4 address whose octets lie in memory in wire order.
 std::string address_text(const void *wire_order) {
   const auto *octets = static_cast<const unsigned char *>(wire_order);
@@ -339,7 +330,7 @@ std::string value_text(const SnmpVarBindEMS &b, Form *form) {
     case ASN_IPADDRESS:
       return address_text(&b.val.integer);
     case ASN_OBJECT_ID:
-      return dotted(b.val.objid, b.val_len);
+      return tools::dotted(b.val.objid, b.val_len);
     case ASN_NULL:
       return "";
     default:
@@ -454,7 +445,8 @@ std::string received_time() {
 }
 
 nlohmann::ordered_json binding_json(SnmpVarBindEMS &b) {
-  nlohmann::ordered_json binding = {{"oid", dotted(b.oid, b.oid_length)}, {"type", kind_name(b)}};
+  nlohmann::ordered_json binding = {{"oid", tools::dotted(b.oid, b.oid_length)},
+                                    {"type", kind_name(b)}};
   nlohmann::ordered_json &value = binding["value"];
   Form form = Form::kPlain;
   switch (b.type) {
@@ -502,13 +494,13 @@ void print_json(long index, int length, const trap_headerEMS &header, snmp_trap_
        {{"source", header.src}, {"pid", header.pid}, {"status", header.status},
         {"target", header.target}, {"time", header.time}}},
       {"community", octet_text(trap.community, static_cast<uint32_t>(trap.clen), &hex)},
-      {"enterprise", dotted(trap.enterprise, static_cast<uint32_t>(trap.elen))},
+      {"enterprise", tools::dotted(trap.enterprise, static_cast<uint32_t>(trap.elen))},
       {"agent", address_text(&trap.agent)},
       {"generic", trap.gen},
       {"specific", trap.specific},
       {"time", trap.time},
       {"trap_oid", trap_oid_length < 0 ? nlohmann::ordered_json()
-                                       : nlohmann::ordered_json(dotted(
+                                       : nlohmann::ordered_json(tools::dotted(
                                              trap_oid, static_cast<uint32_t>(trap_oid_length)))},
       {"bindings", nlohmann::ordered_json::array()}};
   for (int i = 0; i < trap.vars; ++i) line["bindings"].push_back(binding_json(vars[i]));
@@ -531,7 +523,8 @@ void print_trap(long index, int length, const trap_headerEMS &header, snmp_trap_
   bool hex = false;
   printf("  community   %s\n",
          octet_text(trap.community, static_cast<uint32_t>(trap.clen), &hex).c_str());
-  printf("  enterprise  %s\n", dotted(trap.enterprise, static_cast<uint32_t>(trap.elen)).c_str());
+  printf("  enterprise  %s\n",
+         tools::dotted(trap.enterprise, static_cast<uint32_t>(trap.elen)).c_str());
   printf("  agent       %s\n", address_text(&trap.agent).c_str());
   printf("  generic     %u\n  specific    %u\n  time        %u\n", trap.gen, trap.specific,
          trap.time);
@@ -544,7 +537,7 @@ void print_trap(long index, int length, const trap_headerEMS &header, snmp_trap_
   for (int i = 0; i < trap.vars; ++i) {
     Form form = Form::kPlain;
     std::string value = value_text(vars[i], &form);
-    printf("  %s = %s: %s\n", dotted(vars[i].oid, vars[i].oid_length).c_str(),
+    printf("  %s = %s: %s\n", tools::dotted(vars[i].oid, vars[i].oid_length).c_str(),
            kind_name(vars[i]).c_str(), (form == Form::kText ? quoted_text(value) : value).c_str());
   }
   putchar('\n');

@@ -232,18 +232,11 @@ usm_session *v3_session(const Settings &s) {
   return session;
 }
 
-std::string dotted(const ObjectIdEMS *arcs, uint32_t length) {
-  std::string text;
-  for (uint32_t i = 0; i < std::min<uint32_t>(length, SNMP_OID_MAX); ++i)
-    text += "." + std::to_string(arcs[i]);
-  return text;
-}
-
 // An identifier as the output flags ask: dotted numbers, the full label
 // path, or by default the path from its last label on ("sysDescr.0");
 // with no label it stays numeric.
 std::string name_of(const ObjectIdEMS *arcs, uint32_t length, Names names) {
-  if (names == Names::Numeric) return dotted(arcs, length);
+  if (names == Names::Numeric) return tools::dotted(arcs, length, true);
   length = std::min<uint32_t>(length, SNMP_OID_MAX);
   // Labels may be of any length: a path that fills the room may be cut.
   std::vector<char> path(256);

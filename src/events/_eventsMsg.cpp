@@ -8,7 +8,10 @@
 #include <clocale>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
+#include <vector>
 
+#include "catalog_format.h"
 #include "events_msg.h"
 
 namespace {
@@ -73,3 +76,32 @@ extern "C" EVENTS_EXPORT char *_eventsMsg(int setn, int n, char *s) {
 extern "C" EVENTS_EXPORT int ___eventsMsg_fd__(void) {
   return static_cast<int>(reinterpret_cast<intptr_t>(catalog.descriptor));
 }
+
+namespace {
+
+// The printf conversions of `text` ("%-10s", "%ld"), in order, without
+// "%%"; false when a conversion is left unfinished.  Only the conversions
+// of integers, characters, strings and pointers end one.
+bool conversions(std::string_view text, std::vector<std::string_view> *found) {
+  for (auto at = text.find('%'); at != std::string_view::npos; at = text.find('%', at)) {
+    auto end = text.find_first_of("diouxXcsp%", at + 1);
+    if (end == std::string_view::npos) return false;
+    if (end != at + 1 || text[end] != '%') found->push_back(text.substr(at, end - at + 1));
+    at = end + 1;
+  }
+  return true;
+}
+
+}  // namespace
+
+namespace events {
+
+const char *catalog_format(int set, int number, const char *builtin) {
+  const char *text = _eventsMsg(set, number, const_cast<char *>(builtin));
+  std::vector<std::string_view> asked, built_in;
+  bool same = text != nullptr && conversions(text, &asked) && conversions(builtin, &built_in) &&
+              asked == built_in;
+  return same ? text : builtin;
+}
+
+}  // namespace events

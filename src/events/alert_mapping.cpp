@@ -17,8 +17,11 @@
 #include <vector>
 
 #include "config_backup.h"
+#include "config_base.h"
+#include "config_error.h"
 #include "config_line.h"
 #include "kz_platform.h"
+#include "model_internal.h"
 #include "trapspec_writer.h"
 
 namespace {
@@ -41,18 +44,13 @@ enum Subvector {
 struct AlertFileState {
   char path[PATH_MAX];
   int locked_fd = -1;  // the file's descriptor while the reader holds it
-  char error[2 * kLineSize + PATH_MAX];
+  char error[VORASPEC_ERROR_SIZE];
   char dot[2] = ".";  // put in front of identifiers written without one
 };
 AlertFileState vora;
 
-void set_error(const char *format, ...) __attribute__((format(printf, 1, 2)));
-void set_error(const char *format, ...) {
-  va_list args;
-  va_start(args, format);
-  vsnprintf(vora.error, sizeof vora.error, format, args);
-  va_end(args);
-}
+static_assert(VORASPEC_ERROR_SIZE >= 2 * kLineSize + PATH_MAX,
+              "an error text holds two lines and a path");
 
 bool is_cause(int key) { return key >= kCauseFirst && key <= kCauseLast; }
 
@@ -204,7 +202,8 @@ class ListBuilder {
   }
 
   alert_record *fail(const char *what) {
-    set_error("%s #%d of \"%s\": %s\n", what, line_number_, vora.path, line_);
+    events::write_error(vora.error, sizeof vora.error, "%s #%d of \"%s\": %s\n", what, line_number_,
+                        vora.path, line_);
     return nullptr;
   }
 
@@ -308,7 +307,8 @@ int read_record(FILE *fp, int *line_number) {
   int got = events::read_config_line(line, kLineSize, fp, line_number, vora.path, nullptr);
   if (got == 0) return 0;
   if (got < 0) {
-    set_error("Line #%d of \"%s\" too long\n", *line_number, vora.path);
+    events::write_error(vora.error, sizeof vora.error, "Line #%d of \"%s\" too long\n",
+                        *line_number, vora.path);
     return -1;
   }
   char name[kLineSize], oid_text[kLineSize + 1], extra;
@@ -317,8 +317,9 @@ int read_record(FILE *fp, int *line_number) {
   int matched =
       sscanf(line, "%s {%[^}]} %d %lu %c", name, oid_text + 1, &generic, &specific, &extra);
   if (matched != 4) {
-    set_error("Bad name line in line #%d of \"%s\": %s\n(matched %d, not%d tokens)\n", *line_number,
-              vora.path, line, matched, 4);
+    events::write_error(vora.error, sizeof vora.error,
+                        "Bad name line in line #%d of \"%s\": %s\n(matched %d, not%d tokens)\n",
+                        *line_number, vora.path, line, matched, 4);
     return -1;
   }
   const char *identifier = oid_text + 1;
@@ -329,23 +330,29 @@ int read_record(FILE *fp, int *line_number) {
   ObjectIdEMS oid[kMaxArcs];
   int oid_len = kMaxArcs;
   if (KZmib_read_numeric_objid(identifier, oid, &oid_len) != 0) {
-    set_error("Bad oid char in line #%d of \"%s\": %s\n", *line_number, vora.path, line);
+    events::write_error(vora.error, sizeof vora.error, "Bad oid char in line #%d of \"%s\": %s\n",
+                        *line_number, vora.path, line);
     return -1;
   }
   enterprise_info *enterprise;
   find_enterprise(oid, static_cast<unsigned long>(oid_len), &enterprise);
   if (enterprise == nullptr) {
-    set_error("No such enterprise as defined in line #%d of \"%s\": %s\n", *line_number, vora.path,
-              line);
+    events::write_error(vora.error, sizeof vora.error,
+                        "No such enterprise as defined in line #%d of \"%s\": %s\n", *line_number,
+                        vora.path, line);
     return -1;
   }
   if (enterprise->oid_len != static_cast<unsigned long>(oid_len)) {
-    set_error("No such enterprise exact (%d vs %d) as defined in line #%d of\"%s\": %s\n",
-              static_cast<int>(enterprise->oid_len), oid_len, *line_number, vora.path, line);
+    events::write_error(vora.error, sizeof vora.error,
+                        "No such enterprise exact (%d vs %d) as defined in line #%d of\"%s\": %s\n",
+                        static_cast<int>(enterprise->oid_len), oid_len, *line_number, vora.path,
+                        line);
     return -1;
   }
   if (nameToExactTrap(name) == nullptr) {
-    set_error("Did not find a matching trap name at line #%d of \"%s\"\n", *line_number, vora.path);
+    events::write_error(vora.error, sizeof vora.error,
+                        "Did not find a matching trap name at line #%d of \"%s\"\n", *line_number,
+                        vora.path);
     return -1;
   }
   Body body;
@@ -353,16 +360,20 @@ int read_record(FILE *fp, int *line_number) {
   while (scan == Scan::kMore) {
     got = events::read_config_line(line, kLineSize, fp, line_number, vora.path, nullptr);
     if (got == 0) {
-      set_error("Did not find a description line in line #%d of \"%s\"\n", *line_number, vora.path);
+      events::write_error(vora.error, sizeof vora.error,
+                          "Did not find a description line in line #%d of \"%s\"\n", *line_number,
+                          vora.path);
       return -1;
     }
     if (got < 0) {
-      set_error("Line #%d of \"%s\" too long\n", *line_number, vora.path);
+      events::write_error(vora.error, sizeof vora.error, "Line #%d of \"%s\" too long\n",
+                          *line_number, vora.path);
       return -1;
     }
     scan = scan_body_line(line, &body);
     if (scan == Scan::kBad) {
-      set_error("Bad char in line #%d of \"%s\": %s\n", *line_number, vora.path, line);
+      events::write_error(vora.error, sizeof vora.error, "Bad char in line #%d of \"%s\": %s\n",
+                          *line_number, vora.path, line);
       return -1;
     }
   }
@@ -371,7 +382,9 @@ int read_record(FILE *fp, int *line_number) {
   if (insert_malloc_alert_record(enterprise, name, generic, static_cast<int>(specific), list) !=
       0) {
     free_alert_list(list);
-    set_error("Duplicate alert record line #%d of \"%s\": %s\n", *line_number, vora.path, line);
+    events::write_error(vora.error, sizeof vora.error,
+                        "Duplicate alert record line #%d of \"%s\": %s\n", *line_number, vora.path,
+                        line);
     return -1;
   }
   return 1;
@@ -557,15 +570,18 @@ EVENTS_EXPORT int read_voraspec_file(char **errstring_ptr) {
   FILE *fp;
   char *path;
   if (open_vora_lock_file("r", &fp, &path) != 0) {
-    set_error("Could not lock vora format file \"%s\": %s\n", path, strerror(errno));
+    events::write_error(vora.error, sizeof vora.error,
+                        "Could not lock vora format file \"%s\": %s\n", path, strerror(errno));
     return -1;
   }
   int line_number = 0;
   int result;
   if (events::rewrite_incomplete(fp)) {
-    set_error("Incomplete file \"%s\": its writer stopped part-way; the previous content is in "
-              "\"%s\"\n",
-              vora.path, events::backup_path(vora.path).c_str());
+    events::write_error(
+        vora.error, sizeof vora.error,
+        "Incomplete file \"%s\": its writer stopped part-way; the previous content is in "
+        "\"%s\"\n",
+        vora.path, events::backup_path(vora.path).c_str());
     result = -1;
   } else {
     while ((result = read_record(fp, &line_number)) > 0) {
@@ -588,6 +604,7 @@ EVENTS_EXPORT int insert_malloc_alert_record(enterprise_info * /*enterprise_ptr*
   memcpy(trap->alert_record_name, alertname, length);
   trap->alert_record_name[length] = '\0';
   if (trap->alert_element != alert_record_ptr) delete_vora_record(trap);
+  events::set_alert_list_release(free_alert_list);
   trap->alert_element = alert_record_ptr;
   return 0;
 }

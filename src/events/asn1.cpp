@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "ber_reader.h"
 #include "diagnostics.h"
 #include "log_trace.h"
 
@@ -38,7 +39,7 @@ constexpr int kMaxObjidContents = ASN_MAX_OID_LEN;
   return fail(routine, text, text);
 }
 
-enum class LengthStatus { kOk, kBadForm, kTruncated };
+using LengthStatus = events::ber::LengthForm;
 
 // Reads BER length octets at `data`, of which `avail` are readable.  Stores
 // the length and the number of length octets.  A bad form (indefinite or
@@ -46,28 +47,11 @@ enum class LengthStatus { kOk, kBadForm, kTruncated };
 // truncated long form is left to the caller to report.
 [[gnu::always_inline]] inline LengthStatus read_length(const unsigned char *data, int64_t avail, uint32_t *length,
                          int *octets) {
-  if (avail < 1) return LengthStatus::kTruncated;
-  unsigned char first = data[0];
-  if (first < 0x80) {
-    *length = first;
-    *octets = 1;
-    return LengthStatus::kOk;
-  }
-  if (first == 0x80) {
-    fail("asnParseLength09", "Decode:  We don't support indefinite lengths");
-    return LengthStatus::kBadForm;
-  }
-  int count = first & 0x7F;
-  if (count > 4) {
-    fail("asnParseLength09", "Decode:  We can't support data lengths that long");
-    return LengthStatus::kBadForm;
-  }
-  if (avail < 1 + count) return LengthStatus::kTruncated;
-  uint32_t value = 0;
-  for (int i = 1; i <= count; ++i) value = (value << 8) | data[i];
-  *length = value;
-  *octets = 1 + count;
-  return LengthStatus::kOk;
+  LengthStatus status = events::ber::length(data, data + (avail > 0 ? avail : 0), length, octets);
+  if (status == LengthStatus::kBadForm)
+    fail("asnParseLength09", data[0] == 0x80 ? "Decode:  We don't support indefinite lengths"
+                                             : "Decode:  We can't support data lengths that long");
+  return status;
 }
 
 // A BER element header read within the room counter.
@@ -80,10 +64,10 @@ struct Element {
 };
 
 // Reads the type and length octets at `data` within `room` octets.
-// Returns kOk, kBadForm (already reported) or kTruncated (no type octet, or
+// Returns kOk, kBadForm (already reported) or kShort (no type octet, or
 // length octets beyond the room).
 [[gnu::always_inline]] inline LengthStatus read_element(const unsigned char *data, int room, Element *element) {
-  if (room < 1) return LengthStatus::kTruncated;
+  if (room < 1) return LengthStatus::kShort;
   element->type = data[0];
   int length_octets = 0;
   LengthStatus status = read_length(data + 1, room - 1, &element->length, &length_octets);
@@ -159,7 +143,7 @@ extern "C" EVENTS_EXPORT unsigned char *asnParseHeader09(unsigned char *data, in
   Element element;
   LengthStatus status = read_element(data, *datalength, &element);
   if (status == LengthStatus::kBadForm) return nullptr;
-  if (status == LengthStatus::kTruncated || element.size() > *datalength)
+  if (status == LengthStatus::kShort || element.size() > *datalength)
     return fail("asnParseHeader09", kLengthMismatch);
   *type = element.type;
   *datalength = static_cast<int>(element.length);
@@ -222,7 +206,7 @@ extern "C" EVENTS_EXPORT unsigned char *asnParseInt09(unsigned char *data, int *
   LengthStatus status = read_element(data, *datalength, &element);
   if (status == LengthStatus::kBadForm)
     return fail("asnParseInt09", "Decode:  Bad ASN length", "Decode: Bad ASN length");
-  if (status == LengthStatus::kTruncated || element.size() > *datalength)
+  if (status == LengthStatus::kShort || element.size() > *datalength)
     return fail("asnParseInt09", kLengthMismatch, "Decode: ASN length and PDU length don't match");
   const unsigned char *contents = data + element.header_octets;
   uint32_t length = element.length;
@@ -337,7 +321,7 @@ extern "C" EVENTS_EXPORT unsigned char *asnParseString09(unsigned char *data, in
   Element element;
   LengthStatus status = read_element(data, *datalength, &element);
   if (status == LengthStatus::kBadForm) return nullptr;
-  if (status == LengthStatus::kTruncated || element.size() > *datalength)
+  if (status == LengthStatus::kShort || element.size() > *datalength)
     return fail("asnParseString09", kMismatch);
   int length = static_cast<int>(element.length);
   if (length > *strlength) {
@@ -380,7 +364,7 @@ extern "C" EVENTS_EXPORT unsigned char *asnParseObjid09(unsigned char *data, int
   Element element;
   LengthStatus status = read_element(data, *datalength, &element);
   if (status == LengthStatus::kBadForm) return nullptr;
-  if (status == LengthStatus::kTruncated || element.size() > *datalength)
+  if (status == LengthStatus::kShort || element.size() > *datalength)
     return fail("asnParseObjid09", kLengthMismatch);
   // Every sub-identifier takes at least one octet, so this bounds the count;
   // empty contents still touch objid[1].
@@ -450,7 +434,7 @@ extern "C" EVENTS_EXPORT unsigned char *asnParseNull09(unsigned char *data, int 
   Element element;
   LengthStatus status = read_element(data, *datalength, &element);
   if (status == LengthStatus::kBadForm) return nullptr;
-  if (status == LengthStatus::kTruncated) return fail("asnParseNull09", kLengthMismatch);
+  if (status == LengthStatus::kShort) return fail("asnParseNull09", kLengthMismatch);
   if (element.length != 0) return fail("asnParseNull09", "Decode:  Malformed NULL");
   *datalength -= element.header_octets;
   return data + element.header_octets;

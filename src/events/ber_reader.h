@@ -18,6 +18,32 @@
 
 namespace events::ber {
 
+enum class LengthForm { kOk, kBadForm, kShort };
+
+// Reads the length octets at p, before `end`: the short form, or the long
+// form with one to four octets.  Stores the length and the count of length
+// octets.  Returns kBadForm for the indefinite form and longer ones, which
+// nothing here reads, and kShort if the octets run past `end`.  The one
+// reader of BER lengths: the codec, the receive path and the hub use it.
+[[gnu::always_inline]] inline LengthForm length(const unsigned char *p, const unsigned char *end,
+                                                uint32_t *length, int *octets) {
+  if (end - p < 1) return LengthForm::kShort;
+  uint32_t n = p[0];
+  if (n < 0x80) {
+    *length = n;
+    *octets = 1;
+    return LengthForm::kOk;
+  }
+  uint32_t count = n & 0x7F;
+  if (count == 0 || count > 4) return LengthForm::kBadForm;
+  if (end - p < static_cast<int64_t>(count) + 1) return LengthForm::kShort;
+  n = 0;
+  for (uint32_t i = 1; i <= count; ++i) n = (n << 8) | p[i];
+  *length = n;
+  *octets = static_cast<int>(count) + 1;
+  return LengthForm::kOk;
+}
+
 // Reads the type and length octets at p.  Returns the contents position,
 // with the contents lying wholly before `end`, or nullptr.
 [[gnu::always_inline]] inline const unsigned char *header(const unsigned char *p,
@@ -30,10 +56,9 @@ namespace events::ber {
   uint32_t n = p[1];
   p += 2;
   if (n >= 0x80) {
-    uint32_t count = n & 0x7F;
-    if (count == 0 || count > 4 || end - p < static_cast<int64_t>(count)) return nullptr;
-    n = 0;
-    for (uint32_t i = 0; i < count; ++i) n = (n << 8) | *p++;
+    int octets;
+    if (ber::length(p - 1, end, &n, &octets) != LengthForm::kOk) return nullptr;
+    p += octets - 1;
   }
   if (n > static_cast<uint64_t>(end - p)) return nullptr;
   *length = n;
@@ -156,6 +181,27 @@ namespace events::ber {
       return nullptr;
   }
   return binding_end;
+}
+
+// Reads the bindings from p up to `end` into vars, at most `capacity` of
+// them; Opaque values are taken when `opaque` is set.  `claim` sees each
+// binding read and may keep it off the array by returning true: its entry
+// then takes the next one.  Returns the count read, claimed ones included,
+// with *more telling whether bindings were left unread, or -1 if one is
+// not well-formed.
+template <typename Claim>
+[[gnu::always_inline]] inline int binding_list(const unsigned char *p, const unsigned char *end,
+                                               SnmpVarBindEMS *vars, int capacity, bool opaque,
+                                               bool *more, Claim claim) {
+  int count = 0;
+  int entry = 0;
+  while (p < end && count < capacity) {
+    if ((p = binding(p, end, &vars[entry], opaque)) == nullptr) return -1;
+    ++count;
+    if (!claim(vars[entry])) ++entry;
+  }
+  *more = p < end;
+  return count;
 }
 
 // The layers of an SNMP message above its PDU's contents.

@@ -13,6 +13,9 @@ namespace {
 constexpr int kWorkArea = 8192;
 constexpr int kIntSize = 4;
 
+// A failure while the bindings and the trap's own fields are built is
+// reported on the event logger; one in the PDU header or the envelope after
+// them returns -2 without a report.
 int build_failed(const char *text) {
   logger(1, "snmpBuildTrapEMS", "%s", text);
   return -2;

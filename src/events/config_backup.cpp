@@ -3,7 +3,7 @@
 
 #include "config_backup.h"
 
-#include "trapspec_model.h"
+#include "config_base.h"
 
 #include <fcntl.h>
 #include <libgen.h>

@@ -11,7 +11,8 @@
 #include <cstdarg>
 #include <cstring>
 
-#include "trp_format.h"
+#include "config_base.h"
+#include "config_error.h"
 
 namespace events {
 
@@ -39,19 +40,7 @@ FILE *open_config_file(const char *path, const char **refused) {
 }
 
 int read_failure(char *errmem, const char *path, const char *reason) {
-  if (errmem != nullptr)
-    snprintf(errmem, TRAPSPEC_ERROR_SIZE, "Could not read \"%s\": %s\n", path, reason);
-  return -1;
-}
-
-int fail(char *errmem, int line, const char *conffile, const char *rawline, const char *fmt, ...) {
-  if (errmem == nullptr) return -1;
-  va_list args;
-  va_start(args, fmt);
-  vsnprintf(errmem, TRAPSPEC_ERROR_SIZE, fmt, args);
-  va_end(args);
-  appendLineInfo(errmem, line, conffile, rawline);
-  return -1;
+  return write_error(errmem, TRAPSPEC_ERROR_SIZE, "Could not read \"%s\": %s\n", path, reason);
 }
 
 int read_config_line(char *buf, int n, FILE *fp, int *line_number, const char *conffile,

@@ -30,11 +30,6 @@ int read_failure(char *errmem, const char *path, const char *reason);
 int read_config_line(char *buf, int n, FILE *fp, int *line_number, const char *conffile,
                      char *errmem);
 
-// Writes the message, then " in line #N of "FILE":" and the line, into
-// errmem (when not null).  Returns -1, the readers' failure result.
-int fail(char *errmem, int line, const char *conffile, const char *rawline, const char *fmt, ...)
-    __attribute__((format(printf, 5, 6)));
-
 }  // namespace events
 
 #endif

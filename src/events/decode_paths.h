@@ -19,6 +19,23 @@
 
 namespace events::paths {
 
+// What the stepwise decoders of traps and of responses take differently
+// in a value: Opaque (traps only), and a NULL with contents, which a
+// trap takes as empty and a response keeps undecoded.
+struct ValuePolicy {
+  bool opaque;
+  bool null_must_be_empty;
+};
+
+// The failure text of a value whose type is not decoded.
+extern const char kInvalidType[];
+
+// Decodes the binding's value at `value`, within `room` octets, by its
+// type on the reporting primitives.  Returns NULL, or the failure text
+// (kInvalidType for a type not decoded) with val_len 0.
+const char *decode_value(unsigned char *value, int room, SnmpVarBindEMS *binding,
+                         ValuePolicy policy);
+
 // REQUIRES: sti->clen at most 127, sti->elen and sti->maxvars capacities.
 bool trap_fast(const unsigned char *buf, int len, snmp_trap_infoEMS *sti, EMSsnmpVarBind *vars);
 int trap_reporting(unsigned char *buf, int len, snmp_trap_infoEMS *sti, EMSsnmpVarBind *vars);

@@ -6,11 +6,13 @@
 // All scanning steps over two-byte characters as units: their bytes are
 // never taken for "\", "%", "$" or a digit.
 
+#include "format_compiler.h"
+
+#include <cstdio>
 #include <cstring>
 
 #include "events_msg.h"
 #include "mbtext.h"
-#include "trp_format.h"
 
 namespace {
 
@@ -198,6 +200,23 @@ extern "C" EVENTS_EXPORT void interpret_esc_sequences(char *src_str, char *dst_s
     p += length;
   }
   *out = '\0';
+}
+
+extern "C" {
+EVENTS_EXPORT int trpFormatDontMallocRaw = 0;
+}
+
+extern "C" EVENTS_EXPORT void freeTrapElementContents(trap_element *trap_ele_ptr) {
+  doFree(trap_ele_ptr->rawstring);
+  trap_ele_ptr->rawstring = nullptr;
+  doFree(trap_ele_ptr->format);
+  trap_ele_ptr->format = nullptr;
+}
+
+extern "C" EVENTS_EXPORT void freeOptTrapElement(trap_element *trap_ele_ptr) {
+  if (trap_ele_ptr == nullptr) return;
+  freeTrapElementContents(trap_ele_ptr);
+  doFree(trap_ele_ptr);
 }
 
 extern "C" EVENTS_EXPORT void makeFormatString(char *rawstring, trap_element *trap_ele_ptr) {

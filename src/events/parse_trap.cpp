@@ -27,41 +27,16 @@ int parse_failed(const char *text) {
   return -1;
 }
 
-// Decodes the value at `value` (of `room` octets) into the binding by its
-// type.  Returns the failure text, or NULL on success.
-const char *decode_value(unsigned char *value, int room, SnmpVarBindEMS *binding) {
-  switch (binding->type) {
-    case ASN_INTEGER:
-    case ASN_IPADDRESS:
-    case ASN_COUNTER:
-    case ASN_GAUGE:
-    case ASN_TIMETICKS:
-      binding->val_len = kIntSize;
-      return asnParseInt09(value, &room, &binding->val.integer, kIntSize)
-                 ? nullptr
-                 : "varbind int parse error";
-    case ASN_OCTET_STR:
-    case ASN_OPAQUE: {
-      int capacity = SNMP_STRING_MAX;
-      if (!asnParseString09(value, &room, binding->val.string, &capacity))
-        return "varbind string parse error";
-      binding->val_len = static_cast<uint32_t>(capacity);
-      return nullptr;
-    }
-    case ASN_NULL:
-      // Whatever its contents, a NULL holds no value.
-      binding->val_len = 0;
-      return nullptr;
-    case ASN_OBJECT_ID: {
-      int capacity = SNMP_OID_MAX;
-      if (!asnParseObjid09(value, &room, binding->val.objid, &capacity))
-        return "varbind objid parse error";
-      binding->val_len = static_cast<uint32_t>(capacity);
-      return nullptr;
-    }
-    default:
-      return "invalid type";
-  }
+// Takes the agent's address from a notification-address binding.  Returns
+// whether the binding was one; it then holds no entry of the array.
+bool take_agent(const SnmpVarBindEMS &binding, snmp_trap_infoEMS *sti) {
+  bool is_string = binding.type == ASN_OCTET_STR || binding.type == ASN_OPAQUE;
+  // Arc 7 tells the notification-address variable apart cheaply.
+  if (!is_string || binding.oid[6] != kNotificationAddress[6] ||
+      !isVaultraNotificationAddress(binding.oid))
+    return false;
+  memcpy(&sti->agent, binding.val.string + 1, sizeof sti->agent);
+  return true;
 }
 
 }  // namespace
@@ -121,20 +96,14 @@ int trap_reporting(unsigned char *buf, int len, snmp_trap_infoEMS *sti, EMSsnmpV
     binding->oid_length = static_cast<uint32_t>(name_length);
     binding->val_len = static_cast<uint32_t>(value_length);
     binding->undecoded = 0;
-    const char *failure =
-        decode_value(value, std::min<int>(kValueRoom, static_cast<int>(end - value)), binding);
-    if (failure != nullptr) {
-      binding->val_len = 0;  // not the raw length, which may exceed the record
-      return parse_failed(failure);
-    }
+    const char *failure = decode_value(
+        value, std::min<int>(kValueRoom, static_cast<int>(end - value)), binding, {true, false});
+    if (failure != nullptr) return parse_failed(failure);
     ++count;
-    bool is_string = binding->type == ASN_OCTET_STR || binding->type == ASN_OPAQUE;
-    if (is_string && isVaultraNotificationAddress(binding->oid)) {
-      memcpy(&sti->agent, binding->val.string + 1, sizeof sti->agent);
+    if (take_agent(*binding, sti))
       notification_seen = true;
-    } else {
+    else
       ++entry;
-    }
   }
   sti->vars = notification_seen ? count - 1 : count;
   return 0;
@@ -173,25 +142,15 @@ bool trap_fast(const unsigned char *buf, int len, snmp_trap_infoEMS *sti, EMSsnm
   }
   if ((p = ber::header(p + length, end, &type, &length)) == nullptr || type != ASN_SEQUENCE)
     return false;
-  const unsigned char *const list_end = p + length;
-
-  int count = 0;
-  int entry = 0;
   bool notification_seen = false;
-  while (p < list_end && count < sti->maxvars) {
-    SnmpVarBindEMS *binding = &vars[entry];
-    if ((p = ber::binding(p, list_end, binding, true)) == nullptr) return false;
-    ++count;
-    bool is_string = binding->type == ASN_OCTET_STR || binding->type == ASN_OPAQUE;
-    // Arc 7 tells the notification-address variable apart cheaply.
-    if (is_string && binding->oid[6] == kNotificationAddress[6] &&
-        isVaultraNotificationAddress(binding->oid)) {
-      memcpy(&sti->agent, binding->val.string + 1, sizeof sti->agent);
-      notification_seen = true;
-    } else {
-      ++entry;
-    }
-  }
+  bool more;
+  int count = ber::binding_list(p, p + length, vars, sti->maxvars, true, &more,
+                                [&](const SnmpVarBindEMS &binding) {
+                                  bool taken = take_agent(binding, sti);
+                                  notification_seen |= taken;
+                                  return taken;
+                                });
+  if (count < 0) return false;
   sti->vars = notification_seen ? count - 1 : count;
   return true;
 }

@@ -12,26 +12,15 @@
 
 #include "alert_mapping.h"
 #include "config_backup.h"
+#include "config_base.h"
 #include "config_line.h"
 #include "env_probe.h"
 #include "kz_platform.h"
 #include "log_trace.h"
-#include "trapspec_model.h"
-#include "trp_format.h"
+#include "model_internal.h"
+#include "trapspec_reader.h"
 
 namespace {
-
-char execText[] = "EXEC";
-char displayText[] = "DISPLAY";
-char forwardText[] = "FORWARD";
-char nodesText[] = "NODES";
-char sdescText[] = "SDESC";
-char edescText[] = "EDESC";
-char actionText[] = "ACTION";
-char categoryText[] = "CATEGORY";
-char eventclassText[] = "EVENT_CLASS";
-char smapText[] = "BEGIN_SLOT_MAPPING";
-char emapText[] = "END_SLOT_MAPPING";
 
 char threshText[] = "Threshold Events";
 char nettopText[] = "Network Topology Events";
@@ -45,17 +34,10 @@ char ignoreText[] = "IGNORE";
 }  // namespace
 
 extern "C" {
-EVENTS_EXPORT char *execKeyword = execText;
-EVENTS_EXPORT char *displayKeyword = displayText;
-EVENTS_EXPORT char *forwardKeyword = forwardText;
-EVENTS_EXPORT char *nodesKeyword = nodesText;
-EVENTS_EXPORT char *sdescKeyword = sdescText;
-EVENTS_EXPORT char *edescKeyword = edescText;
-EVENTS_EXPORT char *actionKeyword = actionText;
-EVENTS_EXPORT char *categoryKeyword = categoryText;
-EVENTS_EXPORT char *eventclassKeyword = eventclassText;
-EVENTS_EXPORT char *smapKeyword = smapText;
-EVENTS_EXPORT char *emapKeyword = emapText;
+EVENTS_EXPORT int have_read_hubdconf = 0;
+EVENTS_EXPORT int trace_hubdconf = 0;
+EVENTS_EXPORT int trpFormatDontMallocDesc = 0;
+EVENTS_EXPORT int trpFormatExpandSourceFiles = 1;
 
 EVENTS_EXPORT char *threshCatString = threshText;
 EVENTS_EXPORT char *nettopCatString = nettopText;
@@ -114,22 +96,15 @@ void trace(const char *routine, const char *fmt, ...) {
   log_trace(routine, "%s", text);
 }
 
-void set_error(char *errmem, const char *fmt, ...) __attribute__((format(printf, 2, 3)));
-void set_error(char *errmem, const char *fmt, ...) {
-  va_list args;
-  va_start(args, fmt);
-  vsnprintf(errmem, TRAPSPEC_ERROR_SIZE, fmt, args);
-  va_end(args);
-}
-
 // A file whose writer stopped part-way is refused, and closed, with the
 // way back named.
 bool refuse_incomplete(FILE *fp, const char *conffile, char *errmem) {
   if (!events::rewrite_incomplete(fp)) return false;
   fclose(fp);
-  set_error(errmem,
-            "Incomplete file: its writer stopped part-way; the previous content is in \"%s\"\n",
-            events::backup_path(conffile).c_str());
+  events::write_error(
+      errmem, TRAPSPEC_ERROR_SIZE,
+      "Incomplete file: its writer stopped part-way; the previous content is in \"%s\"\n",
+      events::backup_path(conffile).c_str());
   return true;
 }
 
@@ -338,13 +313,6 @@ int read_optional_lines(TrapGroup &group, FILE *fp, char *rawline, const char *c
 
 }  // namespace
 
-extern "C" EVENTS_EXPORT void appendLineInfo(char *errmem, int line, const char *conffile,
-                                             const char *rawline) {
-  size_t used = strnlen(errmem, TRAPSPEC_ERROR_SIZE - 1);
-  snprintf(errmem + used, TRAPSPEC_ERROR_SIZE - used, " in line #%d of \"%s\":\n%s.\n", line,
-           conffile, rawline);
-}
-
 extern "C" EVENTS_EXPORT void trpFmtAddSourceToList(int *nodeCnt, int *listLen, char ***nodeList,
                                                     const char *node) {
   if (*nodeCnt >= *listLen) {
@@ -361,8 +329,9 @@ extern "C" EVENTS_EXPORT int getNextLine(const char *lastKeyword, char *rawline,
   int got = events::read_config_line(rawline, maxinput, fp, lineNumberPtr, conffile, errmem);
   if (got == 1) return 0;
   if (got == 0) {
-    set_error(errmem, "End of file in \"%s\" prematurely reached after %s keyword", conffile,
-              lastKeyword);
+    events::write_error(errmem, TRAPSPEC_ERROR_SIZE,
+                        "End of file in \"%s\" prematurely reached after %s keyword", conffile,
+                        lastKeyword);
   }
   return -1;
 }
@@ -633,7 +602,8 @@ extern "C" EVENTS_EXPORT int read_trapspec_file(char **errstring_ptr) {
   FILE *fp = events::open_config_file(conffile, &refused);
   if (refused != nullptr) return events::read_failure(errmem, conffile, refused);
   if (fp == nullptr) {
-    set_error(errmem, "Could not open trap format file \"%s\": %s\n", conffile, strerror(errno));
+    events::write_error(errmem, TRAPSPEC_ERROR_SIZE, "Could not open trap format file \"%s\": %s\n",
+                        conffile, strerror(errno));
     return -1;
   }
   if (refuse_incomplete(fp, conffile, errmem)) return -1;
@@ -663,7 +633,9 @@ extern "C" EVENTS_EXPORT int augmentTrapspecFile(char **errstring_ptr, const cha
   FILE *fp = events::open_config_file(newfile, &refused);
   if (refused != nullptr) return events::read_failure(errmem, newfile, refused);
   if (fp == nullptr) {
-    set_error(errmem, "Could not open new trap format file \"%s\": %s\n", newfile, strerror(errno));
+    events::write_error(errmem, TRAPSPEC_ERROR_SIZE,
+                        "Could not open new trap format file \"%s\": %s\n", newfile,
+                        strerror(errno));
     return -1;
   }
   if (refuse_incomplete(fp, newfile, errmem)) return -1;

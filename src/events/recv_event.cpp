@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "ber_reader.h"
 #include "event.h"
 #include "events/jetstream.h"
 #include "log_trace.h"
@@ -211,8 +212,10 @@ int receive_raw(int sd) {
     n = read_exact(sd, packet + 2, count, kRawNotes);
     if (n <= 0) return static_cast<int>(n);
     header_octets += count;
-    length = 0;
-    for (int i = 0; i < count; ++i) length = (length << 8) | packet[2 + i];
+    uint32_t value = 0;
+    int octets;
+    events::ber::length(packet + 1, packet + header_octets, &value, &octets);
+    length = static_cast<int32_t>(value);
   }
   if (header_octets + length > EVENT_MAX_MESSAGE) {
     discard(sd, length, kRawNotes);
@@ -249,11 +252,15 @@ extern "C" EVENTS_EXPORT int get_pdu_len(unsigned char *data, int32_t *length) {
     if (tracelogfp) log_trace("get_pdu_len", "Data length (%d) is too long", first);
     return -1;
   }
-  int count = first & 0x7F;
-  *length = count;
-  if (data[1] == 0) return 1;
+  // Given the first octet alone (a zero after it), a long form answers how
+  // many length octets follow.
+  if (data[1] == 0) {
+    *length = first & 0x7F;
+    return 1;
+  }
   uint32_t value = 0;
-  for (int i = 1; i <= count; ++i) value = (value << 8) | data[i];
+  int octets;
+  events::ber::length(data, data + 5, &value, &octets);
   *length = static_cast<int32_t>(value);
   return 0;
 }

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "decode_paths.h"
 #include "diagnostics.h"
 #include "snmp.h"
 
@@ -111,4 +112,49 @@ extern "C" EVENTS_EXPORT unsigned char *build_var_op(unsigned char *data, const 
   memcpy(data, header, static_cast<size_t>(header_length));
   *listlength = room - shift;
   return p + shift;
+}
+
+const char events::paths::kInvalidType[] = "invalid type";
+
+const char *events::paths::decode_value(unsigned char *value, int room, SnmpVarBindEMS *binding,
+                                        ValuePolicy policy) {
+  const char *failure = nullptr;
+  switch (binding->type) {
+    case ASN_INTEGER:
+    case ASN_IPADDRESS:
+    case ASN_COUNTER:
+    case ASN_GAUGE:
+    case ASN_TIMETICKS:
+      binding->val_len = 4;
+      if (!asnParseInt09(value, &room, &binding->val.integer, 4)) failure = "varbind int parse error";
+      break;
+    case ASN_OPAQUE:
+      if (!policy.opaque) {
+        failure = kInvalidType;
+        break;
+      }
+      [[fallthrough]];
+    case ASN_OCTET_STR: {
+      int capacity = SNMP_STRING_MAX;
+      if (!asnParseString09(value, &room, binding->val.string, &capacity))
+        failure = "varbind string parse error";
+      binding->val_len = static_cast<uint32_t>(capacity);
+      break;
+    }
+    case ASN_NULL:
+      if (policy.null_must_be_empty && binding->val_len != 0) failure = "varbind null parse error";
+      binding->val_len = 0;
+      break;
+    case ASN_OBJECT_ID: {
+      int capacity = SNMP_OID_MAX;
+      if (!asnParseObjid09(value, &room, binding->val.objid, &capacity))
+        failure = "varbind objid parse error";
+      binding->val_len = static_cast<uint32_t>(capacity);
+      break;
+    }
+    default:
+      failure = kInvalidType;
+  }
+  if (failure != nullptr) binding->val_len = 0;  // not the raw length, which may exceed the record
+  return failure;
 }

@@ -43,42 +43,6 @@ int parse_failed(int error) {
   return -1;
 }
 
-// Decodes one binding's value by its type into `binding`.  A type not
-// decoded here, or a value that fails to decode, leaves the binding kept
-// but undecoded: its type stays, val_len becomes 0 and the flag says so.
-void decode_value(unsigned char *value, int room, SnmpVarBindEMS *binding) {
-  bool decoded = false;
-  switch (binding->type) {
-    case ASN_NULL:
-      decoded = binding->val_len == 0;
-      break;
-    case ASN_OBJECT_ID: {
-      int capacity = SNMP_OID_MAX;
-      decoded = asnParseObjid09(value, &room, binding->val.objid, &capacity) != nullptr;
-      binding->val_len = static_cast<uint32_t>(capacity);
-      break;
-    }
-    case ASN_IPADDRESS:
-    case ASN_COUNTER:
-    case ASN_GAUGE:
-    case ASN_TIMETICKS:
-    case ASN_INTEGER:
-      decoded = asnParseInt09(value, &room, &binding->val.integer, kIntSize) != nullptr;
-      binding->val_len = kIntSize;
-      break;
-    case ASN_OCTET_STR: {
-      int capacity = SNMP_STRING_MAX;
-      decoded = asnParseString09(value, &room, binding->val.string, &capacity) != nullptr;
-      binding->val_len = static_cast<uint32_t>(capacity);
-      break;
-    }
-    default:
-      trace("snmp_parse: bad type returned (%x)\n", binding->type);
-  }
-  binding->undecoded = !decoded;
-  if (!decoded) binding->val_len = 0;
-}
-
 }  // namespace
 
 namespace events::paths {
@@ -118,7 +82,11 @@ int response_reporting(unsigned char *data, int length, snmp_info *response,
     if (p == nullptr) return parse_failed(80);
     binding->oid_length = static_cast<uint32_t>(name_length);
     binding->val_len = static_cast<uint32_t>(value_length);
-    decode_value(value, std::min<int>(kValueRoom, static_cast<int>(end - value)), binding);
+    // A value that fails to decode leaves the binding kept but undecoded.
+    const char *failure = decode_value(
+        value, std::min<int>(kValueRoom, static_cast<int>(end - value)), binding, {false, true});
+    if (failure == kInvalidType) trace("snmp_parse: bad type returned (%x)\n", binding->type);
+    binding->undecoded = failure != nullptr;
   }
   response->vars = count;
   return 0;
@@ -147,18 +115,12 @@ bool response_fast(const unsigned char *data, int length, snmp_info *response,
       return false;
   }
   if ((p = ber::header(p + n, end, &type, &n)) == nullptr || type != ASN_SEQUENCE) return false;
-  const unsigned char *const list_end = p + n;
-  int count = 0;
-  while (p < list_end) {
-    // One binding more than the array holds is counted, not decoded.
-    if (count >= response->maxvars) {
-      ++count;
-      break;
-    }
-    if ((p = ber::binding(p, list_end, &vars[count], false)) == nullptr) return false;
-    ++count;
-  }
-  response->vars = count;
+  // One binding more than the array holds is counted, not decoded.
+  bool more;
+  int count = ber::binding_list(p, p + n, vars, response->maxvars, false, &more,
+                                [](const SnmpVarBindEMS &) { return false; });
+  if (count < 0) return false;
+  response->vars = count + more;
   return true;
 }
 

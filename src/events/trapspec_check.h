@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "trp_format.h"
+#include "trapspec_model.h"
 
 namespace events {
 

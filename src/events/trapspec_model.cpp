@@ -1,5 +1,4 @@
-// The trap configuration model: records, memory routines, lookups, inserts
-// and frees.
+// The trap configuration model: records, lookups, inserts and frees.
 //
 // The lists are what callers walk and what defines matching; beside them
 // the module keeps indexes so that a load of tens of thousands of formats
@@ -19,7 +18,7 @@
 // below 2^31 (above it the arc difference of oidcmp wraps); otherwise the
 // list itself is walked, as the lookups are defined.
 
-#include "trapspec_model.h"
+#include "model_internal.h"
 
 #include <cstdarg>
 #include <cstdint>
@@ -33,10 +32,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "alert_mapping.h"
 #include "config_line.h"
 #include "kz_platform.h"
-#include "trp_format.h"
 
 static_assert(sizeof(trap_arg) == 8, "trap_arg is two 32-bit fields");
 static_assert(sizeof(substitute_arg) == 4, "argument kinds are 32-bit");
@@ -44,41 +41,41 @@ static_assert(sizeof(trap_record::name) == 40, "trap names are 40 bytes");
 static_assert(sizeof(trap_element::arg_list) == 80 * sizeof(trap_arg),
               "a format records at most 80 arguments");
 
+namespace {
+
+char execText[] = "EXEC";
+char displayText[] = "DISPLAY";
+char forwardText[] = "FORWARD";
+char nodesText[] = "NODES";
+char sdescText[] = "SDESC";
+char edescText[] = "EDESC";
+char actionText[] = "ACTION";
+char categoryText[] = "CATEGORY";
+char eventclassText[] = "EVENT_CLASS";
+char smapText[] = "BEGIN_SLOT_MAPPING";
+char emapText[] = "END_SLOT_MAPPING";
+
+}  // namespace
+
 extern "C" {
+EVENTS_EXPORT char *execKeyword = execText;
+EVENTS_EXPORT char *displayKeyword = displayText;
+EVENTS_EXPORT char *forwardKeyword = forwardText;
+EVENTS_EXPORT char *nodesKeyword = nodesText;
+EVENTS_EXPORT char *sdescKeyword = sdescText;
+EVENTS_EXPORT char *edescKeyword = edescText;
+EVENTS_EXPORT char *actionKeyword = actionText;
+EVENTS_EXPORT char *categoryKeyword = categoryText;
+EVENTS_EXPORT char *eventclassKeyword = eventclassText;
+EVENTS_EXPORT char *smapKeyword = smapText;
+EVENTS_EXPORT char *emapKeyword = emapText;
+
 EVENTS_EXPORT enterprise_info enterprise_list_head = {};
 EVENTS_EXPORT trap_record default_trap_record = {};
 EVENTS_EXPORT char *EMScategories[EMS_MAX_CATEGORIES + 1] = {};
 EVENTS_EXPORT actionCmd *actionCommands = nullptr;
 EVENTS_EXPORT int numActionCommands = 0;
-EVENTS_EXPORT int have_read_hubdconf = 0;
-EVENTS_EXPORT int trace_hubdconf = 0;
-EVENTS_EXPORT int trpFormatDontMallocDesc = 0;
-EVENTS_EXPORT int trpFormatDontMallocRaw = 0;
-EVENTS_EXPORT int trpFormatExpandSourceFiles = 1;
 }
-
-namespace events {
-
-void allocation_failed(const char *what, unsigned long size) {
-  fprintf(stderr, "%s(%lu) failed in file %s.\n", what, size, "readformat");
-  exit(1);
-}
-
-}  // namespace events
-
-namespace {
-
-// A std::bad_alloc must never reach a C caller, who cannot catch it: from
-// the moment the library is loaded a failed operator new, in the library's
-// code and the standard library it calls alike, ends the process as
-// doMalloc does.  An application that sets a new_handler of its own
-// replaces this one.
-[[gnu::constructor]] void end_process_on_allocation_failure() {
-  if (std::get_new_handler() == nullptr)
-    std::set_new_handler([] { events::allocation_failed("malloc", 0); });
-}
-
-}  // namespace
 
 namespace {
 
@@ -131,6 +128,7 @@ struct Model {
   // until the list is emptied.
   bool ordered = true;
   char node_line[TRAPSPEC_LINE_SIZE];
+  events::AlertListRelease release_alert_list = nullptr;
 };
 
 Model model;
@@ -392,31 +390,6 @@ void free_string_list(char **list, int count) {
 
 }  // namespace
 
-// ---- memory -------------------------------------------------------------
-
-extern "C" EVENTS_EXPORT void *doMalloc(unsigned size) {
-  void *block = calloc(1, size == 0 ? 1 : size);
-  if (block == nullptr) events::allocation_failed("malloc", size);
-  return block;
-}
-
-extern "C" EVENTS_EXPORT void *doRealloc(void *ptr, unsigned size) {
-  void *block = realloc(ptr, size == 0 ? 1 : size);
-  if (block == nullptr) events::allocation_failed("realloc", size);
-  return block;
-}
-
-extern "C" EVENTS_EXPORT char *doStrdup(const char *s) {
-  size_t length = strlen(s);
-  auto *copy = static_cast<char *>(malloc(length + 2));
-  if (copy == nullptr) events::allocation_failed("malloc", length + 1);
-  memcpy(copy, s, length + 1);
-  copy[length + 1] = '\0';
-  return copy;
-}
-
-extern "C" EVENTS_EXPORT void doFree(const void *p) { free(const_cast<void *>(p)); }
-
 // ---- the configuration file name ----------------------------------------
 
 extern "C" EVENTS_EXPORT void setHubdConfFile(const char *filename) {
@@ -445,6 +418,8 @@ extern "C" EVENTS_EXPORT FILE *fopenConfFile(const char *access_mode, const char
 // ---- the fallback format ------------------------------------------------
 
 namespace events {
+
+void set_alert_list_release(AlertListRelease release) { model.release_alert_list = release; }
 
 void fill_default_trap_record() {
   if (default_trap_record.description.format != nullptr) return;
@@ -748,19 +723,6 @@ extern "C" EVENTS_EXPORT trap_record *insertMallocTrapRecord(
 
 // ---- deletes and frees --------------------------------------------------
 
-extern "C" EVENTS_EXPORT void freeTrapElementContents(trap_element *trap_ele_ptr) {
-  doFree(trap_ele_ptr->rawstring);
-  trap_ele_ptr->rawstring = nullptr;
-  doFree(trap_ele_ptr->format);
-  trap_ele_ptr->format = nullptr;
-}
-
-extern "C" EVENTS_EXPORT void freeOptTrapElement(trap_element *trap_ele_ptr) {
-  if (trap_ele_ptr == nullptr) return;
-  freeTrapElementContents(trap_ele_ptr);
-  doFree(trap_ele_ptr);
-}
-
 extern "C" EVENTS_EXPORT void free_trap_rec_slot_map_data(trap_record *trap_rec_ptr) {
   wbxSlotMapping *map = trap_rec_ptr->slotMap;
   if (map == nullptr) return;
@@ -790,7 +752,8 @@ extern "C" EVENTS_EXPORT void free_trap_rec_contents(trap_record *trap_rec_ptr) 
   trap_rec_ptr->execargs_ptr = nullptr;
   freeOptTrapElement(trap_rec_ptr->exec_display_args_ptr);
   trap_rec_ptr->exec_display_args_ptr = nullptr;
-  delete_vora_record(trap_rec_ptr);
+  if (trap_rec_ptr->alert_element != nullptr) model.release_alert_list(trap_rec_ptr->alert_element);
+  trap_rec_ptr->alert_element = nullptr;
 }
 
 extern "C" EVENTS_EXPORT void free_trap_record(trap_record *trap_rec_ptr) {

@@ -9,7 +9,6 @@
 
 #include "trapspec_check.h"
 #include "trapspec_writer.h"
-#include "trp_format.h"
 
 namespace {
 

@@ -5,6 +5,7 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -12,15 +13,17 @@
 #include <ctime>
 #include <string>
 #include <string_view>
-#include <vector>
 
+#include "catalog_format.h"
 #include "codeptcat.h"
 #include "events/host_cache.h"
 #include "events_msg.h"
 #include "kz_mib.h"
 #include "kz_platform.h"
 #include "oidtree.h"
-#include "trp_format.h"
+#include "trap_formatter.h"
+#include "trapspec_reader.h"
+#include "value_format.h"
 
 EVENTS_EXPORT int have_read_mibtxt = 0;
 EVENTS_EXPORT int have_read_mappings = 0;
@@ -74,37 +77,27 @@ class Appender {
     va_end(args);
     if (n > 0) used_ = std::min(used_ + n, size_ - 1);
   }
+  // Appends text[0..n), cut as printf would cut it.
+  void append(const char *text, size_t n) {
+    if (used_ >= size_ - 1) return;
+    n = std::min(n, static_cast<size_t>(size_ - 1 - used_));
+    memcpy(out_ + used_, text, n);
+    used_ += static_cast<int>(n);
+    out_[used_] = '\0';
+  }
+  void append(std::string_view text) { append(text.data(), text.size()); }
+  void append(int number) {
+    char digits[16];
+    append(digits, static_cast<size_t>(std::to_chars(digits, digits + sizeof digits, number).ptr - digits));
+  }
   int room() const { return size_ - used_; }
+  int used() const { return used_; }
 
  private:
   char *out_;
   int size_;
   int used_;
 };
-
-// The printf conversions of `text` ("%-10s", "%ld"), in order, without
-// "%%"; false when a conversion is left unfinished.
-bool conversions(std::string_view text, std::vector<std::string_view> *found) {
-  for (auto at = text.find('%'); at != std::string_view::npos; at = text.find('%', at)) {
-    auto end = text.find_first_of("diouxXeEfgGcspn%", at + 1);
-    if (end == std::string_view::npos) return false;
-    if (end != at + 1 || text[end] != '%') found->push_back(text.substr(at, end - at + 1));
-    at = end + 1;
-  }
-  return true;
-}
-
-bool same_conversions(std::string_view a, std::string_view b) {
-  std::vector<std::string_view> in_a, in_b;
-  return conversions(a, &in_a) && conversions(b, &in_b) && in_a == in_b;
-}
-
-// A catalog text used as a format only when it asks for exactly the
-// arguments of the built-in text; a catalog file is outside input.
-const char *catalog_format(int set, int number, const char *builtin) {
-  const char *text = _eventsMsg(set, number, const_cast<char *>(builtin));
-  return text != nullptr && same_conversions(text, builtin) ? text : builtin;
-}
 
 // Fills a compiled template: each "%s" takes the next text, "%%" is one
 // "%", anything else (a stray conversion an escape left behind, a "%s"
@@ -269,9 +262,12 @@ extern "C" EVENTS_EXPORT void format_arg(int arg_num, substitute_arg arg_type,
       call_formatKWMcp(buffer, buflen, var, sti_ptr->vars, k);
       return;
     default: {
+      // `$*` renders every binding this way: pieces are appended, not printed.
       Appender out(buffer, buflen, 0);
-      out.printf("[%d] ", arg_num);
-      int used = static_cast<int>(strlen(buffer));
+      out.append("[");
+      out.append(arg_num);
+      out.append("] ");
+      int used = out.used();
       if (write_variable_name(var, buffer + used, buflen - used)) return;
       char *position = buffer + used;
       int room = buflen - used;
@@ -280,9 +276,10 @@ extern "C" EVENTS_EXPORT void format_arg(int arg_num, substitute_arg arg_type,
         char kind[32];
         formatKind(kind, sizeof kind, var);
         Appender more(buffer, buflen, static_cast<int>(position - buffer));
-        more.printf(" (%s): ", kind);
-        int at = static_cast<int>(strlen(buffer));
-        formatValue(buffer + at, buflen - at, var);
+        more.append(" (");
+        more.append(kind);
+        more.append("): ");
+        formatValue(buffer + more.used(), buflen - more.used(), var);
       }
       return;
     }
@@ -325,13 +322,14 @@ extern "C" EVENTS_EXPORT void trap_sprintf(char *buf, int size, trap_element *tr
       case ARG_T: text.printf("%d", static_cast<int>(sti_ptr->time)); break;
       case ARG_POUND: text.printf("%d", sti_ptr->vars); break;
       case ARG_STAR:
-        for (int j = 1; j <= sti_ptr->vars; ++j) {
-          int at = static_cast<int>(strlen(out));
+        for (int j = 1, at = 0; j <= sti_ptr->vars; ++j) {
           if (room - at <= 1) break;
           out[at] = ' ';
           out[at + 1] = '\0';
           format_arg(j, ARG_NUM_DEF, sti_ptr, out + at + 1, room - at - 1, vars);
-          Appender(out, room, static_cast<int>(strlen(out))).printf("\n");
+          Appender line(out, room, at + 1 + static_cast<int>(strlen(out + at + 1)));
+          line.append("\n");
+          at = line.used();
         }
         break;
       default:
@@ -340,8 +338,9 @@ extern "C" EVENTS_EXPORT void trap_sprintf(char *buf, int size, trap_element *tr
           return;
         }
         if (arg.arg_num > sti_ptr->vars)
-          text.printf(catalog_format(1, 2, "FMT ERROR: accessing element #%d, only %d available"),
-                      arg.arg_num, sti_ptr->vars);
+          text.printf(
+              events::catalog_format(1, 2, "FMT ERROR: accessing element #%d, only %d available"),
+              arg.arg_num, sti_ptr->vars);
         else
           format_arg(arg.arg_num, arg.arg_type, sti_ptr, out, room, vars);
         break;
@@ -398,12 +397,12 @@ int load_configuration(char *buffer, int max_buffer_len) {
     have_read_mibtxt = 1;
     if (KZmib_load_mib() != 0) {
       Appender(buffer, max_buffer_len, 0)
-          .printf(catalog_format(1, 3, "Cannot read MIB intermediate file '%s'\n"),
+          .printf(events::catalog_format(1, 3, "Cannot read MIB intermediate file '%s'\n"),
                   KZmib_get_mib_filename());
       return 2;
     }
   }
-  while (!have_read_hubdconf) {
+  if (!have_read_hubdconf) {
     have_read_hubdconf = 1;
     char *error = nullptr;
     if (read_trapspec_file(&error) != 0) {

@@ -4,6 +4,8 @@
 // routine writes within the buffer it is given and never fails: a text
 // that does not fit is shortened or left out.
 
+#include "value_format.h"
+
 #include <arpa/inet.h>
 
 #include <algorithm>
@@ -18,7 +20,6 @@
 #include "kz_mib.h"
 #include "log_trace.h"
 #include "oidtree.h"
-#include "trp_format.h"
 
 EVENTS_EXPORT int strictHex = 0;
 EVENTS_EXPORT char *trpAllSourcesStr = const_cast<char *>("ALL SOURCES");

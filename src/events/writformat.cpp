@@ -16,13 +16,14 @@
 #include <string>
 #include <vector>
 
+#include "catalog_format.h"
 #include "config_backup.h"
+#include "config_base.h"
 #include "event.h"
 #include "events_msg.h"
 #include "kz_platform.h"
 #include "trapspec_check.h"
 #include "trapspec_writer.h"
-#include "trp_format.h"
 
 namespace {
 
@@ -35,31 +36,6 @@ struct WriterState {
   char *last_warning = nullptr;  // sendFMTCHGevent's latest failure text
 };
 WriterState state;
-
-// The conversions of a printf format in order ("%d%s" for "a %d b %s"),
-// "%%" left out.
-std::string conversions(const char *format) {
-  std::string found;
-  for (const char *p = format; *p != '\0'; ++p) {
-    if (*p != '%') continue;
-    if (p[1] == '%') {
-      ++p;
-      continue;
-    }
-    found += '%';
-    while (p[1] != '\0' && strchr("diouxXcsp", p[1]) == nullptr) found += *++p;
-    if (p[1] != '\0') found += *++p;
-  }
-  return found;
-}
-
-// A catalog text used as a format.  A translation whose conversions differ
-// from the built-in text's would make the arguments unsafe to pass, so the
-// built-in text is used instead.
-const char *catalog_format(int set, int number, const char *builtin) {
-  const char *text = _eventsMsg(set, number, const_cast<char *>(builtin));
-  return conversions(text) == conversions(builtin) ? text : builtin;
-}
 
 std::string vformat(const char *format, va_list args) {
   va_list again;
@@ -79,7 +55,7 @@ std::string catalog_message(int set, int number, const char *builtin, ...) {
   va_start(args, builtin);
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-  std::string text = vformat(catalog_format(set, number, builtin), args);
+  std::string text = vformat(events::catalog_format(set, number, builtin), args);
 #pragma GCC diagnostic pop
   va_end(args);
   return text;
@@ -366,10 +342,10 @@ EVENTS_EXPORT int sendFMTCHGevent(char *progname, int source, char **errorMsg) {
   KZuLogS(2, kLogSubsystem, kLogCatalog, 1, 0, "sendFMTCHevent close event() completed.\n");
   if (failed == nullptr) return 0;
   char warning[1024];
-  snprintf(warning, sizeof warning,
-           "Warning: %s updated, but cannot %s event to hubd.\nChanges won't take effect until "
-           "hubd and qwmevents are restarted.",
-           file, failed);
+  events::write_error(warning, sizeof warning,
+                      "Warning: %s updated, but cannot %s event to hubd.\nChanges won't take "
+                      "effect until hubd and qwmevents are restarted.",
+                      file, failed);
   doFree(state.last_warning);
   state.last_warning = doStrdup(warning);
   *errorMsg = state.last_warning;
