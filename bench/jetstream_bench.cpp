@@ -1,9 +1,10 @@
-// Traps per second through the whole event channel, end to end in one
-// process: send_trap on one connection, recv_event on another, for
-//   - the Unix-socket hub (hubd-dev relaying between two clients);
+// Traps per second through the whole event channel, end to end: a sender
+// process (jetstream_peer) publishes while this process takes, for
+//   - the Unix-socket hub (hubd-dev relaying between the two);
 //   - a JetStream stream on one nats-server node (1 replica);
 //   - a JetStream stream on a three-node cluster (3 replicas).
-// Each iteration sends a batch of traps, then takes them all.
+// The rate is counted from the first trap taken to the last, so that the
+// sender's start does not count.
 //
 //   build/bench/jetstream_bench
 
@@ -18,7 +19,6 @@
 #include "event.h"
 #include "support/fixtures.h"
 #include "support/nats_server.h"
-#include "support/sample_trap.h"
 
 namespace {
 
@@ -27,44 +27,46 @@ using testsupport::NatsCluster;
 using testsupport::NatsNode;
 using testsupport::TempDir;
 
-constexpr int kBatch = 2000;
+constexpr int kTraps = 30000;
 
 TempDir &dir() {
   static TempDir instance;
   return instance;
 }
 
-// Sends kBatch sample traps on `sender` and takes as many on `receiver`.
-bool move_batch(event_infoEMS *sender, event_infoEMS *receiver) {
+// Seconds from the first trap of a sender's run to its last, or -1.
+double take_run(event_infoEMS *receiver) {
   snmp_trap_infoEMS trap;
-  SnmpVarBindEMS vars[10];
-  testsupport::make_sample_trap(&trap, vars, 10);
-  for (int i = 0; i < kBatch; ++i)
-    if (send_trap(sender, &trap, vars) != 0) return false;
-  for (int taken = 0; taken < kBatch;) {
-    snmp_trap_reset_capacities(&trap, 10);
-    if (recv_event(receiver, &trap, vars) <= 0) return false;
-    // The connected events of the two connections are not counted.
-    if (trap.elen == 10 && trap.enterprise[9] == 2) ++taken;
+  SnmpVarBindEMS vars[4];
+  std::chrono::steady_clock::time_point first;
+  for (int taken = 0; taken < kTraps;) {
+    snmp_trap_reset_capacities(&trap, 4);
+    if (recv_event(receiver, &trap, vars) <= 0) return -1;
+    // The sender's connected event is not counted.
+    if (trap.elen != 10 || trap.enterprise[9] != 2) continue;
+    if (taken++ == 0) first = std::chrono::steady_clock::now();
   }
-  return true;
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - first).count();
 }
 
-void run(benchmark::State &state, const std::string &send_name, const std::string &receive_name,
+void run(benchmark::State &state, const std::string &send_url, const std::string &receive_name,
          int trans) {
-  event_infoEMS sender{}, receiver{};
-  if (open_event(&receiver, EVENT_SOURCE_HUBD, receive_name.c_str(), trans) < 0 ||
-      open_event(&sender, 13, send_name.c_str(), trans) < 0) {
-    state.SkipWithError("cannot open the connections");
+  event_infoEMS receiver{};
+  if (open_event(&receiver, EVENT_SOURCE_HUBD, receive_name.c_str(), trans) < 0) {
+    state.SkipWithError("cannot open the connection");
     return;
   }
-  for (auto _ : state)
-    if (!move_batch(&sender, &receiver)) {
+  for (auto _ : state) {
+    ChildProcess sender({JETSTREAM_PEER_PATH, "send", send_url, std::to_string(kTraps)});
+    double seconds = take_run(&receiver);
+    sender.wait_for_line("(its end)", std::chrono::seconds(120));
+    if (seconds < 0) {
       state.SkipWithError("a trap was lost");
       break;
     }
-  state.SetItemsProcessed(state.iterations() * kBatch);
-  close_event(&sender);
+    state.SetIterationTime(seconds);
+  }
+  state.SetItemsProcessed(state.iterations() * (kTraps - 1));
   close_event(&receiver);
 }
 
@@ -77,7 +79,7 @@ void BM_UnixHub(benchmark::State &state) {
   }
   run(state, socket, socket, EVENT_TRANS_UNIX);
 }
-BENCHMARK(BM_UnixHub)->UseRealTime()->Unit(benchmark::kMillisecond)->Iterations(10);
+BENCHMARK(BM_UnixHub)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
 
 void BM_JetStream_1Replica(benchmark::State &state) {
   NatsNode node(dir(), "single");
@@ -88,7 +90,7 @@ void BM_JetStream_1Replica(benchmark::State &state) {
   std::string url = "nats://" + node.address() + "/BENCH1";
   run(state, url, url + "?durable=bench", EVENT_TRANS_JETSTREAM);
 }
-BENCHMARK(BM_JetStream_1Replica)->UseRealTime()->Unit(benchmark::kMillisecond)->Iterations(10);
+BENCHMARK(BM_JetStream_1Replica)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
 
 void BM_JetStream_3Replicas(benchmark::State &state) {
   NatsCluster cluster(dir());
@@ -105,7 +107,7 @@ void BM_JetStream_3Replicas(benchmark::State &state) {
   close_event(&probe);
   run(state, url, url + "&durable=bench", EVENT_TRANS_JETSTREAM);
 }
-BENCHMARK(BM_JetStream_3Replicas)->UseRealTime()->Unit(benchmark::kMillisecond)->Iterations(10);
+BENCHMARK(BM_JetStream_3Replicas)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
 
 }  // namespace
 

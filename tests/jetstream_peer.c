@@ -1,5 +1,7 @@
-/* A second process on the JetStream transport, for the tests: it must not
- * be a fork of a process whose NATS client already runs threads.
+/* A second process on the event channel, for the JetStream tests and the
+ * channel benchmark: it must not be a fork of a process whose NATS client
+ * already runs threads.  URL is a nats:// URL, or else the path of a hub's
+ * Unix socket.
  *   jetstream_peer send URL COUNT     sends the sample trap COUNT times,
  *                                     numbered 0 to COUNT-1, then closes
  *   jetstream_peer take URL COUNT     takes COUNT numbered traps, prints
@@ -17,7 +19,8 @@ static event_infoEMS open_stream(const char *url) {
   event_infoEMS ei;
   int attempts = 0;
   memset(&ei, 0, sizeof ei);
-  while (open_event(&ei, 13, url, EVENT_TRANS_JETSTREAM) < 0) {
+  int trans = strncmp(url, "nats://", 7) == 0 ? EVENT_TRANS_JETSTREAM : EVENT_TRANS_UNIX;
+  while (open_event(&ei, 13, url, trans) < 0) {
     if (++attempts == 100) exit(1);
     usleep(200000);
   }

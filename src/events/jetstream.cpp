@@ -56,8 +56,8 @@ constexpr int kDefaultReplicas = 1;
 constexpr int64_t kDefaultMaxAgeSeconds = 7 * 24 * 3600;
 constexpr int64_t kDefaultMaxBytes = int64_t{1} << 30;
 constexpr int64_t kDefaultAckWaitSeconds = 30;
-constexpr int kBatch = 128;              // traps asked for at a time
-constexpr int kMaxAckPending = 1000;     // bounds what the pipe can hold
+constexpr int kBatch = 512;              // traps asked for at a time
+constexpr int kMaxAckPending = 4000;     // bounds what the pipe can hold
 constexpr int64_t kPublishWaitMs = 2000; // confirmation time-out before a resend
 constexpr int64_t kCloseWaitMs = 5000;
 constexpr int64_t kPublishRetryMs = 60000;
@@ -179,16 +179,37 @@ int64_t now_ms() {
   return now.tv_sec * 1000 + now.tv_nsec / 1000000;
 }
 
-void set_number(natsMsg *msg, const char *key, int64_t value) {
-  char text[24];
-  snprintf(text, sizeof text, "%" PRId64, value);
-  natsMsgHeader_Set(msg, key, text);
+// What a message carries beside the trap, in one header, since every
+// header costs the client and each server a search on every message:
+// "SRC PID STATUS TARGET SINCE", SINCE being when the trap was first
+// published, in ms of this host's monotonic clock.
+constexpr const char *kFieldsHeader = "Events";
+
+struct Fields {
+  int64_t src = 1, pid = -1, status = 0, target = 0, since = 0;
+};
+
+void set_fields(natsMsg *msg, const Fields &f) {
+  char text[112];
+  snprintf(text, sizeof text, "%" PRId64 " %" PRId64 " %" PRId64 " %" PRId64 " %" PRId64, f.src,
+           f.pid, f.status, f.target, f.since);
+  natsMsgHeader_Set(msg, kFieldsHeader, text);
 }
 
-int64_t get_number(natsMsg *msg, const char *key, int64_t fallback) {
+// Fields a message lacks keep their defaults.
+Fields get_fields(natsMsg *msg) {
+  Fields f;
   const char *text = nullptr;
-  if (natsMsgHeader_Get(msg, key, &text) != NATS_OK || text == nullptr) return fallback;
-  return strtoll(text, nullptr, 10);
+  if (natsMsgHeader_Get(msg, kFieldsHeader, &text) != NATS_OK || text == nullptr) return f;
+  int64_t *slots[] = {&f.src, &f.pid, &f.status, &f.target, &f.since};
+  for (int64_t *slot : slots) {
+    char *end = nullptr;
+    long long value = strtoll(text, &end, 10);
+    if (end == text) break;
+    *slot = value;
+    text = end;
+  }
+  return f;
 }
 
 // What the client's threads share with the caller's.  The client's
@@ -223,7 +244,7 @@ struct Link {
 // sleep, since the confirmations of every other publication wait behind it.
 void on_publish_result(jsCtx *, natsMsg *msg, jsPubAck *, jsPubAckErr *failure, void *closure) {
   Link &link = *static_cast<Link *>(closure);
-  if (failure != nullptr && now_ms() - get_number(msg, "Events-Since", 0) <= kPublishRetryMs) {
+  if (failure != nullptr && now_ms() - get_fields(msg).since <= kPublishRetryMs) {
     std::lock_guard<std::mutex> hold(link.mutex);
     link.to_resend.push_back(msg);
     return;
@@ -509,7 +530,7 @@ bool connect(Connection &c) {
   if (s != NATS_OK) return report("cannot connect: %s", natsStatus_GetText(s)), false;
   jsOptions js_options;
   jsOptions_Init(&js_options);
-  js_options.PublishAsync.MaxPending = 4096;
+  js_options.PublishAsync.MaxPending = 16384;
   js_options.PublishAsync.AckHandler = on_publish_result;
   js_options.PublishAsync.AckHandlerClosure = c.link;
   if (natsConnection_JetStream(&c.js, c.nc, &js_options) != NATS_OK) return false;
@@ -553,21 +574,15 @@ Delivery delivery_of(natsMsg *msg) {
   Delivery d;
   const char *reply = natsMsg_GetReply(msg);
   if (reply == nullptr) return d;
-  std::vector<std::string> tokens;
-  std::string token;
-  for (const char *p = reply;; ++p) {
-    if (*p == '.' || *p == '\0') {
-      tokens.push_back(token);
-      token.clear();
-      if (*p == '\0') break;
-    } else {
-      token += *p;
-    }
-  }
-  size_t first = tokens.size() == 9 ? 4 : tokens.size() >= 11 ? 6 : 0;
+  const char *tokens[12];
+  size_t count = 0;
+  tokens[count++] = reply;
+  for (const char *p = reply; *p != '\0'; ++p)
+    if (*p == '.' && count++ < 12) tokens[count - 1] = p + 1;
+  size_t first = count == 9 ? 4 : count >= 11 ? 6 : 0;
   if (first == 0) return d;
-  d.sequence = strtoull(tokens[first + 1].c_str(), nullptr, 10);
-  d.nanos = strtoll(tokens[first + 3].c_str(), nullptr, 10);
+  d.sequence = strtoull(tokens[first + 1], nullptr, 10);
+  d.nanos = strtoll(tokens[first + 3], nullptr, 10);
   return d;
 }
 
@@ -628,11 +643,7 @@ int publish(int sd, const trap_headerEMS &header, const unsigned char *message, 
     return -1;
   std::string id = c->id_prefix + std::to_string(++c->published);
   natsMsgHeader_Set(msg, "Nats-Msg-Id", id.c_str());
-  set_number(msg, "Events-Src", header.src);
-  set_number(msg, "Events-Pid", header.pid);
-  set_number(msg, "Events-Status", header.status);
-  set_number(msg, "Events-Target", header.target);
-  set_number(msg, "Events-Since", now_ms());
+  set_fields(msg, {header.src, header.pid, header.status, header.target, now_ms()});
   jsPubOptions options;
   jsPubOptions_Init(&options);
   options.MaxWait = kPublishWaitMs;
@@ -661,11 +672,12 @@ int receive(int sd, trap_headerEMS *header, unsigned char *packet) {
     } else if (!again) {
       memcpy(packet, natsMsg_GetData(msg), static_cast<size_t>(length));
       header->len = length;
-      header->src = static_cast<uint32_t>(get_number(msg, "Events-Src", 1));
-      header->pid = static_cast<int32_t>(get_number(msg, "Events-Pid", -1));
+      Fields f = get_fields(msg);
+      header->src = static_cast<uint32_t>(f.src);
+      header->pid = static_cast<int32_t>(f.pid);
       header->time = static_cast<int32_t>(d.nanos / 1000000000);
-      header->status = static_cast<int32_t>(get_number(msg, "Events-Status", 0));
-      header->target = static_cast<uint32_t>(get_number(msg, "Events-Target", 0));
+      header->status = static_cast<int32_t>(f.status);
+      header->target = static_cast<uint32_t>(f.target);
       remember(*c, d.sequence);
     }
     const char *reply = natsMsg_GetReply(msg);
