@@ -2,7 +2,9 @@
 // process (jetstream_peer) publishes while this process takes, for
 //   - the Unix-socket hub (hubd-dev relaying between the two);
 //   - a JetStream stream on one nats-server node (1 replica);
-//   - a JetStream stream on a three-node cluster (3 replicas).
+//   - a JetStream stream on a three-node cluster (3 replicas);
+// the streams with each trap a message of its own (batch:1), and with
+// traps sent in batches of up to 64 (batch:64).
 // The rate is counted from the first trap taken to the last, so that the
 // sender's start does not count.
 //
@@ -88,9 +90,11 @@ void BM_JetStream_1Replica(benchmark::State &state) {
     return;
   }
   std::string url = "nats://" + node.address() + "/BENCH1";
-  run(state, url, url + "?durable=bench", EVENT_TRANS_JETSTREAM);
+  run(state, url + "?batch=" + std::to_string(state.range(0)), url + "?durable=bench",
+      EVENT_TRANS_JETSTREAM);
 }
-BENCHMARK(BM_JetStream_1Replica)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(BM_JetStream_1Replica)->ArgName("batch")->Arg(1)->Arg(64)->UseManualTime()
+    ->Unit(benchmark::kMillisecond)->Iterations(3);
 
 void BM_JetStream_3Replicas(benchmark::State &state) {
   NatsCluster cluster(dir());
@@ -105,9 +109,11 @@ void BM_JetStream_3Replicas(benchmark::State &state) {
                                         EVENT_TRANS_JETSTREAM) < 0; ++i)
     usleep(200000);
   close_event(&probe);
-  run(state, url, url + "&durable=bench", EVENT_TRANS_JETSTREAM);
+  run(state, url + "&batch=" + std::to_string(state.range(0)), url + "&durable=bench",
+      EVENT_TRANS_JETSTREAM);
 }
-BENCHMARK(BM_JetStream_3Replicas)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(BM_JetStream_3Replicas)->ArgName("batch")->Arg(1)->Arg(64)->UseManualTime()
+    ->Unit(benchmark::kMillisecond)->Iterations(3);
 
 }  // namespace
 

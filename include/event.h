@@ -68,10 +68,19 @@ EVENTS_STATIC_ASSERT(sizeof(trap_headerEMS) == 24, "trap_headerEMS is 24 octets"
  *                  the stream's copies (1), age limit (7 days) and size
  *                  limit (1 GiB), used when open_event creates the stream
  *                  because it is missing.
+ *   ack_wait=SECONDS  how long the server waits for an acknowledgement
+ *                  before it delivers a trap again (30).
+ *   batch=N        up to N traps (1 to 1000, default 1) in one stream
+ *                  message: traps that come while two publications await
+ *                  the stream's confirmation wait for the next one, or for
+ *                  N of them, and go out together.  The cluster agrees once
+ *                  per message, so a storm passes several times faster; a
+ *                  consumer that stops half-way through a batch gets the
+ *                  whole batch again.  Receivers read both kinds.
  * Every trap sent goes to the subject traps.SOURCE.ENTERPRISE (the
  * enterprise's arcs as tokens; "_" when the message shows none) with the
- * transmission header's src, pid, status and target as message headers and
- * a message ID the stream drops repeated copies by.  Sending returns once
+ * transmission header's src, pid, status and target and a message ID the
+ * stream drops repeated copies by.  Sending returns once
  * the client holds the message; the stream's confirmation is awaited, and
  * the message sent again on a failure, in the background, for a minute;
  * close_event waits until every trap is stored or given up.  recv_event

@@ -206,6 +206,34 @@ TEST(JetStream, DurableConsumersShareResumeAndEachNameGetsAll) {
   close_event(&sender);
 }
 
+// Traps sent faster than the stream confirms them go out in batches; each
+// still wakes a poll of its own, in order, with its sender's fields.
+TEST(JetStream, BatchedTrapsArriveInOrderAndEachWakesThePoll) {
+  TempDir dir;
+  NatsNode node(dir, "n1");
+  ASSERT_TRUE(node.running());
+  std::string url = "nats://" + node.address() + "/T5";
+  event_infoEMS receiver = open_stream(url + "?durable=console");
+  event_infoEMS sender = open_stream(url + "?batch=50");
+  constexpr long kTraps = 2000;
+  for (uint32_t i = 0; i < kTraps; ++i) ASSERT_EQ(send_numbered(&sender, i), 0);
+  std::vector<long> got;
+  bool fields_kept = true;
+  while (static_cast<long>(got.size()) < kTraps) {
+    long specific = receive_numbered(&receiver);
+    if (specific < 0) break;
+    got.push_back(specific);
+    fields_kept &= recv_headerEMS->src == static_cast<uint32_t>(kSource) &&
+                   recv_headerEMS->pid == getpid();
+  }
+  std::vector<long> expected(kTraps);
+  for (long i = 0; i < kTraps; ++i) expected[static_cast<size_t>(i)] = i;
+  EXPECT_EQ(got, expected);
+  EXPECT_TRUE(fields_kept);
+  close_event(&sender);
+  close_event(&receiver);
+}
+
 TEST(JetStream, AServerThatGoesAwayFailsTheReceiveAndComesBack) {
   TempDir dir;
   NatsNode node(dir, "n1");

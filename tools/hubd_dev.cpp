@@ -187,6 +187,8 @@ void usage() {
       "  --replicas N         copies of the stream, 1 to 5 (default 1)\n"
       "  --max-age SECONDS    age limit of its traps (default 604800, 7 days)\n"
       "  --max-bytes OCTETS   size limit of the stream (default 1 GiB)\n"
+      "  --batch N            publish up to N traps in one message while the\n"
+      "                       stream is slower than the traps come (default 1)\n"
       "  --verbose            print one time-stamped line per relayed or dropped\n"
       "                       message, and let the library's decoding diagnostics\n"
       "                       reach standard error\n"
@@ -754,6 +756,7 @@ int main(int argc, char **argv) {
                                    {"replicas", required_argument, nullptr, 'R'},
                                    {"max-age", required_argument, nullptr, 'A'},
                                    {"max-bytes", required_argument, nullptr, 'B'},
+                                   {"batch", required_argument, nullptr, 'b'},
                                    {"version", no_argument, nullptr, 'V'},
                                    {"help", no_argument, nullptr, 'h'},
                                    {nullptr, 0, nullptr, 0}};
@@ -801,9 +804,13 @@ int main(int argc, char **argv) {
         break;
       case 'R':
       case 'A':
-      case 'B': {
+      case 'B':
+      case 'b': {
         // Passed on as the stream URL's parameters, which the library checks.
-        const char *key = option == 'R' ? "replicas" : option == 'A' ? "max_age" : "max_bytes";
+        const char *key = option == 'R'   ? "replicas"
+                          : option == 'A' ? "max_age"
+                          : option == 'B' ? "max_bytes"
+                                          : "batch";
         if (*optarg == '\0' || strspn(optarg, "0123456789") != strlen(optarg))
           cli_usage_error("bad stream limit '%s': a whole number is needed", optarg);
         stream_limits += std::string(stream_limits.empty() ? "" : "&") + key + "=" + optarg;

@@ -3,32 +3,90 @@
 // Publishing is asynchronous: a trap is handed to the client, which sends
 // it with a message ID derived from this connection and a counter, waits
 // for the stream's confirmation in the background and sends it again on a
-// failure or a time-out; the stream drops the copies by that ID.
+// failure or a time-out; the stream drops the copies by that ID.  With
+// batches, traps of one subject that come while two publications await
+// their confirmation wait for the next confirmation (or for the batch to
+// fill) and go out as one message: the cluster then agrees once on many
+// traps, which is what a storm needs.
 //
 // Receiving pulls from a durable consumer.  The client's threads keep the
-// requests going: the delivery thread asks for more as traps come, and
+// requests going: the delivery thread asks for more as messages come, and
 // asks again when a request ends with a status (it expired, or the
 // consumer changed leader) or when nothing at all came for a while (a
 // request lost with a leader); the reconnection handler asks again on the
-// new connection.  The delivery thread writes a pointer to each trap into
-// the connection's pipe, so the pipe is readable only when a trap waits,
-// and an application that polls it is never woken for nothing nor left
-// waiting on a request the cluster lost.  The caller's thread reads the
-// pipe, hands the trap over and acknowledges it.  The consumer's limit on
-// unacknowledged messages bounds what can wait in the pipe.
+// new connection.  The delivery thread queues each message and adds the
+// number of its traps to the connection's eventfd, so the descriptor is
+// readable exactly when a trap waits, and an application that polls it is
+// never woken for nothing nor left waiting on a request the cluster lost.
+// The caller's thread takes one count per trap, hands the trap over and
+// acknowledges a message once all its traps are handed over.  The
+// consumer's limit on unacknowledged messages bounds what can wait.
 
 #include "events/jetstream.h"
 
-#include <fcntl.h>
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "log_trace.h"
+
+namespace events::jetstream {
+namespace {
+
+void put_word(std::string *out, uint32_t word) {
+  const char octets[4] = {static_cast<char>(word >> 24), static_cast<char>(word >> 16),
+                          static_cast<char>(word >> 8), static_cast<char>(word)};
+  out->append(octets, 4);
+}
+
+uint32_t get_word(const unsigned char *p) {
+  return uint32_t{p[0]} << 24 | uint32_t{p[1]} << 16 | uint32_t{p[2]} << 8 | p[3];
+}
+
+}  // namespace
+
+void append_frame(std::string *batch, const trap_headerEMS &header, const unsigned char *message,
+                  int length) {
+  put_word(batch, static_cast<uint32_t>(length));
+  put_word(batch, header.src);
+  put_word(batch, static_cast<uint32_t>(header.pid));
+  put_word(batch, static_cast<uint32_t>(header.status));
+  put_word(batch, header.target);
+  batch->append(reinterpret_cast<const char *>(message), static_cast<size_t>(length));
+}
+
+bool next_frame(const unsigned char *data, size_t size, size_t *offset, trap_headerEMS *header,
+                const unsigned char **message) {
+  if (*offset > size || size - *offset < kFrameHeader) return false;
+  const unsigned char *p = data + *offset;
+  uint32_t length = get_word(p);
+  if (length > size - *offset - kFrameHeader || length > INT32_MAX) return false;
+  header->len = static_cast<int32_t>(length);
+  header->src = get_word(p + 4);
+  header->pid = static_cast<int32_t>(get_word(p + 8));
+  header->status = static_cast<int32_t>(get_word(p + 12));
+  header->target = get_word(p + 16);
+  *message = p + kFrameHeader;
+  *offset += kFrameHeader + length;
+  return true;
+}
+
+long count_frames(const unsigned char *data, size_t size) {
+  long count = 0;
+  size_t offset = 0;
+  trap_headerEMS header;
+  const unsigned char *message;
+  while (next_frame(data, size, &offset, &header, &message)) ++count;
+  return offset == size ? count : -1;
+}
+
+}  // namespace events::jetstream
 
 #if EVENTS_HAVE_NATS
 
@@ -41,7 +99,6 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <string>
 #include <unordered_set>
 #include <vector>
 
@@ -56,8 +113,12 @@ constexpr int kDefaultReplicas = 1;
 constexpr int64_t kDefaultMaxAgeSeconds = 7 * 24 * 3600;
 constexpr int64_t kDefaultMaxBytes = int64_t{1} << 30;
 constexpr int64_t kDefaultAckWaitSeconds = 30;
-constexpr int kBatch = 512;              // traps asked for at a time
-constexpr int kMaxAckPending = 4000;     // bounds what the pipe can hold
+constexpr int kPullBatch = 128;          // messages asked for at a time
+constexpr int kMaxAckPending = 1000;     // bounds what waits to be handed over
+constexpr int kMaxBatch = 1000;          // traps in a batch, at most
+constexpr size_t kMaxBatchOctets = 60000;
+constexpr long kBatchWindow = 2;         // publications awaiting confirmation before traps wait
+constexpr size_t kMaxOpenBatches = 16;   // one per subject
 constexpr int64_t kPublishWaitMs = 2000; // confirmation time-out before a resend
 constexpr int64_t kCloseWaitMs = 5000;
 constexpr int64_t kPublishRetryMs = 60000;
@@ -67,7 +128,7 @@ constexpr int64_t kQuietBeforeAskingAgainMs = 2000;
 constexpr int64_t kLeastBetweenAsksMs = 250;  // after a status, against a loop of them
 constexpr size_t kRememberedSequences = 16384;
 
-// The pipe entry other than a message.
+// The queue entry other than a message.
 natsMsg *const kDisconnected = reinterpret_cast<natsMsg *>(uintptr_t{1});
 
 void report(const char *fmt, const char *detail) {
@@ -81,6 +142,7 @@ struct Address {
   std::string durable;
   std::string from;  // "", "start", "new", a sequence number or a time
   int replicas = kDefaultReplicas;
+  int batch = 1;
   int64_t max_age_seconds = kDefaultMaxAgeSeconds;
   int64_t max_bytes = kDefaultMaxBytes;
   int64_t ack_wait_seconds = kDefaultAckWaitSeconds;
@@ -108,7 +170,7 @@ bool plain_name(const std::string &name) {
 }
 
 // nats://HOST:PORT[,HOST:PORT]...[/STREAM][?durable=NAME&from=...&replicas=N
-// &max_age=SECONDS&max_bytes=OCTETS]
+// &max_age=SECONDS&max_bytes=OCTETS&ack_wait=SECONDS&batch=N]
 bool parse_url(const char *url, Address *out, std::string *why) {
   std::string text = url != nullptr ? url : "";
   const std::string scheme = "nats://";
@@ -151,6 +213,8 @@ bool parse_url(const char *url, Address *out, std::string *why) {
       out->from = value;
     } else if (key == "replicas" && read_count(value, 1, 5, &n)) {
       out->replicas = static_cast<int>(n);
+    } else if (key == "batch" && read_count(value, 1, kMaxBatch, &n)) {
+      out->batch = static_cast<int>(n);
     } else if (key == "max_age" && read_count(value, 1, INT64_MAX / 1000000000, &n)) {
       out->max_age_seconds = n;
     } else if (key == "max_bytes" && read_count(value, 1, INT64_MAX, &n)) {
@@ -212,19 +276,58 @@ Fields get_fields(natsMsg *msg) {
   return f;
 }
 
+// A batch carries its traps' fields in its frames, and only SINCE in a
+// header of its own, which also tells it from a single trap.
+constexpr const char *kBatchHeader = "Events-Batch";
+
+bool is_batch(natsMsg *msg) {
+  const char *text = nullptr;
+  return natsMsgHeader_Get(msg, kBatchHeader, &text) == NATS_OK;
+}
+
+int64_t since_of(natsMsg *msg) {
+  const char *text = nullptr;
+  if (natsMsgHeader_Get(msg, kBatchHeader, &text) == NATS_OK && text != nullptr)
+    return strtoll(text, nullptr, 10);
+  return get_fields(msg).since;
+}
+
+// How many traps a message carries; a batch that does not read as one
+// counts as one, which the caller's thread reports.
+long traps_in(natsMsg *msg) {
+  if (!is_batch(msg)) return 1;
+  long count = count_frames(reinterpret_cast<const unsigned char *>(natsMsg_GetData(msg)),
+                            static_cast<size_t>(natsMsg_GetDataLength(msg)));
+  return count > 0 ? count : 1;
+}
+
+// Traps of one subject waiting to go out together.
+struct Batch {
+  std::string subject;
+  std::string frames;
+  int count = 0;
+};
+
 // What the client's threads share with the caller's.  The client's
 // closed handler, the last call it makes for a connection, deletes it.
 struct Link {
-  std::atomic<long> unconfirmed{0};  // traps published and not yet stored
+  std::atomic<long> unconfirmed{0};  // publications not yet stored
   std::mutex mutex;
   jsCtx *js = nullptr;
   std::vector<natsMsg *> to_resend;  // failed publications, sent on the next tick
-  int pipe_write = -1;
-  bool closing = false;  // the caller is closing the pipe: write no more
+  std::string id_prefix;             // of the message IDs
+  uint64_t published = 0;
+  int batch_limit = 1;               // traps in a batch; 1: no batches
+  std::vector<Batch> batches;        // open, oldest first
+  // Delivered messages not yet wholly handed over, and kDisconnected
+  // marks; `ready` (the caller's descriptor) counts their traps.
+  std::deque<natsMsg *> waiting;
+  int ready = -1;
+  bool closing = false;  // the caller is closing: queue no more
   natsConnection *nc = nullptr;
   std::string pull_subject, inbox;  // empty without a consumer
   bool asking = true;               // false once closing
-  int outstanding = 0;              // traps asked for and not yet come
+  int outstanding = 0;              // messages asked for and not yet come
   int64_t last_ask_ms = 0;
   // Where the latest acknowledgements went.  Those sent just before a
   // connection broke may be lost; they are sent again after reconnecting.
@@ -236,28 +339,77 @@ struct Link {
   }
 };
 
+// The next message ID.  REQUIRES: link.mutex held.
+std::string next_id(Link &link) { return link.id_prefix + std::to_string(++link.published); }
+
+// Takes open batch `i` out as a message to publish, counted unconfirmed
+// from now.  REQUIRES: link.mutex held.
+natsMsg *seal(Link &link, size_t i) {
+  Batch batch = std::move(link.batches[i]);
+  link.batches.erase(link.batches.begin() + static_cast<long>(i));
+  natsMsg *msg = nullptr;
+  if (natsMsg_Create(&msg, batch.subject.c_str(), nullptr, batch.frames.data(),
+                     static_cast<int>(batch.frames.size())) != NATS_OK) {
+    fprintf(stderr, "jetstream: %d traps were dropped: no memory for their batch\n", batch.count);
+    return nullptr;
+  }
+  natsMsgHeader_Set(msg, "Nats-Msg-Id", next_id(link).c_str());
+  natsMsgHeader_Set(msg, kBatchHeader, std::to_string(now_ms()).c_str());
+  ++link.unconfirmed;
+  return msg;
+}
+
+// Publishes sealed batches, without the lock: the client takes locks of
+// its own.  One it does not take goes again on the next tick.
+void send_sealed(Link &link, std::vector<natsMsg *> &sealed) {
+  jsPubOptions options;
+  jsPubOptions_Init(&options);
+  options.MaxWait = kPublishWaitMs;
+  for (natsMsg *&msg : sealed) {
+    if (msg == nullptr || js_PublishMsgAsync(link.js, &msg, &options) == NATS_OK) continue;
+    std::lock_guard<std::mutex> hold(link.mutex);
+    link.to_resend.push_back(msg);
+  }
+  sealed.clear();
+}
+
+// Seals the oldest batch when confirmations leave room for it.
+// REQUIRES: link.mutex held.
+void seal_if_room(Link &link, std::vector<natsMsg *> *sealed) {
+  if (!link.batches.empty() && link.unconfirmed < kBatchWindow) sealed->push_back(seal(link, 0));
+}
+
 // A publication the stream refused or did not confirm in time goes out
 // again on the next tick under the same message ID, for a minute from its
 // first attempt: long enough for a cluster to elect new leaders.  Waiting
 // for the tick keeps a stream without a leader, which refuses at once,
 // from being asked thousands of times a second; and the handler must not
 // sleep, since the confirmations of every other publication wait behind it.
+// A confirmation makes room for the next batch.
 void on_publish_result(jsCtx *, natsMsg *msg, jsPubAck *, jsPubAckErr *failure, void *closure) {
   Link &link = *static_cast<Link *>(closure);
-  if (failure != nullptr && now_ms() - get_fields(msg).since <= kPublishRetryMs) {
+  if (failure != nullptr && now_ms() - since_of(msg) <= kPublishRetryMs) {
     std::lock_guard<std::mutex> hold(link.mutex);
     link.to_resend.push_back(msg);
     return;
   }
   if (failure != nullptr)
-    fprintf(stderr, "jetstream: a trap was not stored within %lld s: %s\n",
+    fprintf(stderr, "jetstream: %ld traps were not stored within %lld s: %s\n", traps_in(msg),
             static_cast<long long>(kPublishRetryMs / 1000),
             failure->ErrText != nullptr ? failure->ErrText : natsStatus_GetText(failure->Err));
   --link.unconfirmed;
   natsMsg_Destroy(msg);
+  std::vector<natsMsg *> sealed;
+  {
+    std::lock_guard<std::mutex> hold(link.mutex);
+    seal_if_room(link, &sealed);
+  }
+  send_sealed(link, sealed);
 }
 
 // The tick: a subscription nothing is sent to, whose time-out calls it.
+// Besides the resends, it sends what batches are open, so that no trap
+// waits longer than a tick even while confirmations are slow.
 void on_tick(natsConnection *, natsSubscription *, natsMsg *msg, void *closure) {
   Link &link = *static_cast<Link *>(closure);
   natsMsg_Destroy(msg);
@@ -265,28 +417,22 @@ void on_tick(natsConnection *, natsSubscription *, natsMsg *msg, void *closure) 
   {
     std::lock_guard<std::mutex> hold(link.mutex);
     due.swap(link.to_resend);
+    while (!link.batches.empty()) due.push_back(seal(link, 0));
   }
-  jsPubOptions options;
-  jsPubOptions_Init(&options);
-  options.MaxWait = kPublishWaitMs;
-  for (natsMsg *&pending : due) {
-    if (js_PublishMsgAsync(link.js, &pending, &options) == NATS_OK) continue;
-    std::lock_guard<std::mutex> hold(link.mutex);
-    link.to_resend.push_back(pending);
-  }
+  send_sealed(link, due);
 }
 
-// Writes a pointer into the pipe.  A full pipe cannot happen while the
-// consumer's limit holds; should it, the message is dropped unacknowledged
-// and the server delivers it again later.
+// Queues a delivered message (or kDisconnected) for the caller's thread
+// and counts its traps on the caller's descriptor.
 void post(Link &link, natsMsg *msg) {
-  ssize_t n = -1;
-  if (!link.closing) {
-    do {
-      n = write(link.pipe_write, &msg, sizeof msg);
-    } while (n < 0 && errno == EINTR);
+  if (link.closing) {
+    if (msg != kDisconnected) natsMsg_Destroy(msg);
+    return;
   }
-  if (n != static_cast<ssize_t>(sizeof msg) && msg != kDisconnected) natsMsg_Destroy(msg);
+  link.waiting.push_back(msg);
+  uint64_t count = msg == kDisconnected ? 1 : static_cast<uint64_t>(traps_in(msg));
+  while (write(link.ready, &count, sizeof count) < 0 && errno == EINTR) {
+  }
 }
 
 // Asks for more traps when half of what was asked for has come, or, with
@@ -294,18 +440,18 @@ void post(Link &link, natsMsg *msg) {
 void ask(Link &link, bool again) {
   if (link.pull_subject.empty() || !link.asking) return;
   if (again) link.outstanding = 0;
-  if (link.outstanding > kBatch / 2) return;
+  if (link.outstanding > kPullBatch / 2) return;
   char request[64];
-  snprintf(request, sizeof request, "{\"batch\":%d,\"expires\":%lld}", kBatch - link.outstanding,
+  snprintf(request, sizeof request, "{\"batch\":%d,\"expires\":%lld}", kPullBatch - link.outstanding,
            static_cast<long long>(kRequestLifeMs * 1000000));
   if (natsConnection_PublishRequestString(link.nc, link.pull_subject.c_str(), link.inbox.c_str(),
                                           request) == NATS_OK) {
-    link.outstanding = kBatch;
+    link.outstanding = kPullBatch;
     link.last_ask_ms = now_ms();
   }
 }
 
-// The delivery thread: a trap goes into the pipe; a status (the request
+// The delivery thread: a message of traps is queued; a status (the request
 // expired or the consumer changed leader) or a silence (null) means
 // asking again.
 void on_message(natsConnection *, natsSubscription *, natsMsg *msg, void *closure) {
@@ -349,11 +495,10 @@ struct Connection {
   jsCtx *js = nullptr;
   natsSubscription *deliveries = nullptr;
   natsSubscription *tick = nullptr;
-  int pipe_read = -1, pipe_write = -1;
+  int ready = -1;          // the caller's descriptor, also link->ready
   Link *link = new Link;  // the closed handler's once connected
   Address address;
-  std::string id_prefix;
-  uint64_t published = 0;
+  size_t offset = 0;  // where the next trap starts in the first waiting batch
   // Stream sequences handed over lately: a message delivered again after
   // its acknowledgement was lost, or after a new consumer leader forgot it
   // was delivered, is acknowledged and not handed twice.
@@ -391,16 +536,16 @@ struct Connection {
       std::lock_guard<std::mutex> hold(link->mutex);
       link->closing = true;
     }
-    // What the pipe still holds was never handed over: the server is told
-    // so, and delivers it again at once rather than after the wait for an
-    // acknowledgement.
-    natsMsg *msg;
-    while (read(pipe_read, &msg, sizeof msg) == static_cast<ssize_t>(sizeof msg)) {
+    // What is still queued was never wholly handed over: the server is
+    // told so, and delivers it again at once rather than after the wait
+    // for an acknowledgement.  The client's threads are done with it.
+    for (natsMsg *msg : link->waiting) {
       if (msg == kDisconnected) continue;
       const char *reply = natsMsg_GetReply(msg);
       if (reply != nullptr) natsConnection_PublishString(nc, reply, "-NAK");
       natsMsg_Destroy(msg);
     }
+    link->waiting.clear();
     if (js != nullptr) jsCtx_Destroy(js);
     if (nc != nullptr) {
       natsConnection_FlushTimeout(nc, kCloseWaitMs);
@@ -409,8 +554,7 @@ struct Connection {
     } else {
       delete link;
     }
-    ::close(pipe_read);
-    ::close(pipe_write);
+    ::close(ready);
   }
 };
 
@@ -595,16 +739,90 @@ void remember(Connection &c, uint64_t sequence) {
   }
 }
 
-// Reads one pipe entry, waiting for it.
-natsMsg *next_entry(Connection &c) {
+// Takes one trap's count off the caller's descriptor, waiting for one.
+bool take_one(Connection &c) {
   for (;;) {
-    natsMsg *msg = nullptr;
-    ssize_t n = read(c.pipe_read, &msg, sizeof msg);
-    if (n == static_cast<ssize_t>(sizeof msg)) return msg;
-    if (n < 0 && errno != EINTR && errno != EAGAIN) return nullptr;
-    pollfd wait = {c.pipe_read, POLLIN, 0};
-    if (poll(&wait, 1, -1) < 0 && errno != EINTR) return nullptr;
+    uint64_t unit = 0;
+    ssize_t n = read(c.ready, &unit, sizeof unit);
+    if (n == static_cast<ssize_t>(sizeof unit)) return true;
+    if (n < 0 && errno != EINTR && errno != EAGAIN) return false;
+    pollfd wait = {c.ready, POLLIN, 0};
+    if (poll(&wait, 1, -1) < 0 && errno != EINTR) return false;
   }
+}
+
+// Acknowledges the first waiting message, wholly handed over (or delivered
+// again), and drops it.
+void finish(Connection &c, natsMsg *msg, uint64_t sequence) {
+  const char *reply = natsMsg_GetReply(msg);
+  if (reply != nullptr) natsConnection_PublishString(c.nc, reply, "+ACK");
+  remember(c, sequence);
+  {
+    std::lock_guard<std::mutex> hold(c.link->mutex);
+    if (reply != nullptr) {
+      c.link->recent_acks.emplace_back(reply);
+      if (c.link->recent_acks.size() > static_cast<size_t>(kMaxAckPending))
+        c.link->recent_acks.pop_front();
+    }
+    c.link->waiting.pop_front();
+  }
+  natsMsg_Destroy(msg);
+  c.offset = 0;
+}
+
+// Copies the next trap of `msg` into the caller's area.  Returns 1, or
+// EVENT_RECV_BAD_SIZE for a trap too large or a batch that does not read
+// as one (then `*done`: the rest of it is dropped too).
+int hand_over(Connection &c, natsMsg *msg, trap_headerEMS *header, unsigned char *packet,
+              bool *done) {
+  const unsigned char *data = reinterpret_cast<const unsigned char *>(natsMsg_GetData(msg));
+  size_t size = static_cast<size_t>(natsMsg_GetDataLength(msg));
+  const unsigned char *trap = data;
+  if (!is_batch(msg)) {
+    *done = true;
+    Fields f = get_fields(msg);
+    header->len = static_cast<int32_t>(size);
+    header->src = static_cast<uint32_t>(f.src);
+    header->pid = static_cast<int32_t>(f.pid);
+    header->status = static_cast<int32_t>(f.status);
+    header->target = static_cast<uint32_t>(f.target);
+  } else if ((c.offset == 0 && count_frames(data, size) < 0) ||
+             !next_frame(data, size, &c.offset, header, &trap)) {
+    *done = true;
+    if (tracelogfp) log_trace("recv_trap", "JetStream batch of %zu bytes is not framed.", size);
+    return EVENT_RECV_BAD_SIZE;
+  } else {
+    *done = c.offset == size;
+  }
+  if (header->len > EVENT_MAX_MESSAGE) {
+    if (tracelogfp) log_trace("recv_trap", "JetStream trap = %d bytes is too large.", header->len);
+    return EVENT_RECV_BAD_SIZE;
+  }
+  memcpy(packet, trap, static_cast<size_t>(header->len));
+  return 1;
+}
+
+// Sends a trap into its subject's open batch, and what batches are due.
+int add_to_batch(Link &link, std::string subject, const trap_headerEMS &header,
+                 const unsigned char *message, int length) {
+  std::vector<natsMsg *> sealed;
+  {
+    std::lock_guard<std::mutex> hold(link.mutex);
+    size_t i = 0;
+    while (i < link.batches.size() && link.batches[i].subject != subject) ++i;
+    if (i == link.batches.size()) {
+      if (i == kMaxOpenBatches) sealed.push_back(seal(link, 0));
+      link.batches.push_back(Batch{std::move(subject), {}, 0});
+      i = link.batches.size() - 1;
+    }
+    Batch &batch = link.batches[i];
+    append_frame(&batch.frames, header, message, length);
+    if (++batch.count >= link.batch_limit || batch.frames.size() >= kMaxBatchOctets)
+      sealed.push_back(seal(link, i));
+    seal_if_room(link, &sealed);
+  }
+  send_sealed(link, sealed);
+  return 0;
 }
 
 }  // namespace
@@ -616,19 +834,18 @@ int open(const char *url) {
     report("bad JetStream URL: %s", why.c_str());
     return -1;
   }
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) return -1;
-  c->pipe_read = ends[0];
-  c->pipe_write = c->link->pipe_write = ends[1];
+  c->ready = c->link->ready = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK | EFD_SEMAPHORE);
+  if (c->ready < 0) return -1;
+  c->link->batch_limit = c->address.batch;
   char host[64] = "";
   gethostname(host, sizeof host - 1);
   timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);
-  c->id_prefix = std::string(host) + "-" + std::to_string(getpid()) + "-" +
-                 std::to_string(now.tv_sec * 1000000000LL + now.tv_nsec) + "-";
+  c->link->id_prefix = std::string(host) + "-" + std::to_string(getpid()) + "-" +
+                       std::to_string(now.tv_sec * 1000000000LL + now.tv_nsec) + "-";
   if (!connect(*c) || !ensure_stream(*c)) return -1;
   if (!c->address.durable.empty() && (!ensure_consumer(*c) || !start_pulling(*c))) return -1;
-  int sd = c->pipe_read;
+  int sd = c->ready;
   connections[sd] = std::move(c);
   return sd;
 }
@@ -636,21 +853,25 @@ int open(const char *url) {
 int publish(int sd, const trap_headerEMS &header, const unsigned char *message, int length) {
   Connection *c = find(sd);
   if (c == nullptr || length < 0) return -1;
+  Link &link = *c->link;
   std::string subject = subject_of(header.src, message, length);
+  if (link.batch_limit > 1) return add_to_batch(link, std::move(subject), header, message, length);
   natsMsg *msg = nullptr;
   if (natsMsg_Create(&msg, subject.c_str(), nullptr, reinterpret_cast<const char *>(message),
                      length) != NATS_OK)
     return -1;
-  std::string id = c->id_prefix + std::to_string(++c->published);
-  natsMsgHeader_Set(msg, "Nats-Msg-Id", id.c_str());
+  {
+    std::lock_guard<std::mutex> hold(link.mutex);
+    natsMsgHeader_Set(msg, "Nats-Msg-Id", next_id(link).c_str());
+  }
   set_fields(msg, {header.src, header.pid, header.status, header.target, now_ms()});
   jsPubOptions options;
   jsPubOptions_Init(&options);
   options.MaxWait = kPublishWaitMs;
-  ++c->link->unconfirmed;
+  ++link.unconfirmed;
   natsStatus s = js_PublishMsgAsync(c->js, &msg, &options);
   if (msg != nullptr) {  // not taken
-    --c->link->unconfirmed;
+    --link.unconfirmed;
     natsMsg_Destroy(msg);
   }
   return s == NATS_OK ? 0 : -1;
@@ -660,36 +881,26 @@ int receive(int sd, trap_headerEMS *header, unsigned char *packet) {
   Connection *c = find(sd);
   if (c == nullptr || c->address.durable.empty()) return EVENT_RECV_ERROR;
   for (;;) {
-    natsMsg *msg = next_entry(*c);
-    if (msg == nullptr || msg == kDisconnected) return EVENT_RECV_ERROR;
-    Delivery d = delivery_of(msg);
-    bool again = c->handed.count(d.sequence) != 0;
-    int length = natsMsg_GetDataLength(msg);
-    int result = 1;
-    if (!again && length > EVENT_MAX_MESSAGE) {
-      if (tracelogfp) log_trace("recv_trap", "JetStream trap = %d bytes is too large.", length);
-      result = EVENT_RECV_BAD_SIZE;
-    } else if (!again) {
-      memcpy(packet, natsMsg_GetData(msg), static_cast<size_t>(length));
-      header->len = length;
-      Fields f = get_fields(msg);
-      header->src = static_cast<uint32_t>(f.src);
-      header->pid = static_cast<int32_t>(f.pid);
-      header->time = static_cast<int32_t>(d.nanos / 1000000000);
-      header->status = static_cast<int32_t>(f.status);
-      header->target = static_cast<uint32_t>(f.target);
-      remember(*c, d.sequence);
-    }
-    const char *reply = natsMsg_GetReply(msg);
-    if (reply != nullptr) {
-      natsConnection_PublishString(c->nc, reply, "+ACK");
+    if (!take_one(*c)) return EVENT_RECV_ERROR;
+    natsMsg *msg = nullptr;
+    {
       std::lock_guard<std::mutex> hold(c->link->mutex);
-      c->link->recent_acks.emplace_back(reply);
-      if (c->link->recent_acks.size() > static_cast<size_t>(kMaxAckPending))
-        c->link->recent_acks.pop_front();
+      msg = c->link->waiting.front();
+      if (msg == kDisconnected) c->link->waiting.pop_front();
     }
-    natsMsg_Destroy(msg);
-    if (!again) return result;
+    if (msg == kDisconnected) return EVENT_RECV_ERROR;
+    Delivery d = delivery_of(msg);
+    if (c->offset == 0 && c->handed.count(d.sequence) != 0) {
+      // Delivered again: its traps were all handed over already.
+      for (long rest = traps_in(msg) - 1; rest > 0; --rest) take_one(*c);
+      finish(*c, msg, d.sequence);
+      continue;
+    }
+    bool done = false;
+    int result = hand_over(*c, msg, header, packet, &done);
+    header->time = static_cast<int32_t>(d.nanos / 1000000000);
+    if (done) finish(*c, msg, d.sequence);
+    return result;
   }
 }
 
@@ -698,6 +909,12 @@ int close(int sd) {
   if (it == connections.end()) return -1;
   // Every trap sent is stored, or given up after its minute of resending.
   Link &link = *it->second->link;
+  std::vector<natsMsg *> sealed;
+  {
+    std::lock_guard<std::mutex> hold(link.mutex);
+    while (!link.batches.empty()) sealed.push_back(seal(link, 0));
+  }
+  send_sealed(link, sealed);
   int64_t give_up = now_ms() + kPublishRetryMs + 2 * kPublishWaitMs;
   while (link.unconfirmed > 0 && now_ms() < give_up) poll(nullptr, 0, 20);
   if (link.unconfirmed > 0)
