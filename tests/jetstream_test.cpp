@@ -1,6 +1,6 @@
 // The event channel on NATS JetStream, against real nats-server processes
-// on loopback ports: one node, and a three-node cluster that loses a node
-// while traps flow.
+// on loopback ports: one node, a hub publishing to it, and a three-node
+// cluster that loses a node while traps flow.
 
 #include <netinet/in.h>
 #include <poll.h>
@@ -206,15 +206,20 @@ TEST(JetStream, DurableConsumersShareResumeAndEachNameGetsAll) {
   close_event(&sender);
 }
 
-// Traps sent faster than the stream confirms them go out in batches; each
+// The hub puts what it relays into the stream; with --batch, traps that
+// come faster than the stream confirms them go out in batches, and each
 // still wakes a poll of its own, in order, with its sender's fields.
-TEST(JetStream, BatchedTrapsArriveInOrderAndEachWakesThePoll) {
+TEST(JetStream, TheHubPublishesInBatchesAndEachTrapWakesThePoll) {
   TempDir dir;
   NatsNode node(dir, "n1");
   ASSERT_TRUE(node.running());
   std::string url = "nats://" + node.address() + "/T5";
+  std::string socket = dir.file("hub.socket");
+  ChildProcess hub({HUBD_DEV_PATH, "--unix", socket, "--jetstream", url, "--batch", "50"});
+  ASSERT_FALSE(hub.wait_for_line("hubd-dev: ready", 20s).empty());
   event_infoEMS receiver = open_stream(url + "?durable=console");
-  event_infoEMS sender = open_stream(url + "?batch=50");
+  event_infoEMS sender{};
+  ASSERT_GE(open_event(&sender, kSource, socket.c_str(), EVENT_TRANS_UNIX), 0);
   constexpr long kTraps = 2000;
   for (uint32_t i = 0; i < kTraps; ++i) ASSERT_EQ(send_numbered(&sender, i), 0);
   std::vector<long> got;
@@ -223,8 +228,9 @@ TEST(JetStream, BatchedTrapsArriveInOrderAndEachWakesThePoll) {
     long specific = receive_numbered(&receiver);
     if (specific < 0) break;
     got.push_back(specific);
+    // The sender's source; the publisher's, that is the hub's, process.
     fields_kept &= recv_headerEMS->src == static_cast<uint32_t>(kSource) &&
-                   recv_headerEMS->pid == getpid();
+                   recv_headerEMS->pid == hub.pid();
   }
   std::vector<long> expected(kTraps);
   for (long i = 0; i < kTraps; ++i) expected[static_cast<size_t>(i)] = i;
