@@ -104,6 +104,8 @@ struct Endpoint {
   // Output was left over when the client was last written to: it is not
   // reading, and what it is sent counts against the limits.
   bool behind = false;
+  // A UDP port's last sender, whose address is its name.
+  sockaddr_in sender{};
 };
 
 // Room for one batch of datagrams, set up once for the hub's life.  Each
@@ -346,14 +348,19 @@ int listen_unix(const std::string &path) {
   return fd;
 }
 
-// Decodes the whole trap, every binding, as a client would, and sums it
-// up; "" if it does not decode.
-std::string describe_trap(const std::vector<unsigned char> &message) {
+// Decodes the whole trap, every binding, as a client would.  Returns
+// false if it does not decode.
+bool decodes(const std::vector<unsigned char> &message) {
   snmp_trap_infoEMS &trap = decoded.trap;
   snmp_trap_reset_capacities(&trap, static_cast<int>(decoded.vars.size()));
-  if (snmp_parse_trap(const_cast<unsigned char *>(message.data()), static_cast<int>(message.size()),
-                      &trap, nullptr, decoded.vars.data()) != 0)
-    return "";
+  return snmp_parse_trap(const_cast<unsigned char *>(message.data()),
+                         static_cast<int>(message.size()), &trap, nullptr,
+                         decoded.vars.data()) == 0;
+}
+
+// Sums up the trap decodes() last decoded.
+std::string describe_trap() {
+  const snmp_trap_infoEMS &trap = decoded.trap;
   std::string text = "enterprise ";
   for (int i = 0; i < trap.elen; ++i) {
     if (i > 0) text += '.';
@@ -436,15 +443,15 @@ void relay(Hub &hub, int from, trap_headerEMS header, std::vector<unsigned char>
   const std::string &sender = hub.endpoints[from].name;
   ++hub.received;
   long length = element_length(message.data(), message.size());
-  std::string summary;
+  bool valid = false;
   if (length > 0 && static_cast<size_t>(length) <= message.size()) {
     if (static_cast<size_t>(length) < message.size()) {
       drop_message(hub, kTrailingOctets, message.size() - static_cast<size_t>(length), sender);
       message.resize(static_cast<size_t>(length));
     }
-    summary = describe_trap(message);
+    valid = decodes(message);
   }
-  if (summary.empty()) return drop_message(hub, refusal(message, kNotATrap), message.size(), sender);
+  if (!valid) return drop_message(hub, refusal(message, kNotATrap), message.size(), sender);
   ++hub.relayed;
   header.len = static_cast<int32_t>(message.size());
   header.time = static_cast<int32_t>(time(nullptr));
@@ -471,7 +478,7 @@ void relay(Hub &hub, int from, trap_headerEMS header, std::vector<unsigned char>
   if (hub.verbose)
     stamped("relayed %zu octets from %s (source %u, pid %d) to %d client%s: %s\n", message.size(),
            sender.c_str(), header.src, header.pid, receivers, receivers == 1 ? "" : "s",
-           summary.c_str());
+           describe_trap().c_str());
   for (int fd : laggards) {
     ++hub.dropped[kOverQueueLimit];
     drop(hub, fd, kDropNames[kOverQueueLimit]);
@@ -534,7 +541,7 @@ void accept_client(Hub &hub, int listener, Kind kind) {
                            ? (hub.endpoints[listener].kind == Kind::UnixListener ? "unix" : "tcp")
                            : "raw-tcp";
   std::string name = std::string(prefix) + "#" + std::to_string(fd);
-  hub.endpoints[fd] = Endpoint{kind, name, {}, {}, false};
+  hub.endpoints[fd] = Endpoint{kind, name, {}, {}, false, {}};
   if (hub.verbose) stamped("accepted %s\n", name.c_str());
 }
 
@@ -652,9 +659,14 @@ bool load_usm_users(Hub &hub, FILE *complaints) {
 // Relays one datagram of `size` octets from `from` on the UDP port `fd`.
 void take_datagram(Hub &hub, int fd, const sockaddr_in &from, const unsigned char *octets,
                    size_t size) {
-  char name[64];
-  snprintf(name, sizeof name, "udp %s:%u", inet_ntoa(from.sin_addr), ntohs(from.sin_port));
-  hub.endpoints[fd].name = name;
+  Endpoint &port = hub.endpoints[fd];
+  std::string &name = port.name;
+  if (from.sin_addr.s_addr != port.sender.sin_addr.s_addr || from.sin_port != port.sender.sin_port) {
+    char text[64];
+    snprintf(text, sizeof text, "udp %s:%u", inet_ntoa(from.sin_addr), ntohs(from.sin_port));
+    name = text;
+    port.sender = from;
+  }
   if (size > EVENT_MAX_MESSAGE) {
     ++hub.received;
     return drop_message(hub, kTooLarge, size, name);
@@ -667,7 +679,9 @@ void take_datagram(Hub &hub, int fd, const sockaddr_in &from, const unsigned cha
 }
 
 // Takes the datagrams waiting on the UDP port `fd`, a batch per call,
-// until the port is empty or a few batches were read.
+// until the port is empty or a few batches were read.  Asking once more
+// after a short batch takes the rest of a burst that was still arriving,
+// so that clients are written to once for it, not twice.
 void read_datagrams(Hub &hub, int fd) {
   DatagramBatch &batch = hub.batch;
   for (int round = 0; round < kBatchesPerTurn; ++round) {
@@ -682,7 +696,6 @@ void read_datagrams(Hub &hub, int fd) {
     for (int i = 0; i < n; ++i)
       take_datagram(hub, fd, batch.from[i], static_cast<unsigned char *>(batch.parts[i].iov_base),
                     batch.headers[i].msg_len);
-    // A short batch emptied the port: asking again would only say so.
     if (n < kBatch) return;
   }
 }
@@ -891,7 +904,7 @@ int main(int argc, char **argv) {
   for (const Listener &l : listeners) {
     int fd = l.kind == Kind::UnixListener ? listen_unix(l.where)
              : listen_inet(l.address, l.where, l.kind == Kind::Udp ? SOCK_DGRAM : SOCK_STREAM);
-    hub.endpoints[fd] = Endpoint{l.kind, l.where, {}, {}, false};
+    hub.endpoints[fd] = Endpoint{l.kind, l.where, {}, {}, false, {}};
     printf("%s: listening on %s %s\n", cli_name(), listener_name(l.kind),
            l.kind == Kind::UnixListener ? l.where.c_str() : bound_address(fd).c_str());
   }
