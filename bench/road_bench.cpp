@@ -339,25 +339,31 @@ void configure_formatting() {
   setenv("KZ_MIB_FILE", EVENTS_EXAMPLES_DIR "/mib.labels", 1);
 }
 
+// Runs `measure` on a fresh receiver of the kind Side in each iteration.
 template <class Side>
-void BM_RoadAtRate(benchmark::State &state) {
+void on_fresh_receiver(benchmark::State &state,
+                       void (*measure)(benchmark::State &, Receiver &)) {
   configure_formatting();
   for (auto _ : state) {
     Side receiver;
     if (receiver.port() == 0) return state.SkipWithError("the receiver did not start");
-    double rate = static_cast<double>(state.range(0));
-    report(state, run_trial(receiver, rate, static_cast<int>(rate)));
+    measure(state, receiver);
   }
+}
+
+void at_rate(benchmark::State &state, Receiver &receiver) {
+  double rate = static_cast<double>(state.range(0));
+  report(state, run_trial(receiver, rate, static_cast<int>(rate)));
+}
+
+template <class Side>
+void BM_RoadAtRate(benchmark::State &state) {
+  on_fresh_receiver<Side>(state, at_rate);
 }
 
 template <class Side>
 void BM_RoadNoLoss(benchmark::State &state) {
-  configure_formatting();
-  for (auto _ : state) {
-    Side receiver;
-    if (receiver.port() == 0) return state.SkipWithError("the receiver did not start");
-    find_no_loss_rate(state, receiver);
-  }
+  on_fresh_receiver<Side>(state, find_no_loss_rate);
 }
 
 void rates(benchmark::internal::Benchmark *b) {
