@@ -23,6 +23,7 @@
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -48,6 +49,10 @@ namespace {
 constexpr size_t kHeaderSize = sizeof(trap_headerEMS);
 constexpr size_t kMaxQueuedPerClient = 4u << 20;
 constexpr size_t kDefaultMaxQueued = 64u << 20;
+// Datagrams taken from the UDP port in one call, and calls in a row before
+// the other endpoints get their turn.
+constexpr int kBatch = 32;
+constexpr int kBatchesPerTurn = 8;
 
 enum class Kind { UnixListener, TcpListener, RawListener, Udp, Framed, Raw };
 
@@ -96,6 +101,33 @@ struct Endpoint {
   std::string name;
   std::vector<unsigned char> in;
   std::vector<unsigned char> out;
+  // Output was left over when the client was last written to: it is not
+  // reading, and what it is sent counts against the limits.
+  bool behind = false;
+  // A UDP port's last sender, whose address is its name.
+  sockaddr_in sender{};
+};
+
+// Room for one batch of datagrams, set up once for the hub's life.  Each
+// buffer holds one octet more than a message may, to tell one that was cut.
+struct DatagramBatch {
+  std::vector<unsigned char> octets =
+      std::vector<unsigned char>(kBatch * (EVENT_MAX_MESSAGE + 1));
+  iovec parts[kBatch];
+  sockaddr_in from[kBatch];
+  mmsghdr headers[kBatch];
+
+  DatagramBatch() {
+    for (int i = 0; i < kBatch; ++i) {
+      parts[i] = {octets.data() + i * (EVENT_MAX_MESSAGE + 1), EVENT_MAX_MESSAGE + 1};
+      headers[i] = mmsghdr{};
+      headers[i].msg_hdr.msg_name = &from[i];
+      headers[i].msg_hdr.msg_iov = &parts[i];
+      headers[i].msg_hdr.msg_iovlen = 1;
+    }
+  }
+  DatagramBatch(const DatagramBatch &) = delete;
+  DatagramBatch &operator=(const DatagramBatch &) = delete;
 };
 
 struct Hub {
@@ -115,6 +147,8 @@ struct Hub {
   event_infoEMS stream{};
   bool publishing = false;
   unsigned long long published = 0, not_published = 0;
+  DatagramBatch batch;
+  std::vector<unsigned char> datagram;  // the one being relayed
 };
 
 volatile sig_atomic_t stop_requested = 0;
@@ -316,14 +350,19 @@ int listen_unix(const std::string &path) {
   return fd;
 }
 
-// Decodes the whole trap, every binding, as a client would, and sums it
-// up; "" if it does not decode.
-std::string describe_trap(const std::vector<unsigned char> &message) {
+// Decodes the whole trap, every binding, as a client would.  Returns
+// false if it does not decode.
+bool decodes(const std::vector<unsigned char> &message) {
   snmp_trap_infoEMS &trap = decoded.trap;
   snmp_trap_reset_capacities(&trap, static_cast<int>(decoded.vars.size()));
-  if (snmp_parse_trap(const_cast<unsigned char *>(message.data()), static_cast<int>(message.size()),
-                      &trap, nullptr, decoded.vars.data()) != 0)
-    return "";
+  return snmp_parse_trap(const_cast<unsigned char *>(message.data()),
+                         static_cast<int>(message.size()), &trap, nullptr,
+                         decoded.vars.data()) == 0;
+}
+
+// Sums up the trap decodes() last decoded.
+std::string describe_trap() {
+  const snmp_trap_infoEMS &trap = decoded.trap;
   std::string text = "enterprise ";
   for (int i = 0; i < trap.elen; ++i) {
     if (i > 0) text += '.';
@@ -353,14 +392,24 @@ long element_length(const unsigned char *octets, size_t size) {
   return static_cast<long>(1 + length_octets + static_cast<long>(body));
 }
 
+// Writes as much of a client's output as its socket takes, in one call
+// unless the socket takes it piecemeal.
 void flush(Hub &hub, Endpoint &client, int fd) {
   while (!client.out.empty()) {
     ssize_t n = send(fd, client.out.data(), client.out.size(), MSG_NOSIGNAL);
     if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return;  // full for now, or broken: poll reports which
+    if (n <= 0) break;  // full for now, or broken: poll reports which
     client.out.erase(client.out.begin(), client.out.begin() + n);
     hub.queued -= static_cast<size_t>(n);
   }
+  client.behind = !client.out.empty();
+}
+
+// Writes to every client with output waiting: once a turn, so that all the
+// traps a turn relayed leave in one call per client.
+void flush_all(Hub &hub) {
+  for (auto &[fd, endpoint] : hub.endpoints)
+    if (!endpoint.out.empty()) flush(hub, endpoint, fd);
 }
 
 void drop(Hub &hub, int fd, const char *why) {
@@ -389,20 +438,22 @@ void publish(Hub &hub, const trap_headerEMS &header, const std::vector<unsigned 
 }
 
 // Relays the trap at the start of one message from `from` to every other
-// client.  The header keeps the sender's fields and gets the hub's time.
-void relay(Hub &hub, int from, trap_headerEMS header, std::vector<unsigned char> message) {
+// client, cutting off what follows it.  The header keeps the sender's
+// fields and gets the hub's time.  The trap is added to each client's
+// output; flush_all writes it.
+void relay(Hub &hub, int from, trap_headerEMS header, std::vector<unsigned char> &message) {
   const std::string &sender = hub.endpoints[from].name;
   ++hub.received;
   long length = element_length(message.data(), message.size());
-  std::string summary;
+  bool valid = false;
   if (length > 0 && static_cast<size_t>(length) <= message.size()) {
     if (static_cast<size_t>(length) < message.size()) {
       drop_message(hub, kTrailingOctets, message.size() - static_cast<size_t>(length), sender);
       message.resize(static_cast<size_t>(length));
     }
-    summary = describe_trap(message);
+    valid = decodes(message);
   }
-  if (summary.empty()) return drop_message(hub, refusal(message, kNotATrap), message.size(), sender);
+  if (!valid) return drop_message(hub, refusal(message, kNotATrap), message.size(), sender);
   ++hub.relayed;
   header.len = static_cast<int32_t>(message.size());
   header.time = static_cast<int32_t>(time(nullptr));
@@ -412,9 +463,9 @@ void relay(Hub &hub, int from, trap_headerEMS header, std::vector<unsigned char>
   for (auto &[fd, client] : hub.endpoints) {
     if (fd == from || (client.kind != Kind::Framed && client.kind != Kind::Raw)) continue;
     size_t size = (client.kind == Kind::Framed ? kHeaderSize : 0) + message.size();
-    // A client with nothing waiting always gets the message: only one
-    // that has stopped reading can be over its share.
-    if (!client.out.empty() &&
+    // A client that took all it was sent always gets the message: only
+    // one that has stopped reading can be over its share.
+    if (client.behind &&
         (client.out.size() + size > std::min(kMaxQueuedPerClient, hub.max_queued) ||
          hub.queued + size > hub.max_queued)) {
       laggards.push_back(fd);
@@ -423,14 +474,13 @@ void relay(Hub &hub, int from, trap_headerEMS header, std::vector<unsigned char>
     if (client.kind == Kind::Framed) client.out.insert(client.out.end(), head, head + kHeaderSize);
     client.out.insert(client.out.end(), message.begin(), message.end());
     hub.queued += size;
-    flush(hub, client, fd);
     ++receivers;
   }
   if (hub.publishing) publish(hub, header, message);
   if (hub.verbose)
     stamped("relayed %zu octets from %s (source %u, pid %d) to %d client%s: %s\n", message.size(),
            sender.c_str(), header.src, header.pid, receivers, receivers == 1 ? "" : "s",
-           summary.c_str());
+           describe_trap().c_str());
   for (int fd : laggards) {
     ++hub.dropped[kOverQueueLimit];
     drop(hub, fd, kDropNames[kOverQueueLimit]);
@@ -493,7 +543,7 @@ void accept_client(Hub &hub, int listener, Kind kind) {
                            ? (hub.endpoints[listener].kind == Kind::UnixListener ? "unix" : "tcp")
                            : "raw-tcp";
   std::string name = std::string(prefix) + "#" + std::to_string(fd);
-  hub.endpoints[fd] = Endpoint{kind, name, {}, {}};
+  hub.endpoints[fd] = Endpoint{kind, name, {}, {}, false, {}};
   if (hub.verbose) stamped("accepted %s\n", name.c_str());
 }
 
@@ -608,24 +658,48 @@ bool load_usm_users(Hub &hub, FILE *complaints) {
   return users >= 0;
 }
 
-void read_datagram(Hub &hub, int fd) {
-  std::vector<unsigned char> message(EVENT_MAX_MESSAGE + 1);
-  sockaddr_in from{};
-  socklen_t size = sizeof from;
-  ssize_t n =
-      recvfrom(fd, message.data(), message.size(), 0, reinterpret_cast<sockaddr *>(&from), &size);
-  if (n <= 0) return;
-  char name[64];
-  snprintf(name, sizeof name, "udp %s:%u", inet_ntoa(from.sin_addr), ntohs(from.sin_port));
-  hub.endpoints[fd].name = name;
-  if (n > EVENT_MAX_MESSAGE) {
-    ++hub.received;
-    return drop_message(hub, kTooLarge, static_cast<size_t>(n), name);
+// Relays one datagram of `size` octets from `from` on the UDP port `fd`.
+void take_datagram(Hub &hub, int fd, const sockaddr_in &from, const unsigned char *octets,
+                   size_t size) {
+  Endpoint &port = hub.endpoints[fd];
+  std::string &name = port.name;
+  if (from.sin_addr.s_addr != port.sender.sin_addr.s_addr || from.sin_port != port.sender.sin_port) {
+    char text[64];
+    snprintf(text, sizeof text, "udp %s:%u", inet_ntoa(from.sin_addr), ntohs(from.sin_port));
+    name = text;
+    port.sender = from;
   }
-  message.resize(static_cast<size_t>(n));
+  if (size > EVENT_MAX_MESSAGE) {
+    ++hub.received;
+    return drop_message(hub, kTooLarge, size, name);
+  }
+  std::vector<unsigned char> &message = hub.datagram;
+  message.assign(octets, octets + size);
   const int v3 = hub.usm != nullptr ? translate_v3(hub, fd, from, message) : -1;
   if (v3 == 1 || (v3 < 0 && translate_notification(hub, fd, from, message)))
     relay(hub, fd, headerless(), message);
+}
+
+// Takes the datagrams waiting on the UDP port `fd`, a batch per call,
+// until the port is empty or a few batches were read.  A short batch
+// found it empty: asking again costs a call per wake-up and, at a few
+// thousand traps a second, seldom finds more.
+void read_datagrams(Hub &hub, int fd) {
+  DatagramBatch &batch = hub.batch;
+  for (int round = 0; round < kBatchesPerTurn; ++round) {
+    for (mmsghdr &header : batch.headers) header.msg_hdr.msg_namelen = sizeof(sockaddr_in);
+    int n = recvmmsg(fd, batch.headers, kBatch, MSG_DONTWAIT, nullptr);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) {
+      if (errno != EAGAIN && errno != EWOULDBLOCK)
+        stamped("cannot read the UDP port: %s\n", strerror(errno));
+      return;
+    }
+    for (int i = 0; i < n; ++i)
+      take_datagram(hub, fd, batch.from[i], static_cast<unsigned char *>(batch.parts[i].iov_base),
+                    batch.headers[i].msg_len);
+    if (n < kBatch) return;
+  }
 }
 
 void read_client(Hub &hub, int fd) {
@@ -693,14 +767,15 @@ void serve(Hub &hub) {
           accept_client(hub, wait.fd, Kind::Raw);
           break;
         case Kind::Udp:
-          read_datagram(hub, wait.fd);
+          read_datagrams(hub, wait.fd);
           break;
         default:
-          if (wait.revents & POLLOUT) flush(hub, endpoint, wait.fd);
+          // Output it can take now is written with everyone's below.
           if (wait.revents & (POLLIN | POLLHUP | POLLERR)) read_client(hub, wait.fd);
           break;
       }
     }
+    flush_all(hub);
     fflush(stdout);
   }
   for (auto &[fd, endpoint] : hub.endpoints) close(fd);
@@ -836,7 +911,7 @@ int main(int argc, char **argv) {
   for (const Listener &l : listeners) {
     int fd = l.kind == Kind::UnixListener ? listen_unix(l.where)
              : listen_inet(l.address, l.where, l.kind == Kind::Udp ? SOCK_DGRAM : SOCK_STREAM);
-    hub.endpoints[fd] = Endpoint{l.kind, l.where, {}, {}};
+    hub.endpoints[fd] = Endpoint{l.kind, l.where, {}, {}, false, {}};
     printf("%s: listening on %s %s\n", cli_name(), listener_name(l.kind),
            l.kind == Kind::UnixListener ? l.where.c_str() : bound_address(fd).c_str());
   }
