@@ -152,6 +152,11 @@ EVENTS_EXPORT int set_sock_buf_size_if_larger(int sd, int buf_type, int new_size
  * a message over 8,192 or under 20 octets (an oversized message on a stream
  * is read and dropped so the next one is found), or the failing recv or
  * hook result.  A signal interrupting a wait does not end the read.
+ * On a connection that open_event made on transport 2 or 3, recv_trap
+ * takes what has come of the next header together with a message, so that
+ * a trap costs one system call; sd stays readable while a whole trap
+ * waits, so polling it works as before.  REQUIRES: such a connection is
+ * read only through recv_trap (or recv_event) and closed with close_event.
  * recv_event_hdr reads with recv_trap and decodes into sti and vars (the
  * caller sets sti->clen, sti->elen and sti->maxvars as for snmp_parse_trap,
  * before every call: decoding overwrites clen and elen with the lengths

@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -17,6 +18,7 @@
 #include "event.h"
 #include "support/channel.h"
 #include "support/diagnostics.h"
+#include "support/fixtures.h"
 #include "support/sample_trap.h"
 
 using namespace std::chrono_literals;
@@ -25,18 +27,32 @@ using namespace testsupport;
 namespace {
 
 // A connected stream pair: `ei` is the library's end (source 12), `peer`
-// the test's.
+// the test's.  An opened pair is a Unix connection that open_event made
+// (as the daemon, so that nothing is sent on it), which the library reads
+// ahead on.
 struct Pair {
-  explicit Pair(int trans) {
+  explicit Pair(int trans, bool opened = false) : opened(opened) {
     int fds[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM, 0, fds) != 0) abort();
+    if (opened) {
+      Listener hub(dir.file("hub.sock"));
+      fds[0] = open_event(&ei, EVENT_SOURCE_HUBD, dir.file("hub.sock").c_str(), kUnixTrans);
+      fds[1] = hub.accept_one();
+      if (fds[0] < 0 || fds[1] < 0) abort();
+    } else if (socketpair(AF_UNIX, SOCK_STREAM, 0, fds) != 0) {
+      abort();
+    }
     ei.sd = fds[0];
     ei.trans = static_cast<uint16_t>(trans);
     ei.source = 12;
     peer = fds[1];
   }
   ~Pair() {
-    close(ei.sd);
+    if (opened) {
+      ei.source = EVENT_SOURCE_HUBD;
+      close_event(&ei);
+    } else {
+      close(ei.sd);
+    }
     close(peer);
   }
   void write_peer(const Bytes &bytes) const {
@@ -49,6 +65,9 @@ struct Pair {
     shutdown(ei.sd, SHUT_WR);
     return receive_all(peer, trans);
   }
+  static constexpr int kUnixTrans = EVENT_TRANS_UNIX;
+  TempDir dir;
+  bool opened;
   event_infoEMS ei{};
   int peer;
 };
@@ -208,13 +227,61 @@ TEST(RecvTrap, FramesStreamsAndRefusesWhatDoesNotFit) {
       {"raw ends inside message", kRaw, Bytes(trap.begin(), trap.end() - 1), {0}},
   };
   for (Case &c : cases) {
-    SCOPED_TRACE(c.what);
-    Pair pair(c.trans);
-    pair.write_peer(c.stream);
-    pair.hang_up();
-    for (int expected : c.results) ASSERT_EQ(recv_one(pair.ei.sd, c.trans), expected);
+    for (bool opened : {false, true}) {
+      if (opened && c.trans == kRaw) continue;
+      SCOPED_TRACE(std::string(c.what) + (opened ? ", read ahead" : ""));
+      Pair pair(c.trans, opened);
+      pair.write_peer(c.stream);
+      pair.hang_up();
+      for (int expected : c.results) ASSERT_EQ(recv_one(pair.ei.sd, c.trans), expected);
+    }
   }
   EXPECT_EQ(recv_trap(0, nullptr, kUnix, nullptr, nullptr, nullptr), kError);
+}
+
+bool readable_now(int sd) {
+  pollfd watched = {sd, POLLIN, 0};
+  return poll(&watched, 1, 0) == 1;
+}
+
+// What the library reads of the next header along with a message stays
+// its own: the descriptor is readable exactly while a whole trap waits,
+// and a connection opened on the same descriptor later starts afresh.
+TEST(RecvTrap, ReadingAheadKeepsPollTruthful) {
+  Bytes trap = sample_message(), framed = header_bytes(static_cast<int32_t>(trap.size())) + trap;
+  int n = static_cast<int>(trap.size());
+  int sd;
+  {
+    Pair pair(kUnix, true);
+    sd = pair.ei.sd;
+    pair.write_peer(framed + framed + Bytes(framed.begin(), framed.begin() + 10));
+    for (bool more : {true, false}) {
+      ASSERT_EQ(recv_one(sd, kUnix), n);
+      EXPECT_EQ(Bytes(recv_packetEMS, recv_packetEMS + n), trap);
+      EXPECT_EQ(readable_now(sd), more);
+    }
+    // The rest, and the start of a header that the closing leaves behind.
+    pair.write_peer(Bytes(framed.begin() + 10, framed.end()) +
+                    Bytes(framed.begin(), framed.begin() + 10));
+    EXPECT_TRUE(readable_now(sd));
+    ASSERT_EQ(recv_one(sd, kUnix), n);
+    EXPECT_EQ(Bytes(recv_packetEMS, recv_packetEMS + n), trap);
+    EXPECT_FALSE(readable_now(sd));
+  }
+  // A socket pair is the same from both ends: the end that took the old
+  // number, or a copy made on it, is the library's.
+  int fds[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, fds), 0);
+  if (fds[1] == sd) std::swap(fds[0], fds[1]);
+  if (fds[0] != sd) {
+    ASSERT_EQ(dup2(fds[0], sd), sd);
+    close(fds[0]);
+  }
+  ASSERT_EQ(write(fds[1], framed.data(), framed.size()), static_cast<ssize_t>(framed.size()));
+  ASSERT_EQ(recv_one(sd, kUnix), n);
+  EXPECT_EQ(Bytes(recv_packetEMS, recv_packetEMS + n), trap);
+  close(sd);
+  close(fds[1]);
 }
 
 // Long forms with their octets at hand (a stream only ever gives

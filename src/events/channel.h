@@ -12,6 +12,12 @@ namespace events {
 // message 0 (the built-in text).
 #define CHANNEL_LOG(...) KZuLogS(2, 84, "events.cat", 1, 0, __VA_ARGS__)
 
+// A connection with transmission headers that open_event made, from its
+// opening to its closing: receiving may then read ahead into the next
+// header (see recv_event.cpp).
+void read_ahead_begin(int sd);
+void read_ahead_end(int sd);
+
 }  // namespace events
 
 #endif

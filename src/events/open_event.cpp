@@ -190,6 +190,7 @@ extern "C" EVENTS_EXPORT int open_event(event_infoEMS *ei, int source, const cha
     set_sock_buf_size_if_larger(sd, SO_SNDBUF, kSocketBuffer);
     set_sock_buf_size_if_larger(sd, SO_RCVBUF, kSocketBuffer);
   }
+  if (trans == EVENT_TRANS_UNIX || trans == EVENT_TRANS_TCP) events::read_ahead_begin(sd);
   ei->agent = KZmyAddress();
   ei->sd = sd;
   ei->source = static_cast<uint32_t>(source);
@@ -222,5 +223,6 @@ extern "C" EVENTS_EXPORT int close_event(event_infoEMS *ei) {
     send_event(ei, EVENT_DISCONNECTING, nullptr, text, nullptr, nullptr);
   }
   CHANNEL_LOG(" end of close_event().\n");
+  events::read_ahead_end(ei->sd);
   return jetstream ? events::jetstream::close(ei->sd) : close(ei->sd);
 }

@@ -6,12 +6,15 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/types.h>
+#include <sys/uio.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include "ber_reader.h"
+#include "channel.h"
 #include "event.h"
 #include "events/jetstream.h"
 #include "log_trace.h"
@@ -29,6 +32,28 @@ struct alignas(4) ReceiveArea {
 static_assert(sizeof(ReceiveArea) == 24 + EVENT_MAX_MESSAGE, "header and packet are contiguous");
 
 ReceiveArea area;
+
+// On a connection open_event made with transmission headers, a message is
+// read together with what has come of the next header, so that a trap
+// costs one recv rather than two.  Only header octets are ever held here,
+// never a whole trap: while a trap waits, its message is still in the
+// socket, and the descriptor stays readable for an application that polls.
+// A connection has its entry from open_event to close_event; a descriptor
+// the application opened itself is read one part at a time.
+constexpr int kHeaderSize = sizeof(trap_headerEMS);
+constexpr int kReadAheadConnections = 16;
+struct HeaderAhead {
+  int sd = -1;
+  int count = 0;  // octets of the next header held
+  unsigned char octets[kHeaderSize];
+};
+HeaderAhead ahead_of[kReadAheadConnections];
+
+HeaderAhead *ahead_for(int sd) {
+  for (HeaderAhead &entry : ahead_of)
+    if (entry.sd == sd) return &entry;
+  return nullptr;
+}
 
 // Messages logged when a wait or a read is interrupted, by what is read.
 struct ReadNotes {
@@ -69,17 +94,28 @@ int wait_readable(int sd, const char *interrupted) {
   }
 }
 
-// Reads exactly `want` octets.  Octets already queued are taken without
-// waiting; only an empty socket is waited on.  Returns `want`, or the
-// result that ended the read: 0 at end of stream, -1 for a failed wait,
-// the failing recv result otherwise.
-int read_exact(int sd, unsigned char *into, int want, const ReadNotes &notes) {
+// Reads exactly `want` octets, and with them, when `ahead` is given,
+// whatever of the next header is already queued.  Octets already queued
+// are taken without waiting; only an empty socket is waited on.  Returns
+// `want`, or the result that ended the read: 0 at end of stream, -1 for a
+// failed wait, the failing recv result otherwise.
+int read_exact(int sd, unsigned char *into, int want, const ReadNotes &notes,
+               HeaderAhead *ahead = nullptr) {
   int got = 0;
   bool waited = false;
   while (got < want) {
-    ssize_t n = recv(sd, into + got, static_cast<size_t>(want - got), MSG_DONTWAIT);
+    iovec parts[2] = {{into + got, static_cast<size_t>(want - got)}, {}};
+    msghdr message{};
+    message.msg_iov = parts;
+    message.msg_iovlen = 1;
+    if (ahead != nullptr) {
+      parts[1] = {ahead->octets, static_cast<size_t>(kHeaderSize)};
+      message.msg_iovlen = 2;
+    }
+    ssize_t n = recvmsg(sd, &message, MSG_DONTWAIT);
     if (n > 0) {
-      got += static_cast<int>(n);
+      if (n > want - got) ahead->count = static_cast<int>(n) - (want - got);
+      got = std::min(want, got + static_cast<int>(n));
       waited = false;
       continue;
     }
@@ -146,9 +182,16 @@ int receive_by_hook(int sd, sockaddr *from) {
 }
 
 int receive_with_header(int sd) {
-  int n = read_exact(sd, reinterpret_cast<unsigned char *>(&area.header), sizeof area.header,
-                     kHeaderNotes);
-  if (n <= 0) return n;
+  auto *header = reinterpret_cast<unsigned char *>(&area.header);
+  HeaderAhead *ahead = ahead_for(sd);
+  int held = 0;
+  if (ahead != nullptr) {
+    std::memcpy(header, ahead->octets, static_cast<size_t>(ahead->count));
+    held = ahead->count;
+    ahead->count = 0;
+  }
+  int n = read_exact(sd, header + held, kHeaderSize - held, kHeaderNotes);
+  if (n < 0 || (n == 0 && held < kHeaderSize)) return n;
   int length = area.header.len;
   if (tracelogfp) log_trace("recv_trap", "trap length (from transmission header) = %d", length);
   if (length > EVENT_MAX_MESSAGE) {
@@ -156,7 +199,7 @@ int receive_with_header(int sd) {
     return too_large(length);
   }
   if (length <= 0) return 1;  // refused as too short at the end
-  n = read_exact(sd, area.packet, length, kPacketNotes);
+  n = read_exact(sd, area.packet, length, kPacketNotes, ahead);
   return n <= 0 ? n : 1;
 }
 
@@ -229,6 +272,20 @@ int receive_raw(int sd) {
 }
 
 }  // namespace
+
+namespace events {
+
+void read_ahead_begin(int sd) {
+  read_ahead_end(sd);
+  HeaderAhead *free_entry = ahead_for(-1);
+  if (free_entry != nullptr) *free_entry = HeaderAhead{sd, 0, {}};
+}
+
+void read_ahead_end(int sd) {
+  if (HeaderAhead *entry = ahead_for(sd); entry != nullptr && sd >= 0) *entry = HeaderAhead{};
+}
+
+}  // namespace events
 
 extern "C" {
 EVENTS_EXPORT trap_headerEMS *recv_headerEMS = &area.header;
