@@ -28,6 +28,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -53,6 +54,12 @@ constexpr size_t kDefaultMaxQueued = 64u << 20;
 // the other endpoints get their turn.
 constexpr int kBatch = 32;
 constexpr int kBatchesPerTurn = 8;
+constexpr int kDefaultCoalesceMs = 5;
+constexpr int kMaxCoalesceMs = 100;
+// Asked of the kernel for each UDP port; without privileges it grants at
+// most twice net.core.rmem_max.  It must hold what arrives while the hub
+// leaves the port alone (see UdpPacing).
+constexpr int kUdpReceiveBuffer = 4 << 20;
 
 enum class Kind { UnixListener, TcpListener, RawListener, Udp, Framed, Raw };
 
@@ -130,6 +137,39 @@ struct DatagramBatch {
   DatagramBatch &operator=(const DatagramBatch &) = delete;
 };
 
+// At a few thousand traps a second every datagram would wake the hub on
+// its own, and on a virtual machine a wake-up costs more than relaying the
+// trap.  So after a read that emptied the port in the middle of a steady
+// stream, the hub leaves its UDP ports alone for as long as a batch takes
+// to arrive at the rate just seen, --coalesce milliseconds at most, and
+// then takes what came with one read and one write to each client.  The
+// first trap after a quiet spell goes out at once, and so does everything
+// when traps come faster than a batch in a millisecond.
+struct UdpPacing {
+  using Clock = std::chrono::steady_clock;
+  Clock::duration longest{std::chrono::milliseconds(kDefaultCoalesceMs)};
+  Clock::time_point last_read{}, resume{};
+
+  // Called after each turn that read the ports, with how many it took.
+  void after_read(int taken) {
+    Clock::time_point now = Clock::now();
+    Clock::duration since = now - last_read;
+    last_read = now;
+    if (longest == Clock::duration::zero() || taken >= kBatch || since > 2 * longest) return;
+    // The time `taken` datagrams took, stretched to a batch's worth.
+    Clock::duration pause = taken > 0 ? since * kBatch / taken : longest;
+    if (pause >= std::chrono::milliseconds(1)) resume = now + std::min(pause, longest);
+  }
+  // Whether the ports are left alone now, and if so for how much longer.
+  bool paused(timespec *left) const {
+    auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(resume - Clock::now()).count();
+    if (ns <= 0) return false;
+    left->tv_sec = static_cast<time_t>(ns / 1000000000);
+    left->tv_nsec = static_cast<long>(ns % 1000000000);
+    return true;
+  }
+};
+
 struct Hub {
   std::map<int, Endpoint> endpoints;
   bool verbose = false;
@@ -148,7 +188,9 @@ struct Hub {
   bool publishing = false;
   unsigned long long published = 0, not_published = 0;
   DatagramBatch batch;
+  UdpPacing pacing;
   std::vector<unsigned char> datagram;  // the one being relayed
+  std::vector<pollfd> waits;
 };
 
 volatile sig_atomic_t stop_requested = 0;
@@ -205,13 +247,16 @@ void print_counters(const Hub &hub) {
 void usage() {
   fputs(
       "usage: hubd-dev [--unix PATH] [--tcp [tcp:][HOST:]PORT] [--raw-tcp [tcp:][HOST:]PORT]\n"
-      "                [--udp [udp:][HOST:]PORT] [--usm FILE] [--max-queue OCTETS]\n"
-      "                [--verbose] [--version]\n"
+      "                [--udp [udp:][HOST:]PORT] [--coalesce MS] [--usm FILE]\n"
+      "                [--max-queue OCTETS] [--verbose] [--version]\n"
       "  --unix PATH          Unix stream socket, transmission headers (transport 2)\n"
       "  --tcp ADDRESS        TCP with transmission headers (transport 3)\n"
       "  --raw-tcp ADDRESS    TCP without headers (transport 6)\n"
       "  --udp ADDRESS        UDP datagrams (transport 1); SNMPv2c traps and informs\n"
       "                       are relayed as SNMPv1 traps, informs answered\n"
+      "  --coalesce MS        in a steady stream of datagrams, leave the UDP port\n"
+      "                       for up to MS milliseconds after reading it empty, to\n"
+      "                       take more at a time; 0 reads at once (default 5)\n"
       "  --usm FILE           SNMPv3 too, under the createUser lines of FILE; the\n"
       "                       local engine's ID and boots are kept in FILE.engine\n"
       "  --max-queue OCTETS   total output held for slow clients (default 64 MiB)\n"
@@ -325,6 +370,8 @@ int listen_inet(const sockaddr_storage &address, const std::string &where, int t
   if (fd < 0 || bind(fd, reinterpret_cast<const sockaddr *>(&address), size) != 0 ||
       (type == SOCK_STREAM && listen(fd, 16) != 0))
     fail("cannot listen on %s: %s", where.c_str(), strerror(errno));
+  if (type == SOCK_DGRAM)
+    setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &kUdpReceiveBuffer, sizeof kUdpReceiveBuffer);
   set_nonblocking(fd);
   return fd;
 }
@@ -684,8 +731,9 @@ void take_datagram(Hub &hub, int fd, const sockaddr_in &from, const unsigned cha
 // until the port is empty or a few batches were read.  A short batch
 // found it empty: asking again costs a call per wake-up and, at a few
 // thousand traps a second, seldom finds more.
-void read_datagrams(Hub &hub, int fd) {
+int read_datagrams(Hub &hub, int fd) {
   DatagramBatch &batch = hub.batch;
+  int taken = 0;
   for (int round = 0; round < kBatchesPerTurn; ++round) {
     for (mmsghdr &header : batch.headers) header.msg_hdr.msg_namelen = sizeof(sockaddr_in);
     int n = recvmmsg(fd, batch.headers, kBatch, MSG_DONTWAIT, nullptr);
@@ -693,13 +741,15 @@ void read_datagrams(Hub &hub, int fd) {
     if (n < 0) {
       if (errno != EAGAIN && errno != EWOULDBLOCK)
         stamped("cannot read the UDP port: %s\n", strerror(errno));
-      return;
+      return taken;
     }
     for (int i = 0; i < n; ++i)
       take_datagram(hub, fd, batch.from[i], static_cast<unsigned char *>(batch.parts[i].iov_base),
                     batch.headers[i].msg_len);
-    if (n < kBatch) return;
+    taken += n;
+    if (n < kBatch) return taken;
   }
+  return taken;
 }
 
 void read_client(Hub &hub, int fd) {
@@ -745,16 +795,21 @@ void serve(Hub &hub) {
   printf("hubd-dev: ready\n");
   fflush(stdout);
   while (!stop_requested) {
-    std::vector<pollfd> waits;
+    std::vector<pollfd> &waits = hub.waits;
+    waits.clear();
+    timespec pause_left{};
+    const bool paused = hub.pacing.paused(&pause_left);
     for (auto &[fd, endpoint] : hub.endpoints)
-      waits.push_back({fd, static_cast<short>(POLLIN | (endpoint.out.empty() ? 0 : POLLOUT)), 0});
-    if (ppoll(waits.data(), waits.size(), nullptr, &during_wait) < 0) {
+      if (!(paused && endpoint.kind == Kind::Udp))
+        waits.push_back({fd, static_cast<short>(POLLIN | (endpoint.out.empty() ? 0 : POLLOUT)), 0});
+    if (ppoll(waits.data(), waits.size(), paused ? &pause_left : nullptr, &during_wait) < 0) {
       if (report_requested) print_counters(hub);
       report_requested = 0;
       if (reload_requested) load_usm_users(hub, stdout);
       reload_requested = 0;
       continue;
     }
+    int datagrams = -1;  // none read this turn
     for (const pollfd &wait : waits) {
       if (wait.revents == 0 || hub.endpoints.count(wait.fd) == 0) continue;
       Endpoint &endpoint = hub.endpoints[wait.fd];
@@ -767,7 +822,7 @@ void serve(Hub &hub) {
           accept_client(hub, wait.fd, Kind::Raw);
           break;
         case Kind::Udp:
-          read_datagrams(hub, wait.fd);
+          datagrams = std::max(datagrams, 0) + read_datagrams(hub, wait.fd);
           break;
         default:
           // Output it can take now is written with everyone's below.
@@ -775,6 +830,7 @@ void serve(Hub &hub) {
           break;
       }
     }
+    if (datagrams >= 0) hub.pacing.after_read(datagrams);
     flush_all(hub);
     fflush(stdout);
   }
@@ -832,6 +888,7 @@ int main(int argc, char **argv) {
                                    {"max-age", required_argument, nullptr, 'A'},
                                    {"max-bytes", required_argument, nullptr, 'B'},
                                    {"batch", required_argument, nullptr, 'b'},
+                                   {"coalesce", required_argument, nullptr, 'c'},
                                    {"version", no_argument, nullptr, 'V'},
                                    {"help", no_argument, nullptr, 'h'},
                                    {nullptr, 0, nullptr, 0}};
@@ -866,6 +923,14 @@ int main(int argc, char **argv) {
         if (*optarg == '\0' || *end != '\0' || errno != 0 || octets == 0 || octets > SIZE_MAX / 2)
           cli_usage_error("bad --max-queue '%s': a number of octets above 0", optarg);
         hub.max_queued = static_cast<size_t>(octets);
+        break;
+      }
+      case 'c': {
+        char *end = nullptr;
+        long ms = strtol(optarg, &end, 10);
+        if (*optarg == '\0' || *end != '\0' || ms < 0 || ms > kMaxCoalesceMs)
+          cli_usage_error("bad --coalesce '%s': milliseconds from 0 to %d", optarg, kMaxCoalesceMs);
+        hub.pacing.longest = std::chrono::milliseconds(ms);
         break;
       }
       case 'v':
