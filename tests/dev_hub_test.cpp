@@ -12,6 +12,7 @@
 
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "event.h"
@@ -120,41 +121,46 @@ TEST(DevHubLimits, RelaysOneCheckedTrapPerMessage) {
   close_event(&framed);
 }
 
-// A burst on the UDP port, read many datagrams at a time: traps of
-// different lengths among junk and one datagram too large, every trap
-// relayed once, in order, and every refusal counted.
-TEST(DevHubLimits, BurstOnTheUdpPortArrivesWholeAndInOrder) {
-  Hub setup;
-  UdpSocket sender;
-  uint16_t udp = free_udp_port();
-  auto hub = start_dev_hub({"--unix", setup.path, "--udp", "127.0.0.1:" + std::to_string(udp)});
-  event_infoEMS listener{};
-  ASSERT_GE(open_event(&listener, EVENT_SOURCE_HUBD, setup.path.c_str(), EVENT_TRANS_UNIX), 0);
-  sockaddr_in to{};
-  to.sin_family = AF_INET;
-  to.sin_port = htons(udp);
-  to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  const Bytes junk = {0x30, 0x03, 0x02, 0x01, 0x00};
-  const Bytes too_large(EVENT_MAX_MESSAGE + 1, 0x30);
-  constexpr int kTraps = 100;
-  for (int i = 0; i < kTraps; ++i) {
-    for (const Bytes &datagram : {sample_message(i % 5 + 1), i == 50 ? too_large : junk})
-      ASSERT_EQ(sendto(sender.fd(), datagram.data(), datagram.size(), 0,
-                       reinterpret_cast<sockaddr *>(&to), sizeof to),
-                static_cast<ssize_t>(datagram.size()));
+// A burst on the UDP port, read many datagrams at a time, and a steady
+// stream, which the hub takes in pauses: traps of different lengths among
+// junk and one datagram too large, every trap relayed once, in order, and
+// every refusal counted.
+TEST(DevHubLimits, UdpBurstsAndStreamsArriveWholeAndInOrder) {
+  for (bool paced : {false, true}) {
+    SCOPED_TRACE(paced ? "steady stream" : "burst");
+    Hub setup;
+    UdpSocket sender;
+    uint16_t udp = free_udp_port();
+    auto hub = start_dev_hub({"--unix", setup.path, "--udp", "127.0.0.1:" + std::to_string(udp)});
+    event_infoEMS listener{};
+    ASSERT_GE(open_event(&listener, EVENT_SOURCE_HUBD, setup.path.c_str(), EVENT_TRANS_UNIX), 0);
+    sockaddr_in to{};
+    to.sin_family = AF_INET;
+    to.sin_port = htons(udp);
+    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const Bytes junk = {0x30, 0x03, 0x02, 0x01, 0x00};
+    const Bytes too_large(EVENT_MAX_MESSAGE + 1, 0x30);
+    constexpr int kTraps = 100;
+    for (int i = 0; i < kTraps; ++i) {
+      for (const Bytes &datagram : {sample_message(i % 5 + 1), i == 50 ? too_large : junk})
+        ASSERT_EQ(sendto(sender.fd(), datagram.data(), datagram.size(), 0,
+                         reinterpret_cast<sockaddr *>(&to), sizeof to),
+                  static_cast<ssize_t>(datagram.size()));
+      if (paced) std::this_thread::sleep_for(200us);
+    }
+    Trap trap;
+    trap_headerEMS header;
+    for (int i = 0; i < kTraps; ++i) {
+      ASSERT_GT(receive_within(&listener, &trap, &header, 5s), 0) << "trap " << i;
+      ASSERT_EQ(trap.info.vars, i % 5 + 1) << "trap " << i;
+    }
+    std::string line = counters(*hub);
+    EXPECT_NE(line.find("received 200, relayed 100, dropped: not a trap 99, trailing octets 0, "
+                        "too large 1,"),
+              std::string::npos)
+        << line;
+    close_event(&listener);
   }
-  Trap trap;
-  trap_headerEMS header;
-  for (int i = 0; i < kTraps; ++i) {
-    ASSERT_GT(receive_within(&listener, &trap, &header, 5s), 0) << "trap " << i;
-    ASSERT_EQ(trap.info.vars, i % 5 + 1) << "trap " << i;
-  }
-  std::string line = counters(*hub);
-  EXPECT_NE(line.find("received 200, relayed 100, dropped: not a trap 99, trailing octets 0, "
-                      "too large 1,"),
-            std::string::npos)
-      << line;
-  close_event(&listener);
 }
 
 // An SNMPv1 trap of enterprise-specific number 5.

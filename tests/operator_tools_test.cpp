@@ -117,6 +117,7 @@ TEST_F(Installed, EveryToolHasItsVersionAndOneLineUsageErrors) {
        "hubsnmp: unknown object identifier 'noSuchLabel.0'"},
       {"hubsnmp", {"frob", "h"}, "hubsnmp: unknown command 'frob'"},
       {"hubd-dev", {"--max-queue", "10k", "--udp", "0"}, "hubd-dev: bad --max-queue '10k'"},
+      {"hubd-dev", {"--coalesce", "101", "--udp", "0"}, "hubd-dev: bad --coalesce '101'"},
       {"hubd-dev", {"--udp", "99999"}, "hubd-dev: --udp: bad port in '99999'"},
       {"hubd-dev", {"--udp", "[::1]:0"}, "hubd-dev: --udp listens on IPv4 only"},
       {"hubd-dev",
