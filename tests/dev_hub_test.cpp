@@ -77,15 +77,27 @@ struct Hub {
   std::string path = dir.file("hub.sock"), host = unique_loopback();
   uint16_t raw_port = static_cast<uint16_t>(18000 + getpid() % 800);
   std::string raw_name = host + "+hub/" + std::to_string(raw_port);
+  uint16_t udp_port = free_udp_port();
+  std::string udp_name = "127.0.0.1:" + std::to_string(udp_port);
+  UdpSocket sender;
+
+  // Sends one datagram to the hub's UDP port.
+  void send_udp(const Bytes &datagram) const {
+    sockaddr_in to{};
+    to.sin_family = AF_INET;
+    to.sin_port = htons(udp_port);
+    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(sendto(sender.fd(), datagram.data(), datagram.size(), 0,
+                     reinterpret_cast<sockaddr *>(&to), sizeof to),
+              static_cast<ssize_t>(datagram.size()));
+  }
 };
 
 TEST(DevHubLimits, RelaysOneCheckedTrapPerMessage) {
   Hub setup;
-  UdpSocket sender;
-  uint16_t udp = free_udp_port();
   auto hub = start_dev_hub({"--unix", setup.path, "--raw-tcp",
                             setup.host + ":" + std::to_string(setup.raw_port), "--udp",
-                            "127.0.0.1:" + std::to_string(udp)});
+                            setup.udp_name});
   event_infoEMS headerless{}, framed{};
   ASSERT_GE(open_event(&headerless, EVENT_SOURCE_HUBD, setup.raw_name.c_str(), EVENT_TRANS_TCP_RAW),
             0);
@@ -95,19 +107,13 @@ TEST(DevHubLimits, RelaysOneCheckedTrapPerMessage) {
   ASSERT_GT(receive_within(&headerless, &trap, &header, 3s), 0) << "the connected event";
 
   const Bytes message = sample_message(1);
-  sockaddr_in to{};
-  to.sin_family = AF_INET;
-  to.sin_port = htons(udp);
-  to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   // Each trap is followed by octets that belong to no element; a
   // headerless client must still read every trap in step.
   const Bytes tails[] = {{0x00}, {0x30, 0x03, 0x02}, {}, {0x30}};
   for (const Bytes &tail : tails) {
     SCOPED_TRACE(testing::PrintToString(tail));
     Bytes datagram = message + tail;
-    ASSERT_EQ(sendto(sender.fd(), datagram.data(), datagram.size(), 0,
-                     reinterpret_cast<sockaddr *>(&to), sizeof to),
-              static_cast<ssize_t>(datagram.size()));
+    setup.send_udp(datagram);
     ASSERT_TRUE(
         write_all(framed.sd, header_bytes(static_cast<int32_t>(datagram.size())) + datagram));
     for (int copy = 0; copy < 2; ++copy) {
@@ -129,23 +135,15 @@ TEST(DevHubLimits, UdpBurstsAndStreamsArriveWholeAndInOrder) {
   for (bool paced : {false, true}) {
     SCOPED_TRACE(paced ? "steady stream" : "burst");
     Hub setup;
-    UdpSocket sender;
-    uint16_t udp = free_udp_port();
-    auto hub = start_dev_hub({"--unix", setup.path, "--udp", "127.0.0.1:" + std::to_string(udp)});
+    auto hub = start_dev_hub({"--unix", setup.path, "--udp", setup.udp_name});
     event_infoEMS listener{};
     ASSERT_GE(open_event(&listener, EVENT_SOURCE_HUBD, setup.path.c_str(), EVENT_TRANS_UNIX), 0);
-    sockaddr_in to{};
-    to.sin_family = AF_INET;
-    to.sin_port = htons(udp);
-    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     const Bytes junk = {0x30, 0x03, 0x02, 0x01, 0x00};
     const Bytes too_large(EVENT_MAX_MESSAGE + 1, 0x30);
     constexpr int kTraps = 100;
     for (int i = 0; i < kTraps; ++i) {
       for (const Bytes &datagram : {sample_message(i % 5 + 1), i == 50 ? too_large : junk})
-        ASSERT_EQ(sendto(sender.fd(), datagram.data(), datagram.size(), 0,
-                         reinterpret_cast<sockaddr *>(&to), sizeof to),
-                  static_cast<ssize_t>(datagram.size()));
+        setup.send_udp(datagram);
       if (paced) std::this_thread::sleep_for(200us);
     }
     Trap trap;
@@ -174,9 +172,7 @@ Bytes v1_trap(const std::string &community, const Bytes &enterprise, const Bytes
 // not relayed; a drop for one of the codec's limits is counted by name.
 TEST(DevHubLimits, RelaysOnlyWhatClientsDecodeAndNamesTheLimit) {
   Hub setup;
-  UdpSocket sender;
-  uint16_t udp = free_udp_port();
-  auto hub = start_dev_hub({"--unix", setup.path, "--udp", "127.0.0.1:" + std::to_string(udp)});
+  auto hub = start_dev_hub({"--unix", setup.path, "--udp", setup.udp_name});
   event_infoEMS client{};
   ASSERT_GE(open_event(&client, EVENT_SOURCE_HUBD, setup.path.c_str(), EVENT_TRANS_UNIX), 0);
   const Bytes lab = object_id({1, 3, 6, 1, 4, 1, 9999});
@@ -202,17 +198,8 @@ TEST(DevHubLimits, RelaysOnlyWhatClientsDecodeAndNamesTheLimit) {
       {"notification time the encoder would shorten", v2c_message(0xA7, "public", 7, cat({uptime, trap_oid})),
        "time-stamp the encoder shortens (0xFF800000 or more) 1"},
   };
-  sockaddr_in to{};
-  to.sin_family = AF_INET;
-  to.sin_port = htons(udp);
-  to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  const Bytes last = sample_message(1);
-  for (const auto &c : cases) {
-    ASSERT_EQ(sendto(sender.fd(), c.message.data(), c.message.size(), 0, reinterpret_cast<sockaddr *>(&to), sizeof to),
-              static_cast<ssize_t>(c.message.size()));
-  }
-  ASSERT_EQ(sendto(sender.fd(), last.data(), last.size(), 0, reinterpret_cast<sockaddr *>(&to), sizeof to),
-            static_cast<ssize_t>(last.size()));
+  for (const auto &c : cases) setup.send_udp(c.message);
+  setup.send_udp(sample_message(1));
   Trap trap;
   trap_headerEMS header;
   ASSERT_GT(receive_within(&client, &trap, &header, 5s), 0);
@@ -270,13 +257,12 @@ TEST(DevHubLimits, JunkNeitherStallsNorSwampsIt) {
 
 TEST(DevHubLimits, RefusesWhatItCannotServe) {
   Hub setup;
-  uint16_t udp = free_udp_port();
   std::string tcp_port = std::to_string(setup.raw_port + 1000);
   auto hub = start_dev_hub({"--raw-tcp", setup.host + ":" + std::to_string(setup.raw_port), "--tcp",
-                            tcp_port, "--udp", "127.0.0.1:" + std::to_string(udp)});
+                            tcp_port, "--udp", setup.udp_name});
 
   // The datagrams of a port are not shared with a second hub.
-  ChildProcess second({HUBD_DEV_PATH, "--udp", "127.0.0.1:" + std::to_string(udp)});
+  ChildProcess second({HUBD_DEV_PATH, "--udp", setup.udp_name});
   EXPECT_NE(second.wait_for_line("cannot listen", 5s), "");
 
   // A bare port listens on loopback only.
