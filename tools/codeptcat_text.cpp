@@ -120,8 +120,11 @@ std::string code_list(const std::vector<CodePoint> &items) {
   for (const CodePoint &item : items) {
     snprintf(head, sizeof head, "%u %04X", item.set, item.code);
     list += head;
-    if (!item.text.empty()) list += " " + escape(item.text);
-    list += "\n";
+    if (!item.text.empty()) {
+      list += ' ';
+      list += escape(item.text);
+    }
+    list += '\n';
   }
   return list;
 }

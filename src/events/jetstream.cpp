@@ -689,7 +689,9 @@ bool connect(Connection &c) {
 // "traps.SOURCE.E1.E2...": the enterprise of an SNMPv1 trap, read from the
 // message; "_" for a message that does not show one.
 std::string subject_of(uint32_t source, const unsigned char *message, int length) {
-  std::string subject = std::string(kSubjectRoot) + "." + std::to_string(source);
+  std::string subject = kSubjectRoot;
+  subject += '.';
+  subject += std::to_string(source);
   ber::Message envelope;
   ObjectIdEMS enterprise[SNMP_OID_MAX] = {};
   unsigned char type;
@@ -701,7 +703,10 @@ std::string subject_of(uint32_t source, const unsigned char *message, int length
       type == ASN_OBJECT_ID)
     count = ber::objid(p, size, enterprise, SNMP_OID_MAX);
   if (count <= 0) return subject + "._";
-  for (int i = 0; i < count; ++i) subject += "." + std::to_string(enterprise[i]);
+  for (int i = 0; i < count; ++i) {
+    subject += '.';
+    subject += std::to_string(enterprise[i]);
+  }
   return subject;
 }
 

@@ -190,7 +190,7 @@ extern "C" EVENTS_EXPORT int KZmib_read_objid(const char *text, ObjectIdEMS *obj
     if (*p == '.' && *++p == '\0') return -1;
     if (component.empty()) return -1;
     if (component.find_first_not_of("0123456789") == std::string::npos) {
-      ObjectIdEMS arc[1];
+      ObjectIdEMS arc[1] = {0};
       int one = 1;
       if (length >= capacity || KZmib_read_numeric_objid(component.c_str(), arc, &one) != 0)
         return -1;
