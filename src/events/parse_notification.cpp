@@ -98,17 +98,16 @@ int events::translate_notification_pdu(const unsigned char *p, const unsigned ch
                                        EMSsnmpVarBind *vars, int32_t *request_id,
                                        ObjectIdEMS *trap_oid, int32_t *trap_oid_length) {
   const int enterprise_capacity = std::min(sti->elen, SNMP_OID_MAX);
-  unsigned char type;
   uint32_t length = 0;
   int32_t numbers[3];  // request-id, error-status, error-index
   for (int32_t &number : numbers) {
-    if ((p = ber::header(p, pdu_end, &type, &length)) == nullptr ||
-        type != ASN_INTEGER || !ber::integer(p, length, type, &number))
+    if ((p = ber::element(p, pdu_end, ASN_INTEGER, &length)) == nullptr ||
+        !ber::integer(p, length, ASN_INTEGER, &number))
       return SNMP_NOTIFICATION_MALFORMED;
     p += length;
   }
   *request_id = numbers[0];
-  if ((p = ber::header(p, pdu_end, &type, &length)) == nullptr || type != ASN_SEQUENCE)
+  if ((p = ber::element(p, pdu_end, ASN_SEQUENCE, &length)) == nullptr)
     return SNMP_NOTIFICATION_MALFORMED;
   const unsigned char *const list_end = p + length;
 
