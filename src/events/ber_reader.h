@@ -96,7 +96,19 @@ enum class LengthForm { kOk, kBadForm, kShort };
   }
   if (length > 4) return false;
   uint32_t value = (type == ASN_INTEGER && length > 0 && p[0] > 127) ? ~0u : 0u;
-  for (uint32_t i = 0; i < length; ++i) value = (value << 8) | p[i];
+  switch (length) {  // one step per octet, each case falling through
+    case 4:
+      value = (value << 8) | *p++;
+      [[fallthrough]];
+    case 3:
+      value = (value << 8) | *p++;
+      [[fallthrough]];
+    case 2:
+      value = (value << 8) | *p++;
+      [[fallthrough]];
+    case 1:
+      value = (value << 8) | *p;
+  }
   if (type == ASN_IPADDRESS) value = htonl(value);
   *out = static_cast<int32_t>(value);
   return true;
