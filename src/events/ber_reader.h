@@ -173,9 +173,12 @@ enum class LengthForm { kOk, kBadForm, kShort };
     *arc++ = static_cast<ObjectIdEMS>(value);
   }
   arc -= p - end;
-  ObjectIdEMS first = out[1];
-  out[0] = first / 40;
-  out[1] = first % 40;
+  // The first arc splits in two, first / 40 and first % 40, the division
+  // written as the multiply that compilers otherwise emit only sometimes.
+  const ObjectIdEMS first = out[1];
+  const auto quotient = static_cast<ObjectIdEMS>((uint64_t{first} * 0xCCCCCCCDu) >> 37);
+  out[0] = quotient;
+  out[1] = first - quotient * 40;
   return static_cast<int>(arc - out);
 }
 
