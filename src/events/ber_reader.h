@@ -10,7 +10,11 @@
 #define EVENTS_SRC_BER_READER_H
 
 #include <arpa/inet.h>
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
@@ -44,6 +48,23 @@ enum class LengthForm { kOk, kBadForm, kShort };
   return LengthForm::kOk;
 }
 
+// Reads the length octets at p, which follow a type octet the caller has
+// checked.  Returns the contents position, with the contents lying wholly
+// before `end`, or nullptr.
+[[gnu::always_inline]] inline const unsigned char *contents(const unsigned char *p,
+                                                            const unsigned char *end,
+                                                            uint32_t *length) {
+  uint32_t n = *p++;
+  if (__builtin_expect(n >= 0x80, 0)) {
+    int octets;
+    if (ber::length(p - 1, end, &n, &octets) != LengthForm::kOk) return nullptr;
+    p += octets - 1;
+  }
+  if (n > static_cast<uint64_t>(end - p)) return nullptr;
+  *length = n;
+  return p;
+}
+
 // Reads the type and length octets at p.  Returns the contents position,
 // with the contents lying wholly before `end`, or nullptr.
 [[gnu::always_inline]] inline const unsigned char *header(const unsigned char *p,
@@ -53,16 +74,16 @@ enum class LengthForm { kOk, kBadForm, kShort };
   // Every element, a NULL included, takes at least two octets.
   if (end - p < 2 || (p[0] & 0x1F) == 0x1F) return nullptr;
   *type = p[0];
-  uint32_t n = p[1];
-  p += 2;
-  if (n >= 0x80) {
-    int octets;
-    if (ber::length(p - 1, end, &n, &octets) != LengthForm::kOk) return nullptr;
-    p += octets - 1;
-  }
-  if (n > static_cast<uint64_t>(end - p)) return nullptr;
-  *length = n;
-  return p;
+  return contents(p + 1, end, length);
+}
+
+// As header, for an element that must be of type `expected`.
+[[gnu::always_inline]] inline const unsigned char *element(const unsigned char *p,
+                                                           const unsigned char *end,
+                                                           unsigned char expected,
+                                                           uint32_t *length) {
+  if (end - p < 2 || p[0] != expected) return nullptr;
+  return contents(p + 1, end, length);
 }
 
 // Decodes integer contents p[0..length) of `type` as asnParseInt09 does.
@@ -75,38 +96,67 @@ enum class LengthForm { kOk, kBadForm, kShort };
   }
   if (length > 4) return false;
   uint32_t value = (type == ASN_INTEGER && length > 0 && p[0] > 127) ? ~0u : 0u;
-  for (uint32_t i = 0; i < length; ++i) value = (value << 8) | p[i];
+  switch (length) {  // one step per octet, each case falling through
+    case 4:
+      value = (value << 8) | *p++;
+      [[fallthrough]];
+    case 3:
+      value = (value << 8) | *p++;
+      [[fallthrough]];
+    case 2:
+      value = (value << 8) | *p++;
+      [[fallthrough]];
+    case 1:
+      value = (value << 8) | *p;
+  }
   if (type == ASN_IPADDRESS) value = htonl(value);
   *out = static_cast<int32_t>(value);
   return true;
 }
 
+// Stores the eight octets at p as eight arcs at `arcs`.  Returns how many
+// lead the first octet with its high bit set, 8 if none has it.
+[[gnu::always_inline]] inline int widen_octets(const unsigned char *p, ObjectIdEMS *arcs) {
+#ifdef __SSE2__
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i octets = _mm_loadl_epi64(reinterpret_cast<const __m128i *>(p));
+  const __m128i halves = _mm_unpacklo_epi8(octets, zero);
+  _mm_storeu_si128(reinterpret_cast<__m128i *>(arcs), _mm_unpacklo_epi16(halves, zero));
+  _mm_storeu_si128(reinterpret_cast<__m128i *>(arcs + 4), _mm_unpackhi_epi16(halves, zero));
+  const unsigned high = static_cast<unsigned>(_mm_movemask_epi8(octets)) & 0xFF;
+#else
+  unsigned high = 0;
+  for (int i = 0; i < 8; ++i) {
+    arcs[i] = p[i];
+    high |= (p[i] >> 7u) << i;
+  }
+#endif
+  return high == 0 ? 8 : __builtin_ctz(high);
+}
+
 // Decodes identifier contents p[0..length) into out[0..capacity) as
-// asnParseObjid09 does; returns the count stored, or -1.  Empty contents,
-// which the primitive answers with a quirk, are left to it.
+// asnParseObjid09 does; returns the count stored, or -1.  Octets from
+// p + length up to `readable` may be read but do not count, which lets the
+// last arcs go eight at a time too.  Empty contents, which the primitive
+// answers with a quirk, are left to it.
 [[gnu::always_inline]] inline int objid(const unsigned char *p, uint32_t length,
-                                        ObjectIdEMS *out, int capacity) {
+                                        const unsigned char *readable, ObjectIdEMS *out,
+                                        int capacity) {
   if (length == 0 || static_cast<int64_t>(length) + 1 > capacity) return -1;
-  const unsigned char *const end = p + length;
+  const unsigned char *const start = p, *const end = p + length;
+  // Arcs never outnumber the octets read, so eight arcs fit at any octet
+  // up to this offset, and eight octets are readable there.
+  const int64_t last_block = std::min<int64_t>(readable - start, capacity - 1) - 8;
   ObjectIdEMS *arc = out + 1;
   while (p < end) {
-    // Most arcs are below 128 and take one octet.  Eight octets at a time,
-    // all are widened and those before the first with its high bit set are
-    // kept.  Arcs never outnumber octets, so the eight stay within
-    // `capacity` while eight octets remain.
-    if (end - p >= 8) {
-      typedef unsigned char Octets __attribute__((vector_size(8)));
-      typedef ObjectIdEMS Arcs __attribute__((vector_size(32)));
-      Octets octets;
-      memcpy(&octets, p, sizeof octets);
-      Arcs wide = __builtin_convertvector(octets, Arcs);
-      memcpy(arc, &wide, sizeof wide);
-      uint64_t block;
-      memcpy(&block, &octets, sizeof block);
-      uint64_t high = block & 0x8080808080808080ull;
-      int singles = high == 0 ? 8 : __builtin_ctzll(high) / 8;
+    // Most arcs are below 128 and take one octet: eight at a time are
+    // stored, and those before the first octet with its high bit set are
+    // kept.  Those past `end` are dropped after the loop.
+    if (p - start <= last_block) {
+      int singles = widen_octets(p, arc);
       p += singles;
       arc += singles;
+      if (p >= end) break;
       if (singles == 8) continue;
     } else if (*p < 0x80) {
       *arc++ = *p++;
@@ -122,9 +172,13 @@ enum class LengthForm { kOk, kBadForm, kShort };
     } while (octet & 0x80);
     *arc++ = static_cast<ObjectIdEMS>(value);
   }
-  ObjectIdEMS first = out[1];
-  out[0] = first / 40;
-  out[1] = first % 40;
+  arc -= p - end;
+  // The first arc splits in two, first / 40 and first % 40, the division
+  // written as the multiply that compilers otherwise emit only sometimes.
+  const ObjectIdEMS first = out[1];
+  const auto quotient = static_cast<ObjectIdEMS>((uint64_t{first} * 0xCCCCCCCDu) >> 37);
+  out[0] = quotient;
+  out[1] = first - quotient * 40;
   return static_cast<int>(arc - out);
 }
 
@@ -139,12 +193,10 @@ enum class LengthForm { kOk, kBadForm, kShort };
                                                            bool opaque) {
   unsigned char type;
   uint32_t length;
-  p = header(p, end, &type, &length);
-  if (p == nullptr || type != ASN_SEQUENCE) return nullptr;
+  if ((p = element(p, end, ASN_SEQUENCE, &length)) == nullptr) return nullptr;
   const unsigned char *const binding_end = p + length;
-  p = header(p, binding_end, &type, &length);
-  if (p == nullptr || type != ASN_OBJECT_ID) return nullptr;
-  int count = objid(p, length, binding->oid, SNMP_OID_MAX);
+  if ((p = element(p, binding_end, ASN_OBJECT_ID, &length)) == nullptr) return nullptr;
+  int count = objid(p, length, binding_end, binding->oid, SNMP_OID_MAX);
   if (count < 0) return nullptr;
   binding->oid_length = static_cast<uint32_t>(count);
   p = header(p + length, binding_end, &type, &length);
@@ -173,7 +225,7 @@ enum class LengthForm { kOk, kBadForm, kShort };
       binding->val_len = 0;
       break;
     case ASN_OBJECT_ID:
-      count = objid(p, length, binding->val.objid, SNMP_OID_MAX);
+      count = objid(p, length, end, binding->val.objid, SNMP_OID_MAX);
       if (count < 0) return nullptr;
       binding->val_len = static_cast<uint32_t>(count);
       break;
@@ -221,11 +273,11 @@ struct Message {
   const unsigned char *end = buf + (len > 0 ? len : 0);
   unsigned char type;
   uint32_t length;
-  const unsigned char *p = header(buf, end, &type, &length);
-  if (p == nullptr || type != ASN_SEQUENCE) return false;
+  const unsigned char *p = element(buf, end, ASN_SEQUENCE, &length);
+  if (p == nullptr) return false;
   end = p + length;
-  if ((p = header(p, end, &type, &length)) == nullptr || type != ASN_INTEGER ||
-      !integer(p, length, type, &out->version))
+  if ((p = element(p, end, ASN_INTEGER, &length)) == nullptr ||
+      !integer(p, length, ASN_INTEGER, &out->version))
     return false;
   p = header(p + length, end, &type, &length);
   if (p == nullptr || (type != ASN_OCTET_STR && type != ASN_OPAQUE)) return false;

@@ -701,7 +701,7 @@ std::string subject_of(uint32_t source, const unsigned char *message, int length
   if (ber::message(message, length, &envelope) && envelope.pdu_type == SNMP_TRAP_PDU &&
       (p = ber::header(envelope.pdu, envelope.pdu_end, &type, &size)) != nullptr &&
       type == ASN_OBJECT_ID)
-    count = ber::objid(p, size, enterprise, SNMP_OID_MAX);
+    count = ber::objid(p, size, envelope.pdu_end, enterprise, SNMP_OID_MAX);
   if (count <= 0) return subject + "._";
   for (int i = 0; i < count; ++i) {
     subject += '.';

@@ -32,7 +32,7 @@ bool is_oid(const ObjectIdEMS *oid, uint32_t length, const ObjectIdEMS (&expecte
 
 // Whether the binding at p carries a Counter64 value, which the binding
 // reader refuses like any type SNMPv1 lacks.
-bool holds_counter64(const unsigned char *p, const unsigned char *end) {
+[[gnu::cold]] bool holds_counter64(const unsigned char *p, const unsigned char *end) {
   unsigned char type;
   uint32_t length;
   if ((p = ber::header(p, end, &type, &length)) == nullptr || type != ASN_SEQUENCE) return false;
@@ -43,8 +43,10 @@ bool holds_counter64(const unsigned char *p, const unsigned char *end) {
 
 // Reads the binding at p.  Returns the position after it, or nullptr with
 // *result saying why.
-const unsigned char *next_binding(const unsigned char *p, const unsigned char *end,
-                                  SnmpVarBindEMS *binding, int *result) {
+[[gnu::always_inline]] inline const unsigned char *next_binding(const unsigned char *p,
+                                                                const unsigned char *end,
+                                                                SnmpVarBindEMS *binding,
+                                                                int *result) {
   const unsigned char *next = ber::binding(p, end, binding, true);
   if (next == nullptr)
     *result = holds_counter64(p, end) ? SNMP_NOTIFICATION_COUNTER64 : SNMP_NOTIFICATION_MALFORMED;
@@ -98,17 +100,16 @@ int events::translate_notification_pdu(const unsigned char *p, const unsigned ch
                                        EMSsnmpVarBind *vars, int32_t *request_id,
                                        ObjectIdEMS *trap_oid, int32_t *trap_oid_length) {
   const int enterprise_capacity = std::min(sti->elen, SNMP_OID_MAX);
-  unsigned char type;
   uint32_t length = 0;
   int32_t numbers[3];  // request-id, error-status, error-index
   for (int32_t &number : numbers) {
-    if ((p = ber::header(p, pdu_end, &type, &length)) == nullptr ||
-        type != ASN_INTEGER || !ber::integer(p, length, type, &number))
+    if ((p = ber::element(p, pdu_end, ASN_INTEGER, &length)) == nullptr ||
+        !ber::integer(p, length, ASN_INTEGER, &number))
       return SNMP_NOTIFICATION_MALFORMED;
     p += length;
   }
   *request_id = numbers[0];
-  if ((p = ber::header(p, pdu_end, &type, &length)) == nullptr || type != ASN_SEQUENCE)
+  if ((p = ber::element(p, pdu_end, ASN_SEQUENCE, &length)) == nullptr)
     return SNMP_NOTIFICATION_MALFORMED;
   const unsigned char *const list_end = p + length;
 

@@ -127,8 +127,8 @@ bool trap_fast(const unsigned char *buf, int len, snmp_trap_infoEMS *sti, EMSsnm
   unsigned char type;
   uint32_t length;
   const unsigned char *p = message.pdu;
-  if ((p = ber::header(p, end, &type, &length)) == nullptr || type != ASN_OBJECT_ID) return false;
-  int elen = ber::objid(p, length, sti->enterprise, std::min(sti->elen, SNMP_OID_MAX));
+  if ((p = ber::element(p, end, ASN_OBJECT_ID, &length)) == nullptr) return false;
+  int elen = ber::objid(p, length, end, sti->enterprise, std::min(sti->elen, SNMP_OID_MAX));
   if (elen < 0) return false;
   sti->elen = elen;
   int32_t *const numbers[] = {reinterpret_cast<int32_t *>(&sti->agent),
@@ -140,8 +140,7 @@ bool trap_fast(const unsigned char *buf, int len, snmp_trap_infoEMS *sti, EMSsnm
         !ber::integer(p, length, type, number))
       return false;
   }
-  if ((p = ber::header(p + length, end, &type, &length)) == nullptr || type != ASN_SEQUENCE)
-    return false;
+  if ((p = ber::element(p + length, end, ASN_SEQUENCE, &length)) == nullptr) return false;
   bool notification_seen = false;
   bool more;
   int count = ber::binding_list(p, p + length, vars, sti->maxvars, true, &more,

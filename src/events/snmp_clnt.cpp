@@ -114,7 +114,7 @@ bool response_fast(const unsigned char *data, int length, snmp_info *response,
     if ((p = ber::header(p + n, end, &type, &n)) == nullptr || !ber::integer(p, n, type, number))
       return false;
   }
-  if ((p = ber::header(p + n, end, &type, &n)) == nullptr || type != ASN_SEQUENCE) return false;
+  if ((p = ber::element(p + n, end, ASN_SEQUENCE, &n)) == nullptr) return false;
   // One binding more than the array holds is counted, not decoded.
   bool more;
   int count = ber::binding_list(p, p + n, vars, response->maxvars, false, &more,
