@@ -5,11 +5,17 @@
 // does not walk the model per insert:
 //   - trap names to their records (the uniqueness check and name lookups),
 //   - each record to its enterprise, and per enterprise the last record of
-//     each generic/specific pair (a new format finds its place and its
-//     possible twin without walking the enterprise's list),
-//   - exact enterprise identifiers (the longest-prefix match becomes one
-//     probe per prefix length of the query), and the enterprises in list
-//     order (a new enterprise finds its place without walking the list),
+//     each generic/specific pair (a new format finds its place without
+//     walking the enterprise's list),
+//   - the first record of each (enterprise, generic, specific) in one flat
+//     table, so that the formatter's exact lookup costs one probe and the
+//     record itself, and per such pair that has formats for named nodes,
+//     each node to the first of them naming it (a new format finds its twin
+//     without comparing every format of the trap),
+//   - exact enterprise identifiers in a flat table (the longest-prefix match
+//     becomes one probe per prefix length of the query), and the
+//     enterprises in list order (a new enterprise finds its place without
+//     walking the list),
 //   - per trap name the suffix counter last handed out, while no name was
 //     given up (a run of formats sharing one name does not count up from 1
 //     each time).
@@ -20,7 +26,9 @@
 
 #include "model_internal.h"
 
+#include <algorithm>
 #include <cstdarg>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -89,11 +97,103 @@ struct EnterpriseSide {
   // the enterprise was released.
   std::map<PairKey, trap_record *> pair_last;
   bool pairs_known = false;
-  // The first format of each pair, for exact lookups (the formatter makes
-  // one per received trap); rebuilt from the list after a format of the
-  // enterprise was linked or released.
-  std::unordered_map<uint64_t, trap_record *> pair_first;
-  bool firsts_known = false;
+};
+
+// An open-addressing table of values with their 64-bit hashes (linear
+// probing, at most half full), for lookups that should cost one cache
+// miss.  Values may share a hash: find takes a test for the one wanted.
+template <typename Value>
+class FlatTable {
+ public:
+  template <typename Wanted>
+  Value *find(uint64_t hash, Wanted wanted) {
+    if (slots_.empty()) return nullptr;
+    for (size_t i = home(hash); slots_[i].used; i = (i + 1) & mask()) {
+      if (slots_[i].hash == hash && wanted(slots_[i].value)) return &slots_[i].value;
+    }
+    return nullptr;
+  }
+  void insert(uint64_t hash, const Value &value) {
+    if (2 * (count_ + 1) > slots_.size()) grow();
+    size_t i = home(hash);
+    while (slots_[i].used) i = (i + 1) & mask();
+    slots_[i] = {hash, value, true};
+    ++count_;
+  }
+  // Removes the value `found` (a find result) points at, moving back the
+  // values probed past it so that no probe sequence is broken.
+  void erase(Value *found) {
+    size_t hole = static_cast<size_t>(reinterpret_cast<Slot *>(reinterpret_cast<char *>(found) -
+                                                                offsetof(Slot, value)) -
+                                      slots_.data());
+    for (size_t next = (hole + 1) & mask(); slots_[next].used; next = (next + 1) & mask()) {
+      size_t from = home(slots_[next].hash);
+      if (((next - from) & mask()) >= ((next - hole) & mask())) {
+        slots_[hole] = slots_[next];
+        hole = next;
+      }
+    }
+    slots_[hole].used = false;
+    --count_;
+  }
+  bool empty() const { return count_ == 0; }
+  void clear() {
+    slots_.clear();
+    count_ = 0;
+  }
+
+ private:
+  struct Slot {
+    uint64_t hash;
+    Value value;
+    bool used;
+  };
+  size_t mask() const { return slots_.size() - 1; }
+  size_t home(uint64_t hash) const {
+    hash ^= hash >> 33;
+    hash *= 0xc4ceb9fe1a85ec53ull;
+    return (hash ^ (hash >> 29)) & mask();
+  }
+  void grow() {
+    std::vector<Slot> old(std::max<size_t>(64, slots_.size() * 2));
+    old.swap(slots_);
+    count_ = 0;
+    for (const Slot &slot : old) {
+      if (slot.used) insert(slot.hash, slot.value);
+    }
+  }
+  std::vector<Slot> slots_;
+  size_t count_ = 0;
+};
+
+// A generic/specific pair of one enterprise.
+struct PairId {
+  const enterprise_info *enterprise;
+  PairKey pair;
+  bool operator==(const PairId &) const = default;
+};
+
+uint64_t pair_id_hash(const PairId &id) {
+  uint64_t numbers = (static_cast<uint64_t>(static_cast<uint32_t>(id.pair.first)) << 32) |
+                     static_cast<uint32_t>(id.pair.second);
+  return (reinterpret_cast<uintptr_t>(id.enterprise) * 0x9e3779b97f4a7c15ull) ^ numbers;
+}
+
+struct PairIdHash {
+  size_t operator()(const PairId &id) const { return pair_id_hash(id); }
+};
+
+struct PairFirst {
+  PairId id;
+  trap_record *first;
+};
+
+// Of the formats of one pair that name nodes, the first naming each node.
+// Unusable when one names a "/path" source-list file, whose matching
+// depends on the file.
+struct NodeIndex {
+  std::unordered_map<std::string, trap_record *> first;
+  bool usable = true;
 };
 
 // Enterprises ordered as oidcmp orders their identifiers; looked up by
@@ -119,7 +219,11 @@ struct Model {
   std::unordered_map<std::string, std::vector<trap_record *>> by_name;
   std::unordered_map<const trap_record *, enterprise_info *> owner;
   std::unordered_map<const enterprise_info *, EnterpriseSide> enterprises;
-  std::unordered_multimap<uint64_t, enterprise_info *> by_oid;
+  FlatTable<enterprise_info *> by_oid;
+  // The first format of every pair of the enterprises above; a pair that
+  // has no format has no entry.
+  FlatTable<PairFirst> pair_firsts;
+  std::unordered_map<PairId, NodeIndex, PairIdHash> nodes;  // built on demand
   std::set<enterprise_info *, OidOrder> in_order;  // kept while `ordered`
   // Trap name to the suffix counter last used for it; every smaller
   // counter gave a name in use.  Forgotten whenever a name is given up.
@@ -156,7 +260,7 @@ bool has_wide_arc(const ObjectIdEMS *oid, unsigned long length) {
 void index_enterprise(enterprise_info *enterprise) {
   uint64_t hash = oid_hash(enterprise->enterprise_oid, enterprise->oid_len);
   model.enterprises[enterprise].oid_hash = hash;
-  model.by_oid.emplace(hash, enterprise);
+  model.by_oid.insert(hash, enterprise);
   if (has_wide_arc(enterprise->enterprise_oid, enterprise->oid_len)) model.ordered = false;
   if (model.ordered) {
     model.in_order.insert(enterprise);
@@ -168,13 +272,9 @@ void index_enterprise(enterprise_info *enterprise) {
 void unindex_enterprise(const enterprise_info *enterprise) {
   auto side = model.enterprises.find(enterprise);
   if (side == model.enterprises.end()) return;
-  auto [first, last] = model.by_oid.equal_range(side->second.oid_hash);
-  for (auto it = first; it != last; ++it) {
-    if (it->second == enterprise) {
-      model.by_oid.erase(it);
-      break;
-    }
-  }
+  enterprise_info **indexed = model.by_oid.find(
+      side->second.oid_hash, [&](const enterprise_info *e) { return e == enterprise; });
+  if (indexed != nullptr) model.by_oid.erase(indexed);
   model.enterprises.erase(side);
   auto ordered = model.in_order.find(const_cast<enterprise_info *>(enterprise));
   if (ordered != model.in_order.end() && *ordered == enterprise) {
@@ -316,40 +416,126 @@ trap_record *place_for(enterprise_info *enterprise, PairKey pair, bool after_pai
   return place_by_walking(enterprise, pair, after_pair);
 }
 
-// What findExactTrapRecord(enterprise, pair, node) returns, looked for
-// among the formats of the pair only.
-trap_record *pair_match(enterprise_info *enterprise, PairKey pair, const char *node) {
-  trap_record *r = place_for(enterprise, pair, false)->next;
-  for (; r != nullptr && pair_of(r) == pair; r = r->next) {
+PairFirst *find_pair(const PairId &id) {
+  return model.pair_firsts.find(pair_id_hash(id), [&](const PairFirst &p) { return p.id == id; });
+}
+
+// The first format of the pair in list order, found by walking.
+trap_record *first_by_walking(const enterprise_info *enterprise, PairKey pair) {
+  trap_record *r = enterprise->trap_rec_list_head.next;
+  while (r != nullptr && pair_of(r) < pair) r = r->next;
+  return r != nullptr && pair_of(r) == pair ? r : nullptr;
+}
+
+// The first format of the pair; the table answers for the enterprises the
+// model made, the list for any other.
+trap_record *first_of_pair(const enterprise_info *enterprise, PairKey pair) {
+  if (PairFirst *found = find_pair({enterprise, pair})) return found->first;
+  if (side_of(enterprise) != nullptr) return nullptr;
+  return first_by_walking(enterprise, pair);
+}
+
+// What findExactTrapRecord(enterprise, pair, node) returns.
+trap_record *pair_match(const enterprise_info *enterprise, PairKey pair, const char *node) {
+  for (trap_record *r = first_of_pair(enterprise, pair); r != nullptr && pair_of(r) == pair;
+       r = r->next) {
     if (trapRecNodesMatch(r, node)) return r;
   }
   return nullptr;
 }
 
-uint64_t pair_hash_key(int generic, int specific) {
-  return (static_cast<uint64_t>(static_cast<uint32_t>(generic)) << 32) |
-         static_cast<uint32_t>(specific);
-}
-
-void index_firsts(enterprise_info *enterprise, EnterpriseSide &side) {
-  side.pair_first.clear();
-  for (trap_record *r = enterprise->trap_rec_list_head.next; r != nullptr; r = r->next)
-    side.pair_first.emplace(pair_hash_key(r->generic_trap, r->specific_trap), r);
-  side.firsts_known = true;
-}
-
-void note_linked(enterprise_info *enterprise, trap_record *record) {
-  EnterpriseSide *side = side_of(enterprise);
-  if (side != nullptr) side->firsts_known = false;
-  if (side == nullptr || !side->pairs_known) return;
-  if (record->next == nullptr || pair_of(record->next) != pair_of(record)) {
-    side->pair_last[pair_of(record)] = record;
+bool names_source_file(const trap_record *record) {
+  for (int i = 0; i < record->nodeCnt; ++i) {
+    if (record->nodeList[i][0] == '/') return true;
   }
+  return false;
 }
 
-void forget_pairs(enterprise_info *enterprise) {
+// Enters the nodes of a format that precedes every format indexed so far.
+void index_nodes(NodeIndex &index, trap_record *record) {
+  if (names_source_file(record)) index.usable = false;
+  for (int i = 0; i < record->nodeCnt; ++i) index.first[record->nodeList[i]] = record;
+}
+
+// The node index of a pair of an enterprise the model made, built from the
+// list when missing; null when it cannot answer.  Formats after the first
+// one without nodes are never reached by a node's match, and left out.
+NodeIndex *nodes_of(const enterprise_info *enterprise, PairKey pair) {
+  if (side_of(enterprise) == nullptr) return nullptr;
+  auto [entry, added] = model.nodes.try_emplace({enterprise, pair});
+  NodeIndex &index = entry->second;
+  if (added) {
+    std::vector<trap_record *> reached;
+    for (trap_record *r = first_of_pair(enterprise, pair); r != nullptr && pair_of(r) == pair;
+         r = r->next) {
+      if (r->nodeCnt == 0) break;
+      reached.push_back(r);
+    }
+    for (auto r = reached.rbegin(); r != reached.rend(); ++r) index_nodes(index, *r);
+  }
+  return index.usable ? &index : nullptr;
+}
+
+// The format a new one of these numbers and nodes updates instead of being
+// added: for a node list, the first format with nodes matching one of them
+// (tried in order); without, the first format without nodes.
+trap_record *twin_of(enterprise_info *enterprise, PairKey pair, int nodeCnt, char **nodeList) {
+  if (nodeCnt == 0) return pair_match(enterprise, pair, nullptr);
+  NodeIndex *index = nodes_of(enterprise, pair);
+  for (int i = 0; i < nodeCnt; ++i) {
+    if (index != nullptr) {
+      auto found = index->first.find(nodeList[i]);
+      if (found != index->first.end()) return found->second;
+      continue;
+    }
+    trap_record *hit = pair_match(enterprise, pair, nodeList[i]);
+    if (hit != nullptr && hit->nodeCnt != 0) return hit;
+  }
+  return nullptr;
+}
+
+// Brings the indexes up to date with a new format linked after `previous`.
+void note_linked(enterprise_info *enterprise, trap_record *previous, trap_record *record) {
   EnterpriseSide *side = side_of(enterprise);
-  if (side != nullptr) side->pairs_known = side->firsts_known = false;
+  if (side == nullptr) return;
+  PairId id = {enterprise, pair_of(record)};
+  if (previous == &enterprise->trap_rec_list_head || pair_of(previous) != id.pair) {
+    if (PairFirst *found = find_pair(id))
+      found->first = record;
+    else
+      model.pair_firsts.insert(pair_id_hash(id), {id, record});
+  }
+  if (record->nodeCnt > 0) {
+    auto index = model.nodes.find(id);
+    if (index != model.nodes.end()) index_nodes(index->second, record);
+  }
+  if (side->pairs_known && (record->next == nullptr || pair_of(record->next) != id.pair))
+    side->pair_last[id.pair] = record;
+}
+
+// The node index of the record's pair goes when the record loses its nodes.
+void forget_nodes(const enterprise_info *enterprise, const trap_record *record) {
+  model.nodes.erase({enterprise, pair_of(record)});
+}
+
+// After the caller unlinked a format and it was released: the pair's first
+// format is looked up anew when it was this one.
+void note_released(enterprise_info *enterprise, const trap_record *record) {
+  forget_nodes(enterprise, record);
+  EnterpriseSide *side = side_of(enterprise);
+  if (side != nullptr) side->pairs_known = false;
+  PairFirst *found = find_pair({enterprise, pair_of(record)});
+  if (found == nullptr || found->first != record) return;
+  found->first = first_by_walking(enterprise, pair_of(record));
+  if (found->first == nullptr) model.pair_firsts.erase(found);
+}
+
+// Drops the pair entries of an enterprise about to be released.
+void forget_enterprise_pairs(const enterprise_info *enterprise) {
+  for (trap_record *r = enterprise->trap_rec_list_head.next; r != nullptr; r = r->next) {
+    forget_nodes(enterprise, r);
+    if (PairFirst *found = find_pair({enterprise, pair_of(r)})) model.pair_firsts.erase(found);
+  }
 }
 
 // A name that no format carries yet, as it will be stored (cut to 39
@@ -487,14 +673,13 @@ extern "C" EVENTS_EXPORT void find_enterprise(ObjectIdEMS *enterprise_oid,
   hashes[0] = kOidSeed;
   for (unsigned long i = 0; i < enterprise_oidlen; ++i) hashes[i + 1] = mix(hashes[i], enterprise_oid[i]);
   for (unsigned long length = enterprise_oidlen + 1; length-- > 0;) {
-    auto [first, last] = model.by_oid.equal_range(hashes[length]);
-    for (auto it = first; it != last; ++it) {
-      enterprise_info *e = it->second;
-      if (e->oid_len == length &&
-          (length == 0 || memcmp(e->enterprise_oid, enterprise_oid, length * sizeof(ObjectIdEMS)) == 0)) {
-        *enterprise_ptr_ptr = e;
-        return;
-      }
+    enterprise_info **found = model.by_oid.find(hashes[length], [&](const enterprise_info *e) {
+      return e->oid_len == length &&
+             (length == 0 || memcmp(e->enterprise_oid, enterprise_oid, length * sizeof(ObjectIdEMS)) == 0);
+    });
+    if (found != nullptr) {
+      *enterprise_ptr_ptr = *found;
+      return;
     }
   }
 }
@@ -534,26 +719,7 @@ extern "C" EVENTS_EXPORT trap_record *findExactTrapRecord(enterprise_info *enter
                                                           int generic_trap, int specific_trap,
                                                           const char *nodename) {
   if (enterprise_info_ptr == nullptr) return nullptr;
-  if (EnterpriseSide *side = side_of(enterprise_info_ptr)) {
-    if (!side->firsts_known) index_firsts(enterprise_info_ptr, *side);
-    auto first = side->pair_first.find(pair_hash_key(generic_trap, specific_trap));
-    if (first == side->pair_first.end()) return nullptr;
-    for (trap_record *r = first->second;
-         r != nullptr && r->generic_trap == generic_trap && r->specific_trap == specific_trap;
-         r = r->next) {
-      if (trapRecNodesMatch(r, nodename)) return r;
-    }
-    return nullptr;
-  }
-  for (trap_record *r = enterprise_info_ptr->trap_rec_list_head.next; r != nullptr; r = r->next) {
-    if (r->generic_trap == generic_trap) {
-      if (r->specific_trap == specific_trap && trapRecNodesMatch(r, nodename)) return r;
-      if (r->specific_trap > specific_trap) return nullptr;
-    } else if (r->generic_trap > generic_trap) {
-      return nullptr;
-    }
-  }
-  return nullptr;
+  return pair_match(enterprise_info_ptr, {generic_trap, specific_trap}, nodename);
 }
 
 extern "C" EVENTS_EXPORT int nameToTrapAndEnterprise(const char *trapName,
@@ -637,15 +803,7 @@ extern "C" EVENTS_EXPORT trap_record *insertMallocTrapRecord(
   if (rawEventLogMsg == nullptr) rawEventLogMsg = doStrdup("");
 
   const PairKey pair = {generic, specific};
-  trap_record *existing = nullptr;
-  if (nodeCnt > 0) {
-    for (int i = 0; i < nodeCnt && existing == nullptr; ++i) {
-      trap_record *hit = pair_match(enterprise_ptr, pair, nodeList[i]);
-      if (hit != nullptr && hit->nodeCnt != 0) existing = hit;
-    }
-  } else {
-    existing = pair_match(enterprise_ptr, pair, nullptr);
-  }
+  trap_record *existing = twin_of(enterprise_ptr, pair, nodeCnt, nodeList);
 
   if (existing != nullptr) {
     enterprise_info *owner = unindex_name(existing);
@@ -687,16 +845,13 @@ extern "C" EVENTS_EXPORT trap_record *insertMallocTrapRecord(
   trap_record *previous = place_for(enterprise_ptr, pair, nodeCnt == 0);
   record->next = previous->next;
   previous->next = record;
-  record->generic_trap = generic;
-  record->specific_trap = specific;
-  note_linked(enterprise_ptr, record);
-
   copy_name(record->name, unique.c_str());
   index_name(record, enterprise_ptr);
   record->generic_trap = generic;
   record->specific_trap = specific;
   record->nodeCnt = nodeCnt;
   record->nodeList = nodeList;
+  note_linked(enterprise_ptr, previous, record);
   record->category_number = cat_num;
   record->source = static_cast<char>(source_char);
   record->trapDescription = trapDescription;
@@ -737,7 +892,10 @@ extern "C" EVENTS_EXPORT void free_trap_rec_slot_map_data(trap_record *trap_rec_
 extern "C" EVENTS_EXPORT void free_trap_rec_contents(trap_record *trap_rec_ptr) {
   enterprise_info *owner = unindex_name(trap_rec_ptr);
   trap_rec_ptr->name[0] = '\0';
-  if (owner != nullptr) index_name(trap_rec_ptr, owner);
+  if (owner != nullptr) {
+    index_name(trap_rec_ptr, owner);
+    forget_nodes(owner, trap_rec_ptr);
+  }
   free_string_list(trap_rec_ptr->nodeList, trap_rec_ptr->nodeCnt);
   doFree(trap_rec_ptr->nodeList);
   trap_rec_ptr->nodeList = nullptr;
@@ -760,19 +918,20 @@ extern "C" EVENTS_EXPORT void free_trap_record(trap_record *trap_rec_ptr) {
   if (trap_rec_ptr == nullptr || trap_rec_ptr == &default_trap_record) return;
   free_trap_rec_contents(trap_rec_ptr);
   enterprise_info *owner = unindex_name(trap_rec_ptr);
-  if (owner != nullptr) forget_pairs(owner);
+  if (owner != nullptr) note_released(owner, trap_rec_ptr);
   trap_rec_ptr->next = nullptr;
   doFree(trap_rec_ptr);
 }
 
 extern "C" EVENTS_EXPORT void free_enterprise(enterprise_info *enterprise_ptr) {
   trap_record *record = enterprise_ptr->trap_rec_list_head.next;
+  forget_enterprise_pairs(enterprise_ptr);
+  enterprise_ptr->trap_rec_list_head.next = nullptr;
   while (record != nullptr) {
     trap_record *next = record->next;
     free_trap_record(record);
     record = next;
   }
-  enterprise_ptr->trap_rec_list_head.next = nullptr;
   unindex_enterprise(enterprise_ptr);
   doFree(enterprise_ptr->enterprise_name);
   doFree(enterprise_ptr->enterprise_oid);
@@ -817,6 +976,8 @@ extern "C" EVENTS_EXPORT void free_all_info(void) {
   model.owner.clear();
   model.enterprises.clear();
   model.by_oid.clear();
+  model.pair_firsts.clear();
+  model.nodes.clear();
   model.in_order.clear();
   model.last_suffix.clear();
   model.ordered = true;
