@@ -183,6 +183,28 @@ struct PairIdHash {
   size_t operator()(const PairId &id) const { return pair_id_hash(id); }
 };
 
+// An enterprise in the identifier table, with a copy of a short identifier
+// so that a probe is answered without reading the enterprise.
+constexpr unsigned long kInlineArcs = 13;
+struct OidEntry {
+  enterprise_info *enterprise;
+  unsigned long length;
+  ObjectIdEMS arcs[kInlineArcs];
+
+  bool holds(const ObjectIdEMS *oid, unsigned long oid_len) const {
+    if (length != oid_len) return false;
+    const ObjectIdEMS *own = length <= kInlineArcs ? arcs : enterprise->enterprise_oid;
+    return length == 0 || memcmp(own, oid, length * sizeof(ObjectIdEMS)) == 0;
+  }
+};
+
+// A record's enterprise, and the hash its name was indexed under.
+struct Owner {
+  const trap_record *record;
+  enterprise_info *enterprise;
+  uint64_t name_hash;
+};
+
 struct PairFirst {
   PairId id;
   trap_record *first;
@@ -216,10 +238,10 @@ struct OidOrder {
 
 struct Model {
   char *conf_file = nullptr;
-  std::unordered_map<std::string, std::vector<trap_record *>> by_name;
-  std::unordered_map<const trap_record *, enterprise_info *> owner;
+  FlatTable<trap_record *> by_name;  // by the hash of the name given when indexed
+  FlatTable<Owner> owner;  // by the record's address
   std::unordered_map<const enterprise_info *, EnterpriseSide> enterprises;
-  FlatTable<enterprise_info *> by_oid;
+  FlatTable<OidEntry> by_oid;
   // The first format of every pair of the enterprises above; a pair that
   // has no format has no entry.
   FlatTable<PairFirst> pair_firsts;
@@ -260,7 +282,10 @@ bool has_wide_arc(const ObjectIdEMS *oid, unsigned long length) {
 void index_enterprise(enterprise_info *enterprise) {
   uint64_t hash = oid_hash(enterprise->enterprise_oid, enterprise->oid_len);
   model.enterprises[enterprise].oid_hash = hash;
-  model.by_oid.insert(hash, enterprise);
+  OidEntry entry = {enterprise, enterprise->oid_len, {}};
+  if (entry.length <= kInlineArcs && entry.length > 0)
+    memcpy(entry.arcs, enterprise->enterprise_oid, entry.length * sizeof(ObjectIdEMS));
+  model.by_oid.insert(hash, entry);
   if (has_wide_arc(enterprise->enterprise_oid, enterprise->oid_len)) model.ordered = false;
   if (model.ordered) {
     model.in_order.insert(enterprise);
@@ -272,8 +297,8 @@ void index_enterprise(enterprise_info *enterprise) {
 void unindex_enterprise(const enterprise_info *enterprise) {
   auto side = model.enterprises.find(enterprise);
   if (side == model.enterprises.end()) return;
-  enterprise_info **indexed = model.by_oid.find(
-      side->second.oid_hash, [&](const enterprise_info *e) { return e == enterprise; });
+  OidEntry *indexed = model.by_oid.find(
+      side->second.oid_hash, [&](const OidEntry &e) { return e.enterprise == enterprise; });
   if (indexed != nullptr) model.by_oid.erase(indexed);
   model.enterprises.erase(side);
   auto ordered = model.in_order.find(const_cast<enterprise_info *>(enterprise));
@@ -286,30 +311,31 @@ void unindex_enterprise(const enterprise_info *enterprise) {
   if (enterprise_list_head.next == nullptr) model.ordered = true;
 }
 
+uint64_t name_hash(const char *name) { return std::hash<std::string_view>{}(name); }
+
+uint64_t address_hash(const void *address) { return reinterpret_cast<uintptr_t>(address); }
+
+Owner *owner_of(const trap_record *record) {
+  return model.owner.find(address_hash(record), [&](const Owner &o) { return o.record == record; });
+}
+
 void index_name(trap_record *record, enterprise_info *enterprise) {
-  model.by_name[record->name].push_back(record);
-  model.owner[record] = enterprise;
+  uint64_t hash = name_hash(record->name);
+  model.by_name.insert(hash, record);
+  model.owner.insert(address_hash(record), {record, enterprise, hash});
 }
 
 // Removes the record from the name index; returns its enterprise, or null
 // when the record was not indexed.
 enterprise_info *unindex_name(const trap_record *record) {
-  auto owner = model.owner.find(record);
-  if (owner == model.owner.end()) return nullptr;
-  enterprise_info *enterprise = owner->second;
+  Owner *owner = owner_of(record);
+  if (owner == nullptr) return nullptr;
+  enterprise_info *enterprise = owner->enterprise;
+  trap_record **named =
+      model.by_name.find(owner->name_hash, [&](const trap_record *r) { return r == record; });
+  if (named != nullptr) model.by_name.erase(named);
   model.owner.erase(owner);
   model.last_suffix.clear();
-  auto entry = model.by_name.find(record->name);
-  if (entry != model.by_name.end()) {
-    std::vector<trap_record *> &records = entry->second;
-    for (auto it = records.begin(); it != records.end(); ++it) {
-      if (*it == record) {
-        records.erase(it);
-        break;
-      }
-    }
-    if (records.empty()) model.by_name.erase(entry);
-  }
   return enterprise;
 }
 
@@ -342,18 +368,24 @@ trap_record *first_in_list_order(const std::vector<trap_record *> &records,
 trap_record *lookup_name(const char *name, enterprise_info **enterprise) {
   *enterprise = nullptr;
   if (name == nullptr || strlen(name) >= TRAP_NAME_SIZE) return nullptr;
+  uint64_t hash = name_hash(name);
   for (int attempt = 0; attempt < 2; ++attempt) {
-    auto entry = model.by_name.find(name);
-    if (entry == model.by_name.end()) return nullptr;
-    const std::vector<trap_record *> &records = entry->second;
-    if (records.size() == 1 && strcmp(records[0]->name, name) == 0) {
-      auto owner = model.owner.find(records[0]);
-      *enterprise = owner != model.owner.end() ? owner->second : nullptr;
-      return records[0];
-    }
-    if (records.size() > 1) {
-      trap_record *found = first_in_list_order(records, enterprise);
-      if (found != nullptr && strcmp(found->name, name) == 0) return found;
+    std::vector<trap_record *> named;
+    bool stale = false;
+    model.by_name.find(hash, [&](trap_record *r) {
+      if (strcmp(r->name, name) == 0)
+        named.push_back(r);
+      else
+        stale = stale || name_hash(r->name) != hash;
+      return false;  // see them all
+    });
+    if (!stale) {
+      if (named.empty()) return nullptr;
+      if (named.size() == 1) {
+        *enterprise = owner_of(named[0])->enterprise;
+        return named[0];
+      }
+      if (trap_record *first = first_in_list_order(named, enterprise)) return first;
     }
     // A record was renamed or unlinked behind the model's back.
     rebuild_name_index();
@@ -515,7 +547,7 @@ void note_linked(enterprise_info *enterprise, trap_record *previous, trap_record
 
 // The node index of the record's pair goes when the record loses its nodes.
 void forget_nodes(const enterprise_info *enterprise, const trap_record *record) {
-  model.nodes.erase({enterprise, pair_of(record)});
+  if (!model.nodes.empty()) model.nodes.erase({enterprise, pair_of(record)});
 }
 
 // After the caller unlinked a format and it was released: the pair's first
@@ -673,12 +705,10 @@ extern "C" EVENTS_EXPORT void find_enterprise(ObjectIdEMS *enterprise_oid,
   hashes[0] = kOidSeed;
   for (unsigned long i = 0; i < enterprise_oidlen; ++i) hashes[i + 1] = mix(hashes[i], enterprise_oid[i]);
   for (unsigned long length = enterprise_oidlen + 1; length-- > 0;) {
-    enterprise_info **found = model.by_oid.find(hashes[length], [&](const enterprise_info *e) {
-      return e->oid_len == length &&
-             (length == 0 || memcmp(e->enterprise_oid, enterprise_oid, length * sizeof(ObjectIdEMS)) == 0);
-    });
+    OidEntry *found = model.by_oid.find(
+        hashes[length], [&](const OidEntry &e) { return e.holds(enterprise_oid, length); });
     if (found != nullptr) {
-      *enterprise_ptr_ptr = *found;
+      *enterprise_ptr_ptr = found->enterprise;
       return;
     }
   }
@@ -967,11 +997,7 @@ extern "C" EVENTS_EXPORT void freeAllActions(void) {
 extern "C" EVENTS_EXPORT void free_all_info(void) {
   enterprise_info *enterprise = enterprise_list_head.next;
   enterprise_list_head.next = nullptr;
-  while (enterprise != nullptr) {
-    enterprise_info *next = enterprise->next;
-    free_enterprise(enterprise);
-    enterprise = next;
-  }
+  // The indexes go first: nothing is kept in step record by record.
   model.by_name.clear();
   model.owner.clear();
   model.enterprises.clear();
@@ -980,6 +1006,11 @@ extern "C" EVENTS_EXPORT void free_all_info(void) {
   model.nodes.clear();
   model.in_order.clear();
   model.last_suffix.clear();
+  while (enterprise != nullptr) {
+    enterprise_info *next = enterprise->next;
+    free_enterprise(enterprise);
+    enterprise = next;
+  }
   model.ordered = true;
   for (int slot = 0; slot < EMS_MAX_CATEGORIES; ++slot) {
     doFree(EMScategories[slot]);
