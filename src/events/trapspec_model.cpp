@@ -208,6 +208,10 @@ struct Owner {
 struct PairFirst {
   PairId id;
   trap_record *first;
+  // The first format's compiled text when it was linked, read ahead by the
+  // lookup alongside the record (the formatter reads it next).  Only a
+  // hint: a stale one costs a wasted fetch.
+  const char *format_hint;
 };
 
 // Of the formats of one pair that name nodes, the first naming each node.
@@ -462,7 +466,10 @@ trap_record *first_by_walking(const enterprise_info *enterprise, PairKey pair) {
 // The first format of the pair; the table answers for the enterprises the
 // model made, the list for any other.
 trap_record *first_of_pair(const enterprise_info *enterprise, PairKey pair) {
-  if (PairFirst *found = find_pair({enterprise, pair})) return found->first;
+  if (PairFirst *found = find_pair({enterprise, pair})) {
+    __builtin_prefetch(found->format_hint);
+    return found->first;
+  }
   if (side_of(enterprise) != nullptr) return nullptr;
   return first_by_walking(enterprise, pair);
 }
@@ -533,9 +540,9 @@ void note_linked(enterprise_info *enterprise, trap_record *previous, trap_record
   PairId id = {enterprise, pair_of(record)};
   if (previous == &enterprise->trap_rec_list_head || pair_of(previous) != id.pair) {
     if (PairFirst *found = find_pair(id))
-      found->first = record;
+      *found = {id, record, record->description.format};
     else
-      model.pair_firsts.insert(pair_id_hash(id), {id, record});
+      model.pair_firsts.insert(pair_id_hash(id), {id, record, record->description.format});
   }
   if (record->nodeCnt > 0) {
     auto index = model.nodes.find(id);
@@ -559,7 +566,10 @@ void note_released(enterprise_info *enterprise, const trap_record *record) {
   PairFirst *found = find_pair({enterprise, pair_of(record)});
   if (found == nullptr || found->first != record) return;
   found->first = first_by_walking(enterprise, pair_of(record));
-  if (found->first == nullptr) model.pair_firsts.erase(found);
+  if (found->first == nullptr)
+    model.pair_firsts.erase(found);
+  else
+    found->format_hint = found->first->description.format;
 }
 
 // Drops the pair entries of an enterprise about to be released.
@@ -881,7 +891,6 @@ extern "C" EVENTS_EXPORT trap_record *insertMallocTrapRecord(
   record->specific_trap = specific;
   record->nodeCnt = nodeCnt;
   record->nodeList = nodeList;
-  note_linked(enterprise_ptr, previous, record);
   record->category_number = cat_num;
   record->source = static_cast<char>(source_char);
   record->trapDescription = trapDescription;
@@ -903,6 +912,7 @@ extern "C" EVENTS_EXPORT trap_record *insertMallocTrapRecord(
     }
     record->slotMap = map;
   }
+  note_linked(enterprise_ptr, previous, record);
   return record;
 }
 
