@@ -32,7 +32,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <map>
 #include <new>
 #include <set>
 #include <string>
@@ -91,11 +90,54 @@ constexpr unsigned long kWideArc = 0x80000000ul;
 
 using PairKey = std::pair<int, int>;  // generic, specific number
 
+// The last format of each pair of an enterprise, in pair order: sorted
+// blocks of a bounded size, so that a lookup reads a few contiguous lines
+// and an insert at any place moves little.
+class PairLast {
+ public:
+  struct Entry {
+    PairKey pair;
+    trap_record *last;
+  };
+  // The entry of the greatest pair below `pair` (at most `pair` when
+  // `inclusive`); null when there is none.
+  const Entry *before(PairKey pair, bool inclusive) const {
+    auto goes_before = [&](const Entry &e) { return inclusive ? !(pair < e.pair) : e.pair < pair; };
+    auto block = std::partition_point(blocks_.begin(), blocks_.end(),
+                                      [&](const Block &b) { return goes_before(b.front()); });
+    if (block == blocks_.begin()) return nullptr;
+    --block;
+    return &*std::prev(std::partition_point(block->begin(), block->end(), goes_before));
+  }
+  void set(PairKey pair, trap_record *last) {
+    if (blocks_.empty()) blocks_.emplace_back();
+    auto block = std::partition_point(blocks_.begin() + 1, blocks_.end(),
+                                      [&](const Block &b) { return !(pair < b.front().pair); });
+    --block;
+    auto at = std::partition_point(block->begin(), block->end(),
+                                   [&](const Entry &e) { return e.pair < pair; });
+    if (at != block->end() && at->pair == pair) {
+      at->last = last;
+      return;
+    }
+    block->insert(at, {pair, last});
+    if (block->size() < 2 * kBlock) return;
+    Block upper(block->begin() + kBlock, block->end());
+    block->resize(kBlock);
+    blocks_.insert(block + 1, std::move(upper));
+  }
+  void clear() { blocks_.clear(); }
+
+ private:
+  static constexpr size_t kBlock = 64;
+  using Block = std::vector<Entry>;
+  std::vector<Block> blocks_;  // none empty
+};
+
 struct EnterpriseSide {
   uint64_t oid_hash = 0;
-  // The last format of each pair; rebuilt from the list when a format of
-  // the enterprise was released.
-  std::map<PairKey, trap_record *> pair_last;
+  // Rebuilt from the list when a format of the enterprise was released.
+  PairLast pair_last;
   bool pairs_known = false;
 };
 
@@ -409,7 +451,7 @@ EnterpriseSide *side_of(const enterprise_info *enterprise) {
 void index_pairs(enterprise_info *enterprise, EnterpriseSide &side) {
   side.pair_last.clear();
   for (trap_record *r = enterprise->trap_rec_list_head.next; r != nullptr; r = r->next)
-    side.pair_last[pair_of(r)] = r;
+    side.pair_last.set(pair_of(r), r);
   side.pairs_known = true;
 }
 
@@ -419,12 +461,12 @@ void index_pairs(enterprise_info *enterprise, EnterpriseSide &side) {
 // when the pair index does not agree with the list.
 trap_record *place_from_index(enterprise_info *enterprise, EnterpriseSide &side, PairKey pair,
                               bool after_pair) {
-  auto it = after_pair ? side.pair_last.upper_bound(pair) : side.pair_last.lower_bound(pair);
+  const PairLast::Entry *before = side.pair_last.before(pair, after_pair);
   trap_record *previous = &enterprise->trap_rec_list_head;
-  if (it != side.pair_last.begin()) {
-    previous = std::prev(it)->second;
+  if (before != nullptr) {
+    previous = before->last;
     PairKey key = pair_of(previous);
-    if (key != std::prev(it)->first || (after_pair ? pair < key : !(key < pair))) return nullptr;
+    if (key != before->pair || (after_pair ? pair < key : !(key < pair))) return nullptr;
   }
   trap_record *next = previous->next;
   if (next != nullptr && (after_pair ? !(pair < pair_of(next)) : pair_of(next) < pair)) return nullptr;
@@ -549,7 +591,7 @@ void note_linked(enterprise_info *enterprise, trap_record *previous, trap_record
     if (index != model.nodes.end()) index_nodes(index->second, record);
   }
   if (side->pairs_known && (record->next == nullptr || pair_of(record->next) != id.pair))
-    side->pair_last[id.pair] = record;
+    side->pair_last.set(id.pair, record);
 }
 
 // The node index of the record's pair goes when the record loses its nodes.
