@@ -32,12 +32,15 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
+
+#include <sys/mman.h>
 
 #include "config_line.h"
 #include "kz_platform.h"
@@ -141,6 +144,32 @@ struct EnterpriseSide {
   bool pairs_known = false;
 };
 
+// Storage for a large index: backed by huge pages where the system grants
+// them, so that a random probe does not also miss the TLB.
+template <typename T>
+struct IndexAllocator {
+  using value_type = T;
+  IndexAllocator() = default;
+  template <typename U>
+  IndexAllocator(const IndexAllocator<U> &) {}
+  static constexpr size_t kHuge = size_t{2} << 20;
+  T *allocate(size_t n) {
+    size_t bytes = n * sizeof(T);
+    if (bytes < kHuge) return std::allocator<T>().allocate(n);
+    void *memory = aligned_alloc(kHuge, (bytes + kHuge - 1) / kHuge * kHuge);
+    if (memory == nullptr) throw std::bad_alloc();
+    madvise(memory, bytes, MADV_HUGEPAGE);
+    return static_cast<T *>(memory);
+  }
+  void deallocate(T *p, size_t n) {
+    if (n * sizeof(T) < kHuge)
+      std::allocator<T>().deallocate(p, n);
+    else
+      free(p);
+  }
+  bool operator==(const IndexAllocator &) const { return true; }
+};
+
 // An open-addressing table of values with their 64-bit hashes (linear
 // probing, at most half full), for lookups that should cost one cache
 // miss.  Values may share a hash: find takes a test for the one wanted.
@@ -197,14 +226,15 @@ class FlatTable {
     return (hash ^ (hash >> 29)) & mask();
   }
   void grow() {
-    std::vector<Slot> old(std::max<size_t>(64, slots_.size() * 2));
+    Slots old(std::max<size_t>(64, slots_.size() * 2));
     old.swap(slots_);
     count_ = 0;
     for (const Slot &slot : old) {
       if (slot.used) insert(slot.hash, slot.value);
     }
   }
-  std::vector<Slot> slots_;
+  using Slots = std::vector<Slot, IndexAllocator<Slot>>;
+  Slots slots_;
   size_t count_ = 0;
 };
 
