@@ -514,6 +514,8 @@ trap_record *place_by_walking(enterprise_info *enterprise, PairKey pair, bool af
 }
 
 trap_record *place_for(enterprise_info *enterprise, PairKey pair, bool after_pair) {
+  // An enterprise's first format needs no index (most have only one).
+  if (enterprise->trap_rec_list_head.next == nullptr) return &enterprise->trap_rec_list_head;
   EnterpriseSide *side = side_of(enterprise);
   if (side == nullptr) return place_by_walking(enterprise, pair, after_pair);
   for (int attempt = 0; attempt < 2; ++attempt) {
