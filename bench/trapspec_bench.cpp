@@ -1,12 +1,20 @@
 // Loading and matching cost of large trap configurations.
 //
-// Generated files hold 10,000 and 100,000 trap formats over 1,000
-// enterprises (a quarter of them top-level enterprises, the rest nested
-// under them so that prefixes are shared), written in the order the
-// configuration writer produces.  The "shuffled" variants hold the same
-// formats in random order.  BM_ReadTrapspec times read_trapspec_file;
-// BM_MatchEveryTrap times find_enterprise + findExactTrapRecord for every
-// configured trap, as the formatter does per received trap.
+// Generated files hold 10,000 and 100,000 trap formats in these shapes:
+//   - "plain": 1,000 enterprises (a quarter of them top-level enterprises,
+//     the rest nested under them so that prefixes are shared), their
+//     formats grouped by enterprise;
+//   - "shuffled": the same formats in random order;
+//   - "ascending enterprises": one format for each of as many enterprises,
+//     enterprises and formats in ascending identifier order (a prefix
+//     before the identifiers under it, the reverse of the model's order);
+//   - "one enterprise": every format in one enterprise, specific numbers
+//     descending, so that each new one goes to the front of the list;
+//   - "same name": every format of one trap under one name, each for a
+//     node of its own (NODES), so that each is checked against the others.
+// BM_ReadTrapspec times read_trapspec_file; BM_MatchEveryTrap times
+// find_enterprise + findExactTrapRecord for every configured trap, as the
+// formatter does per received trap.
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
@@ -55,59 +63,84 @@ std::string trap_group(int t, const std::vector<ObjectIdEMS> &oid, int specific)
   return group;
 }
 
-// Generated files by size and order, removed at exit.
-std::map<std::pair<int, bool>, std::string> files;
+enum Shape { kPlain, kShuffled, kAscending, kOneEnterprise, kSameName };
+const char *const kShapeNames[] = {"plain", "shuffled", "ascending enterprises", "one enterprise",
+                                   "same name"};
 
-// Writes the configuration once per size and order; returns its path.
-const std::string &configuration(int traps, bool shuffled) {
-  auto key = std::make_pair(traps, shuffled);
+// The enterprise lines and trap groups of a configuration.
+struct Body {
+  std::vector<std::string> enterprises;
+  std::vector<std::string> groups;
+};
+
+Body body(int traps, Shape shape) {
+  Body b;
+  if (shape == kSameName || shape == kOneEnterprise) {
+    b.enterprises.push_back("ent {1.3.6.1.4.1.9}\n");
+    for (int t = 1; t <= traps; ++t) {
+      std::string group = shape == kSameName ? trap_group(1, {1, 3, 6, 1, 4, 1, 9}, 1)
+                                             : trap_group(t, {1, 3, 6, 1, 4, 1, 9}, traps + 1 - t);
+      if (shape == kSameName) group.insert(group.find("SDESC"), "NODES node-" + std::to_string(t) + "\n");
+      b.groups.push_back(group);
+    }
+    return b;
+  }
+  int enterprises = shape == kAscending ? traps : kEnterprises;
+  int per_enterprise = traps / enterprises;
+  for (int i = 0; i < enterprises; ++i) {
+    b.enterprises.push_back("ent" + std::to_string(i) + " {" + dotted(enterprise_oid(i)) + "}\n");
+    for (int s = 1; s <= per_enterprise; ++s)
+      b.groups.push_back(trap_group(i * per_enterprise + s, enterprise_oid(i), s));
+  }
+  if (shape == kShuffled) std::shuffle(b.groups.begin(), b.groups.end(), std::mt19937(42));
+  return b;
+}
+
+// Generated files by size and shape, removed at exit.
+std::map<std::pair<int, Shape>, std::string> files;
+
+// Writes the configuration once per size and shape; returns its path.
+const std::string &configuration(int traps, Shape shape) {
+  auto key = std::make_pair(traps, shape);
   auto found = files.find(key);
   if (found != files.end()) return found->second;
   std::string path = "/tmp/trapspec_bench_" + std::to_string(getpid()) + "_" + std::to_string(traps) +
-                     (shuffled ? "_shuffled" : "") + ".conf";
+                     "_" + std::to_string(shape) + ".conf";
   std::string text = "CATEGORY 3 \"Status Events\"\nCATEGORY 9 \"IGNORE\"\n";
-  for (int i = 0; i < kEnterprises; ++i) text += "ent" + std::to_string(i) + " {" + dotted(enterprise_oid(i)) + "}\n";
-  std::vector<std::string> groups;
-  int per_enterprise = traps / kEnterprises;
-  for (int i = 0; i < kEnterprises; ++i) {
-    for (int s = 1; s <= per_enterprise; ++s) groups.push_back(trap_group(i * per_enterprise + s, enterprise_oid(i), s));
-  }
-  if (shuffled) std::shuffle(groups.begin(), groups.end(), std::mt19937(42));
-  for (const std::string &group : groups) text += group;
+  Body b = body(traps, shape);
+  for (const std::string &line : b.enterprises) text += line;
+  for (const std::string &group : b.groups) text += group;
   FILE *file = fopen(path.c_str(), "w");
   fwrite(text.data(), 1, text.size(), file);
   fclose(file);
   return files[key] = path;
 }
 
-void load(int traps, bool shuffled, benchmark::State *state) {
-  setHubdConfFile(configuration(traps, shuffled).c_str());
+void load(int traps, Shape shape, benchmark::State *state) {
+  setHubdConfFile(configuration(traps, shape).c_str());
   char *error = nullptr;
   if (read_trapspec_file(&error) != 0 && state != nullptr) state->SkipWithError(error);
 }
 
 void BM_ReadTrapspec(benchmark::State &state) {
   int traps = static_cast<int>(state.range(0));
-  bool shuffled = state.range(1) != 0;
-  configuration(traps, shuffled);
+  auto shape = static_cast<Shape>(state.range(1));
+  configuration(traps, shape);
   for (auto _ : state) {
-    load(traps, shuffled, &state);
+    load(traps, shape, &state);
     state.PauseTiming();
     free_all_info();
     state.ResumeTiming();
   }
   state.SetItemsProcessed(state.iterations() * traps);
-  state.SetLabel(shuffled ? "shuffled" : "writer order");
+  state.SetLabel(kShapeNames[shape]);
 }
 BENCHMARK(BM_ReadTrapspec)
-    ->Args({10000, 0})
-    ->Args({100000, 0})
-    ->Args({10000, 1})
-    ->Args({100000, 1})
+    ->ArgsProduct({{10000, 100000}, {kPlain, kShuffled, kAscending, kOneEnterprise, kSameName}})
     ->Unit(benchmark::kMillisecond);
 
 void BM_MatchEveryTrap(benchmark::State &state) {
-  load(100000, false, &state);
+  load(100000, kPlain, &state);
   std::vector<Trap> traps;
   for (enterprise_info *e = enterprise_list_head.next; e != nullptr; e = e->next) {
     std::vector<ObjectIdEMS> oid(e->enterprise_oid, e->enterprise_oid + e->oid_len);

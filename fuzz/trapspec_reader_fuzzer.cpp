@@ -1,5 +1,6 @@
 // Reads arbitrary octets as hubd.conf through read_trapspec_file, then
-// walks and queries the model that was built.  After a good read the model
+// walks and queries the model that was built: every format is found by its
+// numbers as a walk of the list finds it.  After a good read the model
 // is written, read back and written again: the writer refuses it, or the
 // two writes are equal but for the time-stamp line.  The reader gives one
 // more of the eight default display categories on each read until all are
@@ -41,6 +42,16 @@ void set_up() {
   }
 }
 
+// What findExactTrapRecord must return, found by walking the list: the
+// first format of the pair whose nodes match.
+trap_record *first_match(enterprise_info *e, int generic, int specific, const char *node) {
+  for (trap_record *r = e->trap_rec_list_head.next; r != nullptr; r = r->next) {
+    if (r->generic_trap == generic && r->specific_trap == specific && trapRecNodesMatch(r, node))
+      return r;
+  }
+  return nullptr;
+}
+
 void query_model() {
   for (enterprise_info *e = enterprise_list_head.next; e != nullptr; e = e->next) {
     enterprise_info *found;
@@ -49,7 +60,12 @@ void query_model() {
     for (trap_record *r = e->trap_rec_list_head.next; r != nullptr; r = r->next) {
       if (r->name[TRAP_NAME_SIZE - 1] != '\0') abort();
       if (nameToExactTrap(r->name) == nullptr) abort();
-      findExactTrapRecord(e, r->generic_trap, r->specific_trap, "hostA");
+      const char *nodes[] = {"hostA", nullptr, r->nodeCnt > 0 ? r->nodeList[0] : "hostB"};
+      for (const char *node : nodes) {
+        if (findExactTrapRecord(e, r->generic_trap, r->specific_trap, node) !=
+            first_match(e, r->generic_trap, r->specific_trap, node))
+          abort();
+      }
       if (r->next != nullptr && (r->next->generic_trap < r->generic_trap ||
                                  (r->next->generic_trap == r->generic_trap &&
                                   r->next->specific_trap < r->specific_trap)))

@@ -74,6 +74,7 @@ struct Reader {
   char oid_text[TRAPSPEC_LINE_SIZE];
   char quoted[TRAPSPEC_LINE_SIZE];
   char source_line[TRAPSPEC_LINE_SIZE];
+  char name_line[TRAPSPEC_LINE_SIZE];  // a trap group's first line, for its errors
   char description[kMaxDescription + 1];
 };
 
@@ -509,15 +510,16 @@ extern "C" EVENTS_EXPORT int readTrapSpecInfo(FILE *fp, char *rawline, const cha
   // before reading on.
   char trap_name[TRAP_NAME_SIZE + 1];
   memcpy(trap_name, name, static_cast<size_t>(name_length) + 1);
-  char *name_line_text = doStrdup(rawline);
+  // Only its start can show in an error text, which is shorter than a line.
+  size_t kept = strnlen(rawline, TRAPSPEC_LINE_SIZE - 1);
+  memcpy(reader.name_line, rawline, kept);
+  reader.name_line[kept] = '\0';
   TrapGroup group;
   int got = events::read_config_line(rawline, TRAPSPEC_LINE_SIZE, fp, lineNumberPtr, conffile, errmem);
   if (got <= 0) {
-    if (got == 0) fail(errmem, name_line, conffile, name_line_text, "Did not find an event log format");
-    doFree(name_line_text);
+    if (got == 0) fail(errmem, name_line, conffile, reader.name_line, "Did not find an event log format");
     return -1;
   }
-  doFree(name_line_text);
   trace(routine, "log format found");
   group.format = doStrdup(rawline);
   if (getNextLine("format", rawline, TRAPSPEC_LINE_SIZE, fp, conffile, lineNumberPtr, errmem) != 0 ||

@@ -5,11 +5,17 @@
 // does not walk the model per insert:
 //   - trap names to their records (the uniqueness check and name lookups),
 //   - each record to its enterprise, and per enterprise the last record of
-//     each generic/specific pair (a new format finds its place and its
-//     possible twin without walking the enterprise's list),
-//   - exact enterprise identifiers (the longest-prefix match becomes one
-//     probe per prefix length of the query), and the enterprises in list
-//     order (a new enterprise finds its place without walking the list),
+//     each generic/specific pair (a new format finds its place without
+//     walking the enterprise's list),
+//   - the first record of each (enterprise, generic, specific) in one flat
+//     table, so that the formatter's exact lookup costs one probe and the
+//     record itself, and per such pair that has formats for named nodes,
+//     each node to the first of them naming it (a new format finds its twin
+//     without comparing every format of the trap),
+//   - exact enterprise identifiers in a flat table (the longest-prefix match
+//     becomes one probe per prefix length of the query), and the
+//     enterprises in list order (a new enterprise finds its place without
+//     walking the list),
 //   - per trap name the suffix counter last handed out, while no name was
 //     given up (a run of formats sharing one name does not count up from 1
 //     each time).
@@ -20,17 +26,21 @@
 
 #include "model_internal.h"
 
+#include <algorithm>
 #include <cstdarg>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <map>
+#include <memory>
 #include <new>
 #include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
+
+#include <sys/mman.h>
 
 #include "config_line.h"
 #include "kz_platform.h"
@@ -83,17 +93,205 @@ constexpr unsigned long kWideArc = 0x80000000ul;
 
 using PairKey = std::pair<int, int>;  // generic, specific number
 
+// The last format of each pair of an enterprise, in pair order: sorted
+// blocks of a bounded size, so that a lookup reads a few contiguous lines
+// and an insert at any place moves little.
+class PairLast {
+ public:
+  struct Entry {
+    PairKey pair;
+    trap_record *last;
+  };
+  // The entry of the greatest pair below `pair` (at most `pair` when
+  // `inclusive`); null when there is none.
+  const Entry *before(PairKey pair, bool inclusive) const {
+    auto goes_before = [&](const Entry &e) { return inclusive ? !(pair < e.pair) : e.pair < pair; };
+    auto block = std::partition_point(blocks_.begin(), blocks_.end(),
+                                      [&](const Block &b) { return goes_before(b.front()); });
+    if (block == blocks_.begin()) return nullptr;
+    --block;
+    return &*std::prev(std::partition_point(block->begin(), block->end(), goes_before));
+  }
+  void set(PairKey pair, trap_record *last) {
+    if (blocks_.empty()) blocks_.emplace_back();
+    auto block = std::partition_point(blocks_.begin() + 1, blocks_.end(),
+                                      [&](const Block &b) { return !(pair < b.front().pair); });
+    --block;
+    auto at = std::partition_point(block->begin(), block->end(),
+                                   [&](const Entry &e) { return e.pair < pair; });
+    if (at != block->end() && at->pair == pair) {
+      at->last = last;
+      return;
+    }
+    block->insert(at, {pair, last});
+    if (block->size() < 2 * kBlock) return;
+    Block upper(block->begin() + kBlock, block->end());
+    block->resize(kBlock);
+    blocks_.insert(block + 1, std::move(upper));
+  }
+  void clear() { blocks_.clear(); }
+
+ private:
+  static constexpr size_t kBlock = 64;
+  using Block = std::vector<Entry>;
+  std::vector<Block> blocks_;  // none empty
+};
+
 struct EnterpriseSide {
   uint64_t oid_hash = 0;
-  // The last format of each pair; rebuilt from the list when a format of
-  // the enterprise was released.
-  std::map<PairKey, trap_record *> pair_last;
+  // Rebuilt from the list when a format of the enterprise was released.
+  PairLast pair_last;
   bool pairs_known = false;
-  // The first format of each pair, for exact lookups (the formatter makes
-  // one per received trap); rebuilt from the list after a format of the
-  // enterprise was linked or released.
-  std::unordered_map<uint64_t, trap_record *> pair_first;
-  bool firsts_known = false;
+};
+
+// Storage for a large index: backed by huge pages where the system grants
+// them, so that a random probe does not also miss the TLB.
+template <typename T>
+struct IndexAllocator {
+  using value_type = T;
+  IndexAllocator() = default;
+  template <typename U>
+  IndexAllocator(const IndexAllocator<U> &) {}
+  static constexpr size_t kHuge = size_t{2} << 20;
+  T *allocate(size_t n) {
+    size_t bytes = n * sizeof(T);
+    if (bytes < kHuge) return std::allocator<T>().allocate(n);
+    void *memory = aligned_alloc(kHuge, (bytes + kHuge - 1) / kHuge * kHuge);
+    if (memory == nullptr) throw std::bad_alloc();
+    madvise(memory, bytes, MADV_HUGEPAGE);
+    return static_cast<T *>(memory);
+  }
+  void deallocate(T *p, size_t n) {
+    if (n * sizeof(T) < kHuge)
+      std::allocator<T>().deallocate(p, n);
+    else
+      free(p);
+  }
+  bool operator==(const IndexAllocator &) const { return true; }
+};
+
+// An open-addressing table of values with their 64-bit hashes (linear
+// probing, at most half full), for lookups that should cost one cache
+// miss.  Values may share a hash: find takes a test for the one wanted.
+template <typename Value>
+class FlatTable {
+ public:
+  template <typename Wanted>
+  Value *find(uint64_t hash, Wanted wanted) {
+    if (slots_.empty()) return nullptr;
+    for (size_t i = home(hash); slots_[i].used; i = (i + 1) & mask()) {
+      if (slots_[i].hash == hash && wanted(slots_[i].value)) return &slots_[i].value;
+    }
+    return nullptr;
+  }
+  void insert(uint64_t hash, const Value &value) {
+    if (2 * (count_ + 1) > slots_.size()) grow();
+    size_t i = home(hash);
+    while (slots_[i].used) i = (i + 1) & mask();
+    slots_[i] = {hash, value, true};
+    ++count_;
+  }
+  // Removes the value `found` (a find result) points at, moving back the
+  // values probed past it so that no probe sequence is broken.
+  void erase(Value *found) {
+    size_t hole = static_cast<size_t>(reinterpret_cast<Slot *>(reinterpret_cast<char *>(found) -
+                                                                offsetof(Slot, value)) -
+                                      slots_.data());
+    for (size_t next = (hole + 1) & mask(); slots_[next].used; next = (next + 1) & mask()) {
+      size_t from = home(slots_[next].hash);
+      if (((next - from) & mask()) >= ((next - hole) & mask())) {
+        slots_[hole] = slots_[next];
+        hole = next;
+      }
+    }
+    slots_[hole].used = false;
+    --count_;
+  }
+  bool empty() const { return count_ == 0; }
+  void clear() {
+    slots_.clear();
+    count_ = 0;
+  }
+
+ private:
+  struct Slot {
+    uint64_t hash;
+    Value value;
+    bool used;
+  };
+  size_t mask() const { return slots_.size() - 1; }
+  size_t home(uint64_t hash) const {
+    hash ^= hash >> 33;
+    hash *= 0xc4ceb9fe1a85ec53ull;
+    return (hash ^ (hash >> 29)) & mask();
+  }
+  void grow() {
+    Slots old(std::max<size_t>(64, slots_.size() * 2));
+    old.swap(slots_);
+    count_ = 0;
+    for (const Slot &slot : old) {
+      if (slot.used) insert(slot.hash, slot.value);
+    }
+  }
+  using Slots = std::vector<Slot, IndexAllocator<Slot>>;
+  Slots slots_;
+  size_t count_ = 0;
+};
+
+// A generic/specific pair of one enterprise.
+struct PairId {
+  const enterprise_info *enterprise;
+  PairKey pair;
+  bool operator==(const PairId &) const = default;
+};
+
+uint64_t pair_id_hash(const PairId &id) {
+  uint64_t numbers = (static_cast<uint64_t>(static_cast<uint32_t>(id.pair.first)) << 32) |
+                     static_cast<uint32_t>(id.pair.second);
+  return (reinterpret_cast<uintptr_t>(id.enterprise) * 0x9e3779b97f4a7c15ull) ^ numbers;
+}
+
+struct PairIdHash {
+  size_t operator()(const PairId &id) const { return pair_id_hash(id); }
+};
+
+// An enterprise in the identifier table, with a copy of a short identifier
+// so that a probe is answered without reading the enterprise.
+constexpr unsigned long kInlineArcs = 13;
+struct OidEntry {
+  enterprise_info *enterprise;
+  unsigned long length;
+  ObjectIdEMS arcs[kInlineArcs];
+
+  bool holds(const ObjectIdEMS *oid, unsigned long oid_len) const {
+    if (length != oid_len) return false;
+    const ObjectIdEMS *own = length <= kInlineArcs ? arcs : enterprise->enterprise_oid;
+    return length == 0 || memcmp(own, oid, length * sizeof(ObjectIdEMS)) == 0;
+  }
+};
+
+// A record's enterprise, and the hash its name was indexed under.
+struct Owner {
+  const trap_record *record;
+  enterprise_info *enterprise;
+  uint64_t name_hash;
+};
+
+struct PairFirst {
+  PairId id;
+  trap_record *first;
+  // The first format's compiled text when it was linked, read ahead by the
+  // lookup alongside the record (the formatter reads it next).  Only a
+  // hint: a stale one costs a wasted fetch.
+  const char *format_hint;
+};
+
+// Of the formats of one pair that name nodes, the first naming each node.
+// Unusable when one names a "/path" source-list file, whose matching
+// depends on the file.
+struct NodeIndex {
+  std::unordered_map<std::string, trap_record *> first;
+  bool usable = true;
 };
 
 // Enterprises ordered as oidcmp orders their identifiers; looked up by
@@ -116,10 +314,14 @@ struct OidOrder {
 
 struct Model {
   char *conf_file = nullptr;
-  std::unordered_map<std::string, std::vector<trap_record *>> by_name;
-  std::unordered_map<const trap_record *, enterprise_info *> owner;
+  FlatTable<trap_record *> by_name;  // by the hash of the name given when indexed
+  FlatTable<Owner> owner;  // by the record's address
   std::unordered_map<const enterprise_info *, EnterpriseSide> enterprises;
-  std::unordered_multimap<uint64_t, enterprise_info *> by_oid;
+  FlatTable<OidEntry> by_oid;
+  // The first format of every pair of the enterprises above; a pair that
+  // has no format has no entry.
+  FlatTable<PairFirst> pair_firsts;
+  std::unordered_map<PairId, NodeIndex, PairIdHash> nodes;  // built on demand
   std::set<enterprise_info *, OidOrder> in_order;  // kept while `ordered`
   // Trap name to the suffix counter last used for it; every smaller
   // counter gave a name in use.  Forgotten whenever a name is given up.
@@ -156,7 +358,10 @@ bool has_wide_arc(const ObjectIdEMS *oid, unsigned long length) {
 void index_enterprise(enterprise_info *enterprise) {
   uint64_t hash = oid_hash(enterprise->enterprise_oid, enterprise->oid_len);
   model.enterprises[enterprise].oid_hash = hash;
-  model.by_oid.emplace(hash, enterprise);
+  OidEntry entry = {enterprise, enterprise->oid_len, {}};
+  if (entry.length <= kInlineArcs && entry.length > 0)
+    memcpy(entry.arcs, enterprise->enterprise_oid, entry.length * sizeof(ObjectIdEMS));
+  model.by_oid.insert(hash, entry);
   if (has_wide_arc(enterprise->enterprise_oid, enterprise->oid_len)) model.ordered = false;
   if (model.ordered) {
     model.in_order.insert(enterprise);
@@ -168,13 +373,9 @@ void index_enterprise(enterprise_info *enterprise) {
 void unindex_enterprise(const enterprise_info *enterprise) {
   auto side = model.enterprises.find(enterprise);
   if (side == model.enterprises.end()) return;
-  auto [first, last] = model.by_oid.equal_range(side->second.oid_hash);
-  for (auto it = first; it != last; ++it) {
-    if (it->second == enterprise) {
-      model.by_oid.erase(it);
-      break;
-    }
-  }
+  OidEntry *indexed = model.by_oid.find(
+      side->second.oid_hash, [&](const OidEntry &e) { return e.enterprise == enterprise; });
+  if (indexed != nullptr) model.by_oid.erase(indexed);
   model.enterprises.erase(side);
   auto ordered = model.in_order.find(const_cast<enterprise_info *>(enterprise));
   if (ordered != model.in_order.end() && *ordered == enterprise) {
@@ -186,30 +387,31 @@ void unindex_enterprise(const enterprise_info *enterprise) {
   if (enterprise_list_head.next == nullptr) model.ordered = true;
 }
 
+uint64_t name_hash(const char *name) { return std::hash<std::string_view>{}(name); }
+
+uint64_t address_hash(const void *address) { return reinterpret_cast<uintptr_t>(address); }
+
+Owner *owner_of(const trap_record *record) {
+  return model.owner.find(address_hash(record), [&](const Owner &o) { return o.record == record; });
+}
+
 void index_name(trap_record *record, enterprise_info *enterprise) {
-  model.by_name[record->name].push_back(record);
-  model.owner[record] = enterprise;
+  uint64_t hash = name_hash(record->name);
+  model.by_name.insert(hash, record);
+  model.owner.insert(address_hash(record), {record, enterprise, hash});
 }
 
 // Removes the record from the name index; returns its enterprise, or null
 // when the record was not indexed.
 enterprise_info *unindex_name(const trap_record *record) {
-  auto owner = model.owner.find(record);
-  if (owner == model.owner.end()) return nullptr;
-  enterprise_info *enterprise = owner->second;
+  Owner *owner = owner_of(record);
+  if (owner == nullptr) return nullptr;
+  enterprise_info *enterprise = owner->enterprise;
+  trap_record **named =
+      model.by_name.find(owner->name_hash, [&](const trap_record *r) { return r == record; });
+  if (named != nullptr) model.by_name.erase(named);
   model.owner.erase(owner);
   model.last_suffix.clear();
-  auto entry = model.by_name.find(record->name);
-  if (entry != model.by_name.end()) {
-    std::vector<trap_record *> &records = entry->second;
-    for (auto it = records.begin(); it != records.end(); ++it) {
-      if (*it == record) {
-        records.erase(it);
-        break;
-      }
-    }
-    if (records.empty()) model.by_name.erase(entry);
-  }
   return enterprise;
 }
 
@@ -242,18 +444,24 @@ trap_record *first_in_list_order(const std::vector<trap_record *> &records,
 trap_record *lookup_name(const char *name, enterprise_info **enterprise) {
   *enterprise = nullptr;
   if (name == nullptr || strlen(name) >= TRAP_NAME_SIZE) return nullptr;
+  uint64_t hash = name_hash(name);
   for (int attempt = 0; attempt < 2; ++attempt) {
-    auto entry = model.by_name.find(name);
-    if (entry == model.by_name.end()) return nullptr;
-    const std::vector<trap_record *> &records = entry->second;
-    if (records.size() == 1 && strcmp(records[0]->name, name) == 0) {
-      auto owner = model.owner.find(records[0]);
-      *enterprise = owner != model.owner.end() ? owner->second : nullptr;
-      return records[0];
-    }
-    if (records.size() > 1) {
-      trap_record *found = first_in_list_order(records, enterprise);
-      if (found != nullptr && strcmp(found->name, name) == 0) return found;
+    std::vector<trap_record *> named;
+    bool stale = false;
+    model.by_name.find(hash, [&](trap_record *r) {
+      if (strcmp(r->name, name) == 0)
+        named.push_back(r);
+      else
+        stale = stale || name_hash(r->name) != hash;
+      return false;  // see them all
+    });
+    if (!stale) {
+      if (named.empty()) return nullptr;
+      if (named.size() == 1) {
+        *enterprise = owner_of(named[0])->enterprise;
+        return named[0];
+      }
+      if (trap_record *first = first_in_list_order(named, enterprise)) return first;
     }
     // A record was renamed or unlinked behind the model's back.
     rebuild_name_index();
@@ -273,7 +481,7 @@ EnterpriseSide *side_of(const enterprise_info *enterprise) {
 void index_pairs(enterprise_info *enterprise, EnterpriseSide &side) {
   side.pair_last.clear();
   for (trap_record *r = enterprise->trap_rec_list_head.next; r != nullptr; r = r->next)
-    side.pair_last[pair_of(r)] = r;
+    side.pair_last.set(pair_of(r), r);
   side.pairs_known = true;
 }
 
@@ -283,12 +491,12 @@ void index_pairs(enterprise_info *enterprise, EnterpriseSide &side) {
 // when the pair index does not agree with the list.
 trap_record *place_from_index(enterprise_info *enterprise, EnterpriseSide &side, PairKey pair,
                               bool after_pair) {
-  auto it = after_pair ? side.pair_last.upper_bound(pair) : side.pair_last.lower_bound(pair);
+  const PairLast::Entry *before = side.pair_last.before(pair, after_pair);
   trap_record *previous = &enterprise->trap_rec_list_head;
-  if (it != side.pair_last.begin()) {
-    previous = std::prev(it)->second;
+  if (before != nullptr) {
+    previous = before->last;
     PairKey key = pair_of(previous);
-    if (key != std::prev(it)->first || (after_pair ? pair < key : !(key < pair))) return nullptr;
+    if (key != before->pair || (after_pair ? pair < key : !(key < pair))) return nullptr;
   }
   trap_record *next = previous->next;
   if (next != nullptr && (after_pair ? !(pair < pair_of(next)) : pair_of(next) < pair)) return nullptr;
@@ -306,6 +514,8 @@ trap_record *place_by_walking(enterprise_info *enterprise, PairKey pair, bool af
 }
 
 trap_record *place_for(enterprise_info *enterprise, PairKey pair, bool after_pair) {
+  // An enterprise's first format needs no index (most have only one).
+  if (enterprise->trap_rec_list_head.next == nullptr) return &enterprise->trap_rec_list_head;
   EnterpriseSide *side = side_of(enterprise);
   if (side == nullptr) return place_by_walking(enterprise, pair, after_pair);
   for (int attempt = 0; attempt < 2; ++attempt) {
@@ -316,40 +526,132 @@ trap_record *place_for(enterprise_info *enterprise, PairKey pair, bool after_pai
   return place_by_walking(enterprise, pair, after_pair);
 }
 
-// What findExactTrapRecord(enterprise, pair, node) returns, looked for
-// among the formats of the pair only.
-trap_record *pair_match(enterprise_info *enterprise, PairKey pair, const char *node) {
-  trap_record *r = place_for(enterprise, pair, false)->next;
-  for (; r != nullptr && pair_of(r) == pair; r = r->next) {
+PairFirst *find_pair(const PairId &id) {
+  return model.pair_firsts.find(pair_id_hash(id), [&](const PairFirst &p) { return p.id == id; });
+}
+
+// The first format of the pair in list order, found by walking.
+trap_record *first_by_walking(const enterprise_info *enterprise, PairKey pair) {
+  trap_record *r = enterprise->trap_rec_list_head.next;
+  while (r != nullptr && pair_of(r) < pair) r = r->next;
+  return r != nullptr && pair_of(r) == pair ? r : nullptr;
+}
+
+// The first format of the pair; the table answers for the enterprises the
+// model made, the list for any other.
+trap_record *first_of_pair(const enterprise_info *enterprise, PairKey pair) {
+  if (PairFirst *found = find_pair({enterprise, pair})) {
+    __builtin_prefetch(found->format_hint);
+    return found->first;
+  }
+  if (side_of(enterprise) != nullptr) return nullptr;
+  return first_by_walking(enterprise, pair);
+}
+
+// What findExactTrapRecord(enterprise, pair, node) returns.
+trap_record *pair_match(const enterprise_info *enterprise, PairKey pair, const char *node) {
+  for (trap_record *r = first_of_pair(enterprise, pair); r != nullptr && pair_of(r) == pair;
+       r = r->next) {
     if (trapRecNodesMatch(r, node)) return r;
   }
   return nullptr;
 }
 
-uint64_t pair_hash_key(int generic, int specific) {
-  return (static_cast<uint64_t>(static_cast<uint32_t>(generic)) << 32) |
-         static_cast<uint32_t>(specific);
-}
-
-void index_firsts(enterprise_info *enterprise, EnterpriseSide &side) {
-  side.pair_first.clear();
-  for (trap_record *r = enterprise->trap_rec_list_head.next; r != nullptr; r = r->next)
-    side.pair_first.emplace(pair_hash_key(r->generic_trap, r->specific_trap), r);
-  side.firsts_known = true;
-}
-
-void note_linked(enterprise_info *enterprise, trap_record *record) {
-  EnterpriseSide *side = side_of(enterprise);
-  if (side != nullptr) side->firsts_known = false;
-  if (side == nullptr || !side->pairs_known) return;
-  if (record->next == nullptr || pair_of(record->next) != pair_of(record)) {
-    side->pair_last[pair_of(record)] = record;
+bool names_source_file(const trap_record *record) {
+  for (int i = 0; i < record->nodeCnt; ++i) {
+    if (record->nodeList[i][0] == '/') return true;
   }
+  return false;
 }
 
-void forget_pairs(enterprise_info *enterprise) {
+// Enters the nodes of a format that precedes every format indexed so far.
+void index_nodes(NodeIndex &index, trap_record *record) {
+  if (names_source_file(record)) index.usable = false;
+  for (int i = 0; i < record->nodeCnt; ++i) index.first[record->nodeList[i]] = record;
+}
+
+// The node index of a pair of an enterprise the model made, built from the
+// list when missing; null when it cannot answer.  Formats after the first
+// one without nodes are never reached by a node's match, and left out.
+NodeIndex *nodes_of(const enterprise_info *enterprise, PairKey pair) {
+  if (side_of(enterprise) == nullptr) return nullptr;
+  auto [entry, added] = model.nodes.try_emplace({enterprise, pair});
+  NodeIndex &index = entry->second;
+  if (added) {
+    std::vector<trap_record *> reached;
+    for (trap_record *r = first_of_pair(enterprise, pair); r != nullptr && pair_of(r) == pair;
+         r = r->next) {
+      if (r->nodeCnt == 0) break;
+      reached.push_back(r);
+    }
+    for (auto r = reached.rbegin(); r != reached.rend(); ++r) index_nodes(index, *r);
+  }
+  return index.usable ? &index : nullptr;
+}
+
+// The format a new one of these numbers and nodes updates instead of being
+// added: for a node list, the first format with nodes matching one of them
+// (tried in order); without, the first format without nodes.
+trap_record *twin_of(enterprise_info *enterprise, PairKey pair, int nodeCnt, char **nodeList) {
+  if (nodeCnt == 0) return pair_match(enterprise, pair, nullptr);
+  NodeIndex *index = nodes_of(enterprise, pair);
+  for (int i = 0; i < nodeCnt; ++i) {
+    if (index != nullptr) {
+      auto found = index->first.find(nodeList[i]);
+      if (found != index->first.end()) return found->second;
+      continue;
+    }
+    trap_record *hit = pair_match(enterprise, pair, nodeList[i]);
+    if (hit != nullptr && hit->nodeCnt != 0) return hit;
+  }
+  return nullptr;
+}
+
+// Brings the indexes up to date with a new format linked after `previous`.
+void note_linked(enterprise_info *enterprise, trap_record *previous, trap_record *record) {
   EnterpriseSide *side = side_of(enterprise);
-  if (side != nullptr) side->pairs_known = side->firsts_known = false;
+  if (side == nullptr) return;
+  PairId id = {enterprise, pair_of(record)};
+  if (previous == &enterprise->trap_rec_list_head || pair_of(previous) != id.pair) {
+    if (PairFirst *found = find_pair(id))
+      *found = {id, record, record->description.format};
+    else
+      model.pair_firsts.insert(pair_id_hash(id), {id, record, record->description.format});
+  }
+  if (record->nodeCnt > 0) {
+    auto index = model.nodes.find(id);
+    if (index != model.nodes.end()) index_nodes(index->second, record);
+  }
+  if (side->pairs_known && (record->next == nullptr || pair_of(record->next) != id.pair))
+    side->pair_last.set(id.pair, record);
+}
+
+// The node index of the record's pair goes when the record loses its nodes.
+void forget_nodes(const enterprise_info *enterprise, const trap_record *record) {
+  if (!model.nodes.empty()) model.nodes.erase({enterprise, pair_of(record)});
+}
+
+// After the caller unlinked a format and it was released: the pair's first
+// format is looked up anew when it was this one.
+void note_released(enterprise_info *enterprise, const trap_record *record) {
+  forget_nodes(enterprise, record);
+  EnterpriseSide *side = side_of(enterprise);
+  if (side != nullptr) side->pairs_known = false;
+  PairFirst *found = find_pair({enterprise, pair_of(record)});
+  if (found == nullptr || found->first != record) return;
+  found->first = first_by_walking(enterprise, pair_of(record));
+  if (found->first == nullptr)
+    model.pair_firsts.erase(found);
+  else
+    found->format_hint = found->first->description.format;
+}
+
+// Drops the pair entries of an enterprise about to be released.
+void forget_enterprise_pairs(const enterprise_info *enterprise) {
+  for (trap_record *r = enterprise->trap_rec_list_head.next; r != nullptr; r = r->next) {
+    forget_nodes(enterprise, r);
+    if (PairFirst *found = find_pair({enterprise, pair_of(r)})) model.pair_firsts.erase(found);
+  }
 }
 
 // A name that no format carries yet, as it will be stored (cut to 39
@@ -487,14 +789,11 @@ extern "C" EVENTS_EXPORT void find_enterprise(ObjectIdEMS *enterprise_oid,
   hashes[0] = kOidSeed;
   for (unsigned long i = 0; i < enterprise_oidlen; ++i) hashes[i + 1] = mix(hashes[i], enterprise_oid[i]);
   for (unsigned long length = enterprise_oidlen + 1; length-- > 0;) {
-    auto [first, last] = model.by_oid.equal_range(hashes[length]);
-    for (auto it = first; it != last; ++it) {
-      enterprise_info *e = it->second;
-      if (e->oid_len == length &&
-          (length == 0 || memcmp(e->enterprise_oid, enterprise_oid, length * sizeof(ObjectIdEMS)) == 0)) {
-        *enterprise_ptr_ptr = e;
-        return;
-      }
+    OidEntry *found = model.by_oid.find(
+        hashes[length], [&](const OidEntry &e) { return e.holds(enterprise_oid, length); });
+    if (found != nullptr) {
+      *enterprise_ptr_ptr = found->enterprise;
+      return;
     }
   }
 }
@@ -534,26 +833,7 @@ extern "C" EVENTS_EXPORT trap_record *findExactTrapRecord(enterprise_info *enter
                                                           int generic_trap, int specific_trap,
                                                           const char *nodename) {
   if (enterprise_info_ptr == nullptr) return nullptr;
-  if (EnterpriseSide *side = side_of(enterprise_info_ptr)) {
-    if (!side->firsts_known) index_firsts(enterprise_info_ptr, *side);
-    auto first = side->pair_first.find(pair_hash_key(generic_trap, specific_trap));
-    if (first == side->pair_first.end()) return nullptr;
-    for (trap_record *r = first->second;
-         r != nullptr && r->generic_trap == generic_trap && r->specific_trap == specific_trap;
-         r = r->next) {
-      if (trapRecNodesMatch(r, nodename)) return r;
-    }
-    return nullptr;
-  }
-  for (trap_record *r = enterprise_info_ptr->trap_rec_list_head.next; r != nullptr; r = r->next) {
-    if (r->generic_trap == generic_trap) {
-      if (r->specific_trap == specific_trap && trapRecNodesMatch(r, nodename)) return r;
-      if (r->specific_trap > specific_trap) return nullptr;
-    } else if (r->generic_trap > generic_trap) {
-      return nullptr;
-    }
-  }
-  return nullptr;
+  return pair_match(enterprise_info_ptr, {generic_trap, specific_trap}, nodename);
 }
 
 extern "C" EVENTS_EXPORT int nameToTrapAndEnterprise(const char *trapName,
@@ -637,15 +917,7 @@ extern "C" EVENTS_EXPORT trap_record *insertMallocTrapRecord(
   if (rawEventLogMsg == nullptr) rawEventLogMsg = doStrdup("");
 
   const PairKey pair = {generic, specific};
-  trap_record *existing = nullptr;
-  if (nodeCnt > 0) {
-    for (int i = 0; i < nodeCnt && existing == nullptr; ++i) {
-      trap_record *hit = pair_match(enterprise_ptr, pair, nodeList[i]);
-      if (hit != nullptr && hit->nodeCnt != 0) existing = hit;
-    }
-  } else {
-    existing = pair_match(enterprise_ptr, pair, nullptr);
-  }
+  trap_record *existing = twin_of(enterprise_ptr, pair, nodeCnt, nodeList);
 
   if (existing != nullptr) {
     enterprise_info *owner = unindex_name(existing);
@@ -687,10 +959,6 @@ extern "C" EVENTS_EXPORT trap_record *insertMallocTrapRecord(
   trap_record *previous = place_for(enterprise_ptr, pair, nodeCnt == 0);
   record->next = previous->next;
   previous->next = record;
-  record->generic_trap = generic;
-  record->specific_trap = specific;
-  note_linked(enterprise_ptr, record);
-
   copy_name(record->name, unique.c_str());
   index_name(record, enterprise_ptr);
   record->generic_trap = generic;
@@ -718,6 +986,7 @@ extern "C" EVENTS_EXPORT trap_record *insertMallocTrapRecord(
     }
     record->slotMap = map;
   }
+  note_linked(enterprise_ptr, previous, record);
   return record;
 }
 
@@ -737,7 +1006,10 @@ extern "C" EVENTS_EXPORT void free_trap_rec_slot_map_data(trap_record *trap_rec_
 extern "C" EVENTS_EXPORT void free_trap_rec_contents(trap_record *trap_rec_ptr) {
   enterprise_info *owner = unindex_name(trap_rec_ptr);
   trap_rec_ptr->name[0] = '\0';
-  if (owner != nullptr) index_name(trap_rec_ptr, owner);
+  if (owner != nullptr) {
+    index_name(trap_rec_ptr, owner);
+    forget_nodes(owner, trap_rec_ptr);
+  }
   free_string_list(trap_rec_ptr->nodeList, trap_rec_ptr->nodeCnt);
   doFree(trap_rec_ptr->nodeList);
   trap_rec_ptr->nodeList = nullptr;
@@ -760,19 +1032,20 @@ extern "C" EVENTS_EXPORT void free_trap_record(trap_record *trap_rec_ptr) {
   if (trap_rec_ptr == nullptr || trap_rec_ptr == &default_trap_record) return;
   free_trap_rec_contents(trap_rec_ptr);
   enterprise_info *owner = unindex_name(trap_rec_ptr);
-  if (owner != nullptr) forget_pairs(owner);
+  if (owner != nullptr) note_released(owner, trap_rec_ptr);
   trap_rec_ptr->next = nullptr;
   doFree(trap_rec_ptr);
 }
 
 extern "C" EVENTS_EXPORT void free_enterprise(enterprise_info *enterprise_ptr) {
   trap_record *record = enterprise_ptr->trap_rec_list_head.next;
+  forget_enterprise_pairs(enterprise_ptr);
+  enterprise_ptr->trap_rec_list_head.next = nullptr;
   while (record != nullptr) {
     trap_record *next = record->next;
     free_trap_record(record);
     record = next;
   }
-  enterprise_ptr->trap_rec_list_head.next = nullptr;
   unindex_enterprise(enterprise_ptr);
   doFree(enterprise_ptr->enterprise_name);
   doFree(enterprise_ptr->enterprise_oid);
@@ -808,17 +1081,20 @@ extern "C" EVENTS_EXPORT void freeAllActions(void) {
 extern "C" EVENTS_EXPORT void free_all_info(void) {
   enterprise_info *enterprise = enterprise_list_head.next;
   enterprise_list_head.next = nullptr;
+  // The indexes go first: nothing is kept in step record by record.
+  model.by_name.clear();
+  model.owner.clear();
+  model.enterprises.clear();
+  model.by_oid.clear();
+  model.pair_firsts.clear();
+  model.nodes.clear();
+  model.in_order.clear();
+  model.last_suffix.clear();
   while (enterprise != nullptr) {
     enterprise_info *next = enterprise->next;
     free_enterprise(enterprise);
     enterprise = next;
   }
-  model.by_name.clear();
-  model.owner.clear();
-  model.enterprises.clear();
-  model.by_oid.clear();
-  model.in_order.clear();
-  model.last_suffix.clear();
   model.ordered = true;
   for (int slot = 0; slot < EMS_MAX_CATEGORIES; ++slot) {
     doFree(EMScategories[slot]);

@@ -90,6 +90,15 @@ class Appender {
     char digits[16];
     append(digits, static_cast<size_t>(std::to_chars(digits, digits + sizeof digits, number).ptr - digits));
   }
+  // Appends text as printf's "%-W.Ps" does: at most `precision` bytes (all
+  // when negative), then blanks up to `width`.
+  void column(const char *text, int width, int precision) {
+    size_t n = precision < 0 ? strlen(text) : strnlen(text, static_cast<size_t>(precision));
+    append(text, n);
+    static constexpr std::string_view kBlanks = "                                ";
+    if (n < static_cast<size_t>(width))
+      append(kBlanks.substr(0, std::min(kBlanks.size(), static_cast<size_t>(width) - n)));
+  }
   int room() const { return size_ - used_; }
   int used() const { return used_; }
 
@@ -146,6 +155,11 @@ SnmpVarBindEMS *binding_at(snmp_trap_infoEMS *sti, SnmpVarBindEMS *vars, int k) 
 
 int arcs_of(uint32_t length) { return static_cast<int>(std::min<uint32_t>(length, SNMP_OID_MAX)); }
 
+// snprintf(buffer, buflen, "%s", text) without the format machinery.
+void copy_text(char *buffer, int buflen, const char *text) {
+  if (buflen > 0) Appender(buffer, buflen, 0).append(text);
+}
+
 const char *tree_name(const ObjectIdEMS *oid, int length) {
   if (oidTree == nullptr || length <= 0) return nullptr;
   return lookupOid(oid, length);
@@ -158,7 +172,7 @@ void write_enterprise_arc(snmp_trap_infoEMS *sti, ObjectIdEMS arc, char *buffer,
   memcpy(named, sti->enterprise, sizeof(ObjectIdEMS) * elen);
   named[elen] = arc;
   if (const char *name = tree_name(named, elen + 1))
-    snprintf(buffer, buflen, "%s", name);
+    copy_text(buffer, buflen, name);
   else
     snprintf(buffer, buflen, "%d", static_cast<int>(arc));
 }
@@ -167,7 +181,7 @@ void write_enterprise_arc(snmp_trap_infoEMS *sti, ObjectIdEMS arc, char *buffer,
 bool write_variable_name(SnmpVarBindEMS *var, char *buffer, int buflen) {
   const char *name = tree_name(var->oid, arcs_of(var->oid_length) - 1);
   if (name == nullptr) return false;
-  snprintf(buffer, buflen, "%s", name);
+  copy_text(buffer, buflen, name);
   return true;
 }
 
@@ -313,14 +327,14 @@ extern "C" EVENTS_EXPORT void trap_sprintf(char *buf, int size, trap_element *tr
       case ARG_C: formatCommunity(out, room, sti_ptr); break;
       case ARG_E: formatEnterprise(out, room, sti_ptr, 1); break;
       case ARG_e: formatEnterprise(out, room, sti_ptr, 0); break;
-      case ARG_G: text.printf("%d", static_cast<int>(sti_ptr->gen)); break;
-      case ARG_S: text.printf("%d", static_cast<int>(sti_ptr->specific)); break;
+      case ARG_G: text.append(static_cast<int>(sti_ptr->gen)); break;
+      case ARG_S: text.append(static_cast<int>(sti_ptr->specific)); break;
       case ARG_SX: text.printf("%lx", static_cast<unsigned long>(sti_ptr->specific)); break;
-      case ARG_CONTACT: if (contact) text.printf("%s", contact); break;
-      case ARG_LOCATION: if (location) text.printf("%s", location); break;
-      case ARG_DESC: if (description) text.printf("%s", description); break;
-      case ARG_T: text.printf("%d", static_cast<int>(sti_ptr->time)); break;
-      case ARG_POUND: text.printf("%d", sti_ptr->vars); break;
+      case ARG_CONTACT: if (contact) text.append(contact); break;
+      case ARG_LOCATION: if (location) text.append(location); break;
+      case ARG_DESC: if (description) text.append(description); break;
+      case ARG_T: text.append(static_cast<int>(sti_ptr->time)); break;
+      case ARG_POUND: text.append(sti_ptr->vars); break;
       case ARG_STAR:
         for (int j = 1, at = 0; j <= sti_ptr->vars; ++j) {
           if (room - at <= 1) break;
@@ -525,6 +539,17 @@ extern "C" EVENTS_EXPORT int trp_format(rtrap_user user_module, snmp_trap_infoEM
   bool no_host = strcmp(host, "<none>") == 0;
   int used = static_cast<int>(strnlen(buffer, max_buffer_len - 1));
   Appender out(buffer, max_buffer_len, used);
+  // The columns before a line of the daemon's log and the default layout:
+  // the lead, the time, the host, the source.
+  auto columns = [&](int when_width, int host_width, int host_precision) {
+    out.append(lead);
+    out.column(when, when_width, when_width);
+    out.append(" ");
+    out.column(host, host_width, host_precision);
+    out.append(" ");
+    out.append(&source, 1);
+    out.append(" ");
+  };
   const char *line = text;
   for (bool first = true;; first = false) {
     const char *end = strchr(line, '\n');
@@ -532,25 +557,23 @@ extern "C" EVENTS_EXPORT int trp_format(rtrap_user user_module, snmp_trap_infoEM
     if (!first && out.room() < kMinRoomPerLine) return -2;
     switch (user_module) {
       case RQV_USER:
-        if (no_host)
-          out.printf(first ? "%.*s\n" : "\t\t\t%.*s\n", length, line);
-        else
-          out.printf(first ? "%s: %.*s\n" : "\t\t\t%s: %.*s\n", host, length, line);
+        if (!first) out.append("\t\t\t");
+        if (!no_host) {
+          out.append(host);
+          out.append(": ");
+        }
         break;
       case HUBD_USER:
-        out.printf(first ? "%s%-24.24s %-25s %c %.*s\n" : "%s%-25.25s %-25s %c %.*s\n", lead, when,
-                   host, source, length, line);
+        columns(first ? 24 : 25, 25, -1);
         break;
       case WBX_USER:
-        out.printf("%.*s\n", length, line);
         break;
       default:
-        if (first)
-          out.printf("%s%-24.24s %-15.15s %c %.*s\n", lead, when, host, source, length, line);
-        else
-          out.printf("%.*s\n", length, line);
+        if (first) columns(24, 15, 15);
         break;
     }
+    out.append(line, static_cast<size_t>(length));
+    out.append("\n");
     if (end == nullptr || end[1] == '\0') break;
     line = end + 1;
   }
