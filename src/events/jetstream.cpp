@@ -359,12 +359,18 @@ natsMsg *seal(Link &link, size_t i) {
   return msg;
 }
 
-// Publishes sealed batches, without the lock: the client takes locks of
-// its own.  One it does not take goes again on the next tick.
-void send_sealed(Link &link, std::vector<natsMsg *> &sealed) {
+// How long the client waits for a publication's confirmation.
+jsPubOptions publish_options() {
   jsPubOptions options;
   jsPubOptions_Init(&options);
   options.MaxWait = kPublishWaitMs;
+  return options;
+}
+
+// Publishes sealed batches, without the lock: the client takes locks of
+// its own.  One it does not take goes again on the next tick.
+void send_sealed(Link &link, std::vector<natsMsg *> &sealed) {
+  jsPubOptions options = publish_options();
   for (natsMsg *&msg : sealed) {
     if (msg == nullptr || js_PublishMsgAsync(link.js, &msg, &options) == NATS_OK) continue;
     std::lock_guard<std::mutex> hold(link.mutex);
@@ -783,7 +789,8 @@ int hand_over(Connection &c, natsMsg *msg, trap_headerEMS *header, unsigned char
   const unsigned char *data = reinterpret_cast<const unsigned char *>(natsMsg_GetData(msg));
   size_t size = static_cast<size_t>(natsMsg_GetDataLength(msg));
   const unsigned char *trap = data;
-  if (!is_batch(msg)) {
+  // Past a batch's first trap the message is known to be a batch.
+  if (c.offset == 0 && !is_batch(msg)) {
     *done = true;
     Fields f = get_fields(msg);
     header->len = static_cast<int32_t>(size);
@@ -870,9 +877,7 @@ int publish(int sd, const trap_headerEMS &header, const unsigned char *message, 
     natsMsgHeader_Set(msg, "Nats-Msg-Id", next_id(link).c_str());
   }
   set_fields(msg, {header.src, header.pid, header.status, header.target, now_ms()});
-  jsPubOptions options;
-  jsPubOptions_Init(&options);
-  options.MaxWait = kPublishWaitMs;
+  jsPubOptions options = publish_options();
   ++link.unconfirmed;
   natsStatus s = js_PublishMsgAsync(c->js, &msg, &options);
   if (msg != nullptr) {  // not taken
