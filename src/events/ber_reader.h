@@ -182,73 +182,125 @@ enum class LengthForm { kOk, kBadForm, kShort };
   return static_cast<int>(arc - out);
 }
 
-// Reads one variable binding at p, name and value, into `binding`.  Values
-// of INTEGER, the application integer types, OCTET STRING (and Opaque when
-// `opaque` is set), NULL and OBJECT IDENTIFIER are decoded; any other type,
-// and a binding with octets after its value, fail.  Returns the position
-// after the binding, or nullptr.
-[[gnu::always_inline]] inline const unsigned char *binding(const unsigned char *p,
-                                                           const unsigned char *end,
-                                                           SnmpVarBindEMS *binding,
-                                                           bool opaque) {
-  unsigned char type;
-  uint32_t length;
-  if ((p = element(p, end, ASN_SEQUENCE, &length)) == nullptr) return nullptr;
-  const unsigned char *const binding_end = p + length;
-  if ((p = element(p, binding_end, ASN_OBJECT_ID, &length)) == nullptr) return nullptr;
-  int count = objid(p, length, binding_end, binding->oid, SNMP_OID_MAX);
-  if (count < 0) return nullptr;
-  binding->oid_length = static_cast<uint32_t>(count);
-  p = header(p + length, binding_end, &type, &length);
-  if (p == nullptr || p + length != binding_end) return nullptr;
-  binding->type = type;
-  binding->undecoded = 0;
-  switch (type) {
+// What the binding readers take differently on purpose.  The trap and
+// response decoders read bindings as they always have: a binding may hold
+// octets after its value, which are then read as the next binding, and an
+// empty identifier reads as one arc pair made from the record's second arc.
+// The notification decoders, newer, take neither.
+struct BindingRules {
+  bool opaque;            // Opaque values read as strings
+  bool null_contents;     // a NULL's contents are passed over, not refused
+  bool lenient_framing;   // the two leniencies above
+};
+constexpr BindingRules kTrapRules{true, true, true};
+constexpr BindingRules kResponseRules{false, false, true};
+constexpr BindingRules kNotificationRules{true, false, false};
+constexpr BindingRules kStrictRules{false, false, false};
+
+// Decodes identifier contents as objid does; with `empty_reads_record`,
+// empty contents take the record's out[1] as the encoded first arc, as the
+// stepwise primitive does, and give one arc pair.
+[[gnu::always_inline]] inline int identifier(const unsigned char *p, uint32_t length,
+                                             const unsigned char *readable, ObjectIdEMS *out,
+                                             int capacity, bool empty_reads_record) {
+  if (__builtin_expect(length == 0, 0)) {
+    if (!empty_reads_record || capacity < 2) return -1;
+    const ObjectIdEMS first = out[1];
+    out[0] = first / 40;
+    out[1] = first % 40;
+    return 1;
+  }
+  return objid(p, length, readable, out, capacity);
+}
+
+// Decodes the value contents p[0..length) of binding->type into binding;
+// octets up to `readable` may be read.  Values of INTEGER, the application
+// integer types, OCTET STRING (and Opaque by the rules), NULL and OBJECT
+// IDENTIFIER are decoded.  Returns false for any other type and for
+// contents out of range.
+[[gnu::always_inline]] inline bool value(const unsigned char *p, uint32_t length,
+                                         const unsigned char *readable, SnmpVarBindEMS *binding,
+                                         BindingRules rules) {
+  switch (binding->type) {
     case ASN_INTEGER:
     case ASN_IPADDRESS:
     case ASN_COUNTER:
     case ASN_GAUGE:
     case ASN_TIMETICKS:
-      if (!integer(p, length, type, &binding->val.integer)) return nullptr;
       binding->val_len = 4;
-      break;
+      return integer(p, length, binding->type, &binding->val.integer);
     case ASN_OPAQUE:
-      if (!opaque) return nullptr;
+      if (!rules.opaque) return false;
       [[fallthrough]];
     case ASN_OCTET_STR:
-      if (length > SNMP_STRING_MAX) return nullptr;
+      if (length > SNMP_STRING_MAX) return false;
       memcpy(binding->val.string, p, length);
       binding->val_len = length;
-      break;
+      return true;
     case ASN_NULL:
-      if (length != 0) return nullptr;
       binding->val_len = 0;
-      break;
-    case ASN_OBJECT_ID:
-      count = objid(p, length, end, binding->val.objid, SNMP_OID_MAX);
-      if (count < 0) return nullptr;
+      return length == 0 || rules.null_contents;
+    case ASN_OBJECT_ID: {
+      int count = identifier(p, length, readable, binding->val.objid, SNMP_OID_MAX,
+                             rules.lenient_framing);
+      if (count < 0) return false;
       binding->val_len = static_cast<uint32_t>(count);
-      break;
+      return true;
+    }
     default:
-      return nullptr;
+      return false;
   }
-  return binding_end;
+}
+
+// Reads one variable binding at p, name and value, into `binding`.
+// Returns the position after it (after its value, under lenient framing),
+// or nullptr if its sequence, name or value header is not well-formed.  A
+// value that does not decode leaves the binding marked undecoded, with
+// val_len 0.
+[[gnu::always_inline]] inline const unsigned char *binding(const unsigned char *p,
+                                                           const unsigned char *end,
+                                                           SnmpVarBindEMS *binding,
+                                                           BindingRules rules) {
+  unsigned char type;
+  uint32_t length;
+  if ((p = element(p, end, ASN_SEQUENCE, &length)) == nullptr) return nullptr;
+  const unsigned char *const binding_end = p + length;
+  if ((p = element(p, binding_end, ASN_OBJECT_ID, &length)) == nullptr) return nullptr;
+  int count = identifier(p, length, binding_end, binding->oid, SNMP_OID_MAX,
+                         rules.lenient_framing);
+  if (count < 0) return nullptr;
+  binding->oid_length = static_cast<uint32_t>(count);
+  if ((p = header(p + length, binding_end, &type, &length)) == nullptr) return nullptr;
+  const unsigned char *const value_end = p + length;
+  if (!rules.lenient_framing && value_end != binding_end) return nullptr;
+  binding->type = type;
+  binding->undecoded = !value(p, length, end, binding, rules);
+  if (__builtin_expect(binding->undecoded, 0)) binding->val_len = 0;
+  return rules.lenient_framing ? value_end : binding_end;
 }
 
 // Reads the bindings from p up to `end` into vars, at most `capacity` of
-// them; Opaque values are taken when `opaque` is set.  `claim` sees each
-// binding read and may keep it off the array by returning true: its entry
-// then takes the next one.  Returns the count read, claimed ones included,
-// with *more telling whether bindings were left unread, or -1 if one is
-// not well-formed.
-template <typename Claim>
+// them, by `rules`.  `claim` sees each binding read and may keep it off
+// the array by returning true: its entry then takes the next one.
+// `undecoded` sees each binding at p whose value did not decode and
+// returns whether to keep it and go on.  Returns the count read, claimed
+// ones included, with *more telling whether bindings were left unread, or
+// -1 with *stop at the binding that ended the reading.
+template <typename Claim, typename Undecoded>
 [[gnu::always_inline]] inline int binding_list(const unsigned char *p, const unsigned char *end,
-                                               SnmpVarBindEMS *vars, int capacity, bool opaque,
-                                               bool *more, Claim claim) {
+                                               SnmpVarBindEMS *vars, int capacity,
+                                               BindingRules rules, bool *more,
+                                               const unsigned char **stop, Claim claim,
+                                               Undecoded undecoded) {
   int count = 0;
   int entry = 0;
   while (p < end && count < capacity) {
-    if ((p = binding(p, end, &vars[entry], opaque)) == nullptr) return -1;
+    const unsigned char *next = binding(p, end, &vars[entry], rules);
+    if (next == nullptr || (vars[entry].undecoded && !undecoded(p, vars[entry]))) {
+      *stop = p;
+      return -1;
+    }
+    p = next;
     ++count;
     if (!claim(vars[entry])) ++entry;
   }
@@ -267,17 +319,20 @@ struct Message {
 };
 
 // Reads the message sequence, version, community (an OCTET STRING or, as
-// the primitives allow, an Opaque) and PDU header of buf[0..len).  Returns
-// false if they are not well-formed.
-[[gnu::always_inline]] inline bool message(const unsigned char *buf, int len, Message *out) {
+// the primitives allow, an Opaque) and PDU header of buf[0..len).  The
+// version is an INTEGER or, with `any_integer_version` as the stepwise
+// primitives allow, any of the application integer types.  Returns false
+// if they are not well-formed.
+[[gnu::always_inline]] inline bool message(const unsigned char *buf, int len, Message *out,
+                                           bool any_integer_version = false) {
   const unsigned char *end = buf + (len > 0 ? len : 0);
   unsigned char type;
   uint32_t length;
   const unsigned char *p = element(buf, end, ASN_SEQUENCE, &length);
   if (p == nullptr) return false;
   end = p + length;
-  if ((p = element(p, end, ASN_INTEGER, &length)) == nullptr ||
-      !integer(p, length, ASN_INTEGER, &out->version))
+  if ((p = header(p, end, &type, &length)) == nullptr ||
+      (type != ASN_INTEGER && !any_integer_version) || !integer(p, length, type, &out->version))
     return false;
   p = header(p + length, end, &type, &length);
   if (p == nullptr || (type != ASN_OCTET_STR && type != ASN_OPAQUE)) return false;

@@ -1,53 +1,63 @@
-// The two paths of the message decoders.
+// The trap and response decoders' single pass, and how a refusal is told.
 //
-// snmp_parse_trap and snmp_parse decode a well-formed message in one pass
-// on the inline readers of ber_reader.h and say nothing; anything that
-// pass turns down is decoded again, step by step, on the exported BER
-// primitives, which report the first failure.  The fallback is sound only
-// if the one-pass decoder never accepts what the stepwise one refuses and
-// agrees with it on everything it accepts: the differential fuzzer checks
-// that on these functions.
-//
-// The one-pass decoders return false, with the records possibly part
-// written, for anything they turn down; the stepwise ones return 0 or -1
-// as their exported callers do.
+// snmp_parse_trap and snmp_parse read a message in one pass on the inline
+// readers of ber_reader.h, which say nothing.  When the pass turns a
+// message down it records where it stopped: the step, and the octets that
+// step had.  Only that step is then read again, on the exported BER
+// primitives, which say why on the diagnostic channels as they do for any
+// caller; the decoder adds its own text for the step.
 #ifndef EVENTS_SRC_DECODE_PATHS_H
 #define EVENTS_SRC_DECODE_PATHS_H
 
+#include "ber_reader.h"
 #include "snmp.h"
 #include "snmp_clnt.h"
 
-namespace events::paths {
+namespace events::decode {
 
-// What the stepwise decoders of traps and of responses take differently
-// in a value: Opaque (traps only), and a NULL with contents, which a
-// trap takes as empty and a response keeps undecoded.
-struct ValuePolicy {
-  bool opaque;
-  bool null_must_be_empty;
+// The steps of a message, in the order they are read.
+enum class Step {
+  kRead,        // nothing stopped the pass
+  kEnvelope,    // sequence, version, community, and the PDU's header and type
+  kEnterprise,  // (traps only)
+  kNumber,      // the PDU's integers: Stop::number says which, from 0
+  kList,        // the binding list's header
+  kBinding,
 };
 
-// The failure text of a value whose type is not decoded.
+// Where a pass stopped: the step, and the octets [at, end) it had.
+struct Stop {
+  Step step = Step::kRead;
+  int number = 0;
+  const unsigned char *at = nullptr;
+  const unsigned char *end = nullptr;
+};
+
+// The one pass of snmp_parse_trap.  Returns false with *stop set, and the
+// records possibly part-written, for a message it turns down.
+// REQUIRES: sti->clen at most 127, sti->elen and sti->maxvars capacities.
+bool trap(unsigned char *buf, int len, snmp_trap_infoEMS *sti, EMSsnmpVarBind *vars,
+          Stop *stop);
+
+// The one pass of snmp_parse.  A binding whose value does not decode is
+// kept, marked undecoded, and reported as it is met.
+// REQUIRES: response->clen 0 to 128, response->maxvars the capacity of vars.
+bool response(unsigned char *data, int length, snmp_info *response, SnmpVarBindEMS *vars,
+              Stop *stop);
+
+// The failure text of a binding whose sequence, name or value header is
+// not well-formed, and of a value whose type is not decoded.
+extern const char kBindingShape[];
 extern const char kInvalidType[];
 
-// Decodes the binding's value at `value`, within `room` octets, by its
-// type on the reporting primitives.  Returns NULL, or the failure text
-// (kInvalidType for a type not decoded) with val_len 0.
-const char *decode_value(unsigned char *value, int room, SnmpVarBindEMS *binding,
-                         ValuePolicy policy);
+// Reads the binding at at[0..room) again on the reporting primitives,
+// which say why it does not read, and its value within what remains of
+// the message up to message_end (at most 1,028 octets).  Returns
+// kBindingShape, kInvalidType, another failure text for the value (which
+// leaves val_len 0), or NULL if it reads.
+const char *reread_binding(unsigned char *at, int room, const unsigned char *message_end,
+                           SnmpVarBindEMS *binding, ber::BindingRules rules);
 
-// REQUIRES: sti->clen at most 127, sti->elen and sti->maxvars capacities.
-bool trap_fast(const unsigned char *buf, int len, snmp_trap_infoEMS *sti, EMSsnmpVarBind *vars);
-int trap_reporting(unsigned char *buf, int len, snmp_trap_infoEMS *sti, EMSsnmpVarBind *vars);
-
-// REQUIRES: response->clen 0 to 128, response->maxvars the capacity of
-// vars.  `community` holds one octet more than the record's array, for
-// the envelope decoder's terminator.
-bool response_fast(const unsigned char *data, int length, snmp_info *response,
-                   SnmpVarBindEMS *vars);
-int response_reporting(unsigned char *data, int length, snmp_info *response,
-                       unsigned char *community, SnmpVarBindEMS *vars);
-
-}  // namespace events::paths
+}  // namespace events::decode
 
 #endif

@@ -47,10 +47,10 @@ bool is_oid(const ObjectIdEMS *oid, uint32_t length, const ObjectIdEMS (&expecte
                                                                 const unsigned char *end,
                                                                 SnmpVarBindEMS *binding,
                                                                 int *result) {
-  const unsigned char *next = ber::binding(p, end, binding, true);
-  if (next == nullptr)
-    *result = holds_counter64(p, end) ? SNMP_NOTIFICATION_COUNTER64 : SNMP_NOTIFICATION_MALFORMED;
-  return next;
+  const unsigned char *next = ber::binding(p, end, binding, ber::kNotificationRules);
+  if (next != nullptr && !binding->undecoded) return next;
+  *result = holds_counter64(p, end) ? SNMP_NOTIFICATION_COUNTER64 : SNMP_NOTIFICATION_MALFORMED;
+  return nullptr;
 }
 
 // Sets the enterprise, generic and specific numbers for the trap

@@ -6,24 +6,27 @@
 #include <algorithm>
 #include <cstring>
 
-#include "ber_reader.h"
 #include "decode_paths.h"
 #include "log_trace.h"
 #include "snmp.h"
 
 namespace {
 
+namespace ber = events::ber;
+
 constexpr int kIntSize = 4;
-// Room each binding value is decoded with; never more than the message holds.
-constexpr int kValueRoom = 1028;
 
 // The notification-address variable.  A trap forwarded on behalf of another
 // agent carries that agent's address in it.
 constexpr ObjectIdEMS kNotificationAddress[] = {1, 3, 6, 1, 4, 1, 99, 12, 45, 2, 1, 0};
 
-int parse_failed(const char *text) {
+void parse_warning(const char *text) {
   logger(1, "snmp_parse_trap", "%s", text);
   if (tracelogfp) log_trace("snmp_parse_trap", "%s", text);
+}
+
+int parse_failed(const char *text) {
+  parse_warning(text);
   return -1;
 }
 
@@ -39,6 +42,17 @@ bool take_agent(const SnmpVarBindEMS &binding, snmp_trap_infoEMS *sti) {
   return true;
 }
 
+// Reads the agent's address: an IpAddress or another integer type, or an
+// OCTET STRING of up to four octets, copied as it stands.
+bool agent_address(const unsigned char *p, uint32_t length, unsigned char type,
+                   snmp_trap_infoEMS *sti) {
+  if (type != ASN_OCTET_STR)
+    return ber::integer(p, length, type, reinterpret_cast<int32_t *>(&sti->agent));
+  if (length > sizeof sti->agent) return false;
+  memcpy(&sti->agent, p, length);
+  return true;
+}
+
 }  // namespace
 
 extern "C" EVENTS_EXPORT int isVaultraNotificationAddress(const ObjectIdEMS *enterprise) {
@@ -46,126 +60,118 @@ extern "C" EVENTS_EXPORT int isVaultraNotificationAddress(const ObjectIdEMS *ent
   return memcmp(enterprise, kNotificationAddress, sizeof kNotificationAddress) == 0;
 }
 
-namespace events::paths {
-
-// Decodes the message step by step on the exported primitives, which
-// report the first failure.
-int trap_reporting(unsigned char *buf, int len, snmp_trap_infoEMS *sti, EMSsnmpVarBind *vars) {
-  unsigned char *const end = buf + std::max(len, 0);
-  int length = len;
-  int32_t version;
-  unsigned char *p = auth_parse(buf, &length, sti->community, &sti->clen, &version);
-  if (p == nullptr) return parse_failed("version/comm name parse error");
-  if (version != 0) {
-    logger(1, "snmp_parse_trap", "invalid version");
-    if (tracelogfp) log_trace("snmp_parse_trap", "invalid version");
-  }
-
-  unsigned char type;
-  if ((p = asnParseHeader09(p, &length, &type)) == nullptr) return parse_failed("type parse error");
-  if (type != SNMP_TRAP_PDU) return parse_failed("packet is not a snmp trap");
-  sti->elen = std::min(sti->elen, SNMP_OID_MAX);
-  if ((p = asnParseObjid09(p, &length, sti->enterprise, &sti->elen)) == nullptr)
-    return parse_failed("enterprise parse error");
-  if ((p = asnParseIntOrIpaddr09(p, &length, reinterpret_cast<int32_t *>(&sti->agent),
-                                 kIntSize)) == nullptr)
-    return parse_failed("agent-addr parse error");
-  if ((p = asnParseInt09(p, &length, reinterpret_cast<int32_t *>(&sti->gen), kIntSize)) ==
-      nullptr)
-    return parse_failed("generic-trap parse error");
-  if ((p = asnParseInt09(p, &length, reinterpret_cast<int32_t *>(&sti->specific), kIntSize)) ==
-      nullptr)
-    return parse_failed("specific-trap parse error");
-  if ((p = asnParseInt09(p, &length, reinterpret_cast<int32_t *>(&sti->time), kIntSize)) ==
-      nullptr)
-    return parse_failed("time-stamp parse error");
-  if ((p = asnParseHeader09(p, &length, &type)) == nullptr)
-    return parse_failed("varbind sequence parse error");
-  if (type != ASN_SEQUENCE) return parse_failed("seq type parse error");
-
-  int count = 0;
-  int entry = 0;
-  bool notification_seen = false;
-  while (length >= 1 && count < sti->maxvars) {
-    SnmpVarBindEMS *binding = &vars[entry];
-    int name_length = SNMP_OID_MAX;
-    int value_length = 0;
-    unsigned char *value = nullptr;
-    p = parse_var_op(p, binding->oid, &name_length, &binding->type, &value_length, &value, &length);
-    if (p == nullptr) return parse_failed("varbind parse error");
-    binding->oid_length = static_cast<uint32_t>(name_length);
-    binding->val_len = static_cast<uint32_t>(value_length);
-    binding->undecoded = 0;
-    const char *failure = decode_value(
-        value, std::min<int>(kValueRoom, static_cast<int>(end - value)), binding, {true, false});
-    if (failure != nullptr) return parse_failed(failure);
-    ++count;
-    if (take_agent(*binding, sti))
-      notification_seen = true;
-    else
-      ++entry;
-  }
-  sti->vars = notification_seen ? count - 1 : count;
-  return 0;
-}
-
-// Decodes a well-formed version-0 trap in one pass without reporting.
-// Returns false, with the records possibly part-written, for anything
-// else: a failure, or a case whose diagnostics the reporting path writes.
-bool trap_fast(const unsigned char *buf, int len, snmp_trap_infoEMS *sti, EMSsnmpVarBind *vars) {
-  namespace ber = events::ber;
-  ber::Message message;
-  if (!ber::message(buf, len, &message) || message.version != 0 ||
-      static_cast<int64_t>(message.community_length) > sti->clen ||
-      message.pdu_type != SNMP_TRAP_PDU)
+bool events::decode::trap(unsigned char *buf, int len, snmp_trap_infoEMS *sti,
+                          EMSsnmpVarBind *vars, Stop *stop) {
+  const unsigned char *p = buf;
+  const unsigned char *end = buf + std::max(len, 0);
+  auto stopped = [&](Step step, int number = 0) {
+    *stop = {step, number, p, end};
     return false;
+  };
+  ber::Message message;
+  if (!ber::message(buf, len, &message, true) || message.pdu_type != SNMP_TRAP_PDU ||
+      static_cast<int64_t>(message.community_length) > sti->clen)
+    return stopped(Step::kEnvelope);
   memcpy(sti->community, message.community, message.community_length);
   sti->community[message.community_length] = '\0';
   sti->clen = static_cast<int32_t>(message.community_length);
+  if (__builtin_expect(message.version != 0, 0)) parse_warning("invalid version");
 
-  const unsigned char *const end = message.pdu_end;
-  unsigned char type;
+  p = message.pdu;
+  end = message.pdu_end;
   uint32_t length;
-  const unsigned char *p = message.pdu;
-  if ((p = ber::element(p, end, ASN_OBJECT_ID, &length)) == nullptr) return false;
-  int elen = ber::objid(p, length, end, sti->enterprise, std::min(sti->elen, SNMP_OID_MAX));
-  if (elen < 0) return false;
+  const unsigned char *contents = ber::element(p, end, ASN_OBJECT_ID, &length);
+  const int elen = contents == nullptr
+                       ? -1
+                       : ber::identifier(contents, length, end, sti->enterprise,
+                                         std::min(sti->elen, SNMP_OID_MAX), true);
+  if (elen < 0) return stopped(Step::kEnterprise);
   sti->elen = elen;
-  int32_t *const numbers[] = {reinterpret_cast<int32_t *>(&sti->agent),
-                              reinterpret_cast<int32_t *>(&sti->gen),
+  p = contents + length;
+  int32_t *const numbers[] = {nullptr, reinterpret_cast<int32_t *>(&sti->gen),
                               reinterpret_cast<int32_t *>(&sti->specific),
                               reinterpret_cast<int32_t *>(&sti->time)};
-  for (int32_t *number : numbers) {
-    if ((p = ber::header(p + length, end, &type, &length)) == nullptr ||
-        !ber::integer(p, length, type, number))
-      return false;
+  for (int i = 0; i < 4; ++i) {
+    unsigned char type;
+    contents = ber::header(p, end, &type, &length);
+    bool read = contents != nullptr && (i == 0 ? agent_address(contents, length, type, sti)
+                                               : ber::integer(contents, length, type, numbers[i]));
+    if (!read) return stopped(Step::kNumber, i);
+    p = contents + length;
   }
-  if ((p = ber::element(p + length, end, ASN_SEQUENCE, &length)) == nullptr) return false;
+  if ((contents = ber::element(p, end, ASN_SEQUENCE, &length)) == nullptr)
+    return stopped(Step::kList);
+  p = contents;
+  end = contents + length;
   bool notification_seen = false;
   bool more;
-  int count = ber::binding_list(p, p + length, vars, sti->maxvars, true, &more,
-                                [&](const SnmpVarBindEMS &binding) {
-                                  bool taken = take_agent(binding, sti);
-                                  notification_seen |= taken;
-                                  return taken;
-                                });
-  if (count < 0) return false;
+  const int count = ber::binding_list(
+      p, end, vars, sti->maxvars, ber::kTrapRules, &more, &p,
+      [&](const SnmpVarBindEMS &binding) {
+        bool taken = take_agent(binding, sti);
+        notification_seen |= taken;
+        return taken;
+      },
+      [](const unsigned char *, const SnmpVarBindEMS &) { return false; });
+  if (count < 0) return stopped(Step::kBinding);
   sti->vars = notification_seen ? count - 1 : count;
   return true;
 }
 
-}  // namespace events::paths
+namespace {
+
+// Reads the step the one pass stopped at again on the exported
+// primitives, which say why it failed, and adds the step's own text.
+int report(unsigned char *buf, int len, const events::decode::Stop &stop, snmp_trap_infoEMS *sti) {
+  using events::decode::Step;
+  unsigned char *const at = buf + (stop.at - buf);
+  int room = static_cast<int>(stop.end - stop.at);
+  unsigned char type;
+  switch (stop.step) {
+    case Step::kEnvelope: {
+      int32_t version;
+      unsigned char *p = auth_parse(buf, &room, sti->community, &sti->clen, &version);
+      if (p == nullptr) return parse_failed("version/comm name parse error");
+      if (version != 0) parse_warning("invalid version");
+      if (asnParseHeader09(p, &room, &type) == nullptr) return parse_failed("type parse error");
+      return parse_failed("packet is not a snmp trap");
+    }
+    case Step::kEnterprise: {
+      int capacity = std::min(sti->elen, SNMP_OID_MAX);
+      asnParseObjid09(at, &room, sti->enterprise, &capacity);
+      return parse_failed("enterprise parse error");
+    }
+    case Step::kNumber: {
+      static const char *const kTexts[] = {"agent-addr parse error", "generic-trap parse error",
+                                           "specific-trap parse error", "time-stamp parse error"};
+      int32_t number;
+      if (stop.number == 0)
+        asnParseIntOrIpaddr09(at, &room, &number, kIntSize);
+      else
+        asnParseInt09(at, &room, &number, kIntSize);
+      return parse_failed(kTexts[stop.number]);
+    }
+    case Step::kList:
+      if (asnParseHeader09(at, &room, &type) == nullptr)
+        return parse_failed("varbind sequence parse error");
+      return parse_failed("seq type parse error");
+    default: {
+      SnmpVarBindEMS binding;
+      return parse_failed(
+          events::decode::reread_binding(at, room, buf + std::max(len, 0), &binding, ber::kTrapRules));
+    }
+  }
+}
+
+}  // namespace
 
 /// Decodes the message buf[0..len); returns 0 or -1.
 extern "C" EVENTS_EXPORT int snmp_parse_trap(unsigned char *buf, int len, snmp_trap_infoEMS *sti,
                                              struct event_infoEMS_s *, EMSsnmpVarBind *vars) {
   sti->clen = std::min(sti->clen, SNMP_COMMUNITY_MAX - 1);
-  // The capacities are read again if the reporting path has to run.
-  const int32_t clen = sti->clen, elen = sti->elen;
-  if (events::paths::trap_fast(buf, len, sti, vars)) return 0;
-  sti->clen = clen;
-  sti->elen = elen;
-  return events::paths::trap_reporting(buf, len, sti, vars);
+  events::decode::Stop stop;
+  if (events::decode::trap(buf, len, sti, vars, &stop)) return 0;
+  return report(buf, len, stop, sti);
 }
 
 extern "C" EVENTS_EXPORT void snmp_trap_reset_capacities(snmp_trap_infoEMS *sti, int maxvars) {

@@ -1,5 +1,6 @@
 // Variable bindings: SEQUENCE { name OBJECT IDENTIFIER, value }.
 
+#include <algorithm>
 #include <cstring>
 
 #include "decode_paths.h"
@@ -114,10 +115,16 @@ extern "C" EVENTS_EXPORT unsigned char *build_var_op(unsigned char *data, const 
   return p + shift;
 }
 
-const char events::paths::kInvalidType[] = "invalid type";
+const char events::decode::kBindingShape[] = "varbind parse error";
+const char events::decode::kInvalidType[] = "invalid type";
 
-const char *events::paths::decode_value(unsigned char *value, int room, SnmpVarBindEMS *binding,
-                                        ValuePolicy policy) {
+namespace {
+
+// Decodes the binding's value at `value`, within `room` octets, by its
+// type on the reporting primitives.  Returns NULL, or the failure text
+// with val_len 0.
+const char *decode_value(unsigned char *value, int room, SnmpVarBindEMS *binding,
+                         events::ber::BindingRules rules) {
   const char *failure = nullptr;
   switch (binding->type) {
     case ASN_INTEGER:
@@ -129,8 +136,8 @@ const char *events::paths::decode_value(unsigned char *value, int room, SnmpVarB
       if (!asnParseInt09(value, &room, &binding->val.integer, 4)) failure = "varbind int parse error";
       break;
     case ASN_OPAQUE:
-      if (!policy.opaque) {
-        failure = kInvalidType;
+      if (!rules.opaque) {
+        failure = events::decode::kInvalidType;
         break;
       }
       [[fallthrough]];
@@ -142,7 +149,7 @@ const char *events::paths::decode_value(unsigned char *value, int room, SnmpVarB
       break;
     }
     case ASN_NULL:
-      if (policy.null_must_be_empty && binding->val_len != 0) failure = "varbind null parse error";
+      if (!rules.null_contents && binding->val_len != 0) failure = "varbind null parse error";
       binding->val_len = 0;
       break;
     case ASN_OBJECT_ID: {
@@ -153,8 +160,27 @@ const char *events::paths::decode_value(unsigned char *value, int room, SnmpVarB
       break;
     }
     default:
-      failure = kInvalidType;
+      failure = events::decode::kInvalidType;
   }
   if (failure != nullptr) binding->val_len = 0;  // not the raw length, which may exceed the record
   return failure;
+}
+
+}  // namespace
+
+const char *events::decode::reread_binding(unsigned char *at, int room,
+                                           const unsigned char *message_end,
+                                           SnmpVarBindEMS *binding, ber::BindingRules rules) {
+  // Each value is decoded with this much room, never more than the message holds.
+  constexpr int kValueRoom = 1028;
+  int name_length = SNMP_OID_MAX;
+  int value_length = 0;
+  unsigned char *value = nullptr;
+  if (parse_var_op(at, binding->oid, &name_length, &binding->type, &value_length, &value,
+                   &room) == nullptr)
+    return kBindingShape;
+  binding->oid_length = static_cast<uint32_t>(name_length);
+  binding->val_len = static_cast<uint32_t>(value_length);
+  return decode_value(value, std::min<int>(kValueRoom, static_cast<int>(message_end - value)),
+                      binding, rules);
 }

@@ -12,7 +12,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include "ber_reader.h"
 #include "decode_paths.h"
 #include "log_trace.h"
 
@@ -20,9 +19,9 @@ namespace {
 
 // Every layer of a request is built within this many octets.
 constexpr int kScratch = 1024;
+namespace ber = events::ber;
+
 constexpr int kIntSize = 4;
-// Room each binding value is decoded with; never more than the message holds.
-constexpr int kValueRoom = 1028;
 constexpr int kResponseWaitMs = 5000;
 
 __attribute__((format(printf, 1, 2))) void trace(const char *fmt, ...) {
@@ -38,6 +37,10 @@ int build_failed(int error) {
   return -2;
 }
 
+void wrong_version(int32_t version) {
+  trace("snmp_parse: Wrong version: %d...Continuing anyway\n", version);
+}
+
 int parse_failed(int error) {
   trace("snmp_parse: parse error %d\n", error);
   return -1;
@@ -45,86 +48,97 @@ int parse_failed(int error) {
 
 }  // namespace
 
-namespace events::paths {
-
-// Decodes the response step by step on the exported primitives, which
-// report the first failure.  `community` holds one octet more than the
-// record's array, for the envelope decoder's terminator.
-int response_reporting(unsigned char *data, int length, snmp_info *response,
-                       unsigned char *community, SnmpVarBindEMS *vars) {
-  unsigned char *const end = data + std::max(length, 0);
-  int32_t version;
-  unsigned char *p = auth_parse(data, &length, community, &response->clen, &version);
-  if (p == nullptr) return parse_failed(1);
-  memcpy(response->community, community, static_cast<size_t>(response->clen));
-  if (version != 0) trace("snmp_parse: Wrong version: %d...Continuing anyway\n", version);
-  unsigned char type;
-  if ((p = asnParseHeader09(p, &length, &type)) == nullptr) return parse_failed(2);
-  response->command = type;
-  if ((p = asnParseInt09(p, &length, &response->reqid, kIntSize)) == nullptr)
-    return parse_failed(4);
-  if ((p = asnParseInt09(p, &length, &response->errstat, kIntSize)) == nullptr)
-    return parse_failed(5);
-  if ((p = asnParseInt09(p, &length, &response->errindex, kIntSize)) == nullptr)
-    return parse_failed(6);
-  if ((p = asnParseHeader09(p, &length, &type)) == nullptr) return parse_failed(7);
-  if (type != ASN_SEQUENCE) return parse_failed(8);
-  int count = 0;
-  // The count is raised in the loop test, so a response with more bindings
-  // than the array holds ends with maxvars + 1: callers rely on that.
-  while (length > 0 && count++ < response->maxvars) {
-    SnmpVarBindEMS *binding = &vars[count - 1];
-    int name_length = SNMP_OID_MAX;
-    int value_length = 0;
-    unsigned char *value = nullptr;
-    p = parse_var_op(p, binding->oid, &name_length, &binding->type, &value_length, &value,
-                     &length);
-    if (p == nullptr) return parse_failed(80);
-    binding->oid_length = static_cast<uint32_t>(name_length);
-    binding->val_len = static_cast<uint32_t>(value_length);
-    // A value that fails to decode leaves the binding kept but undecoded.
-    const char *failure = decode_value(
-        value, std::min<int>(kValueRoom, static_cast<int>(end - value)), binding, {false, true});
-    if (failure == kInvalidType) trace("snmp_parse: bad type returned (%x)\n", binding->type);
-    binding->undecoded = failure != nullptr;
-  }
-  response->vars = count;
-  return 0;
-}
-
-// Decodes a well-formed version-0 response in one pass without reporting.
-// Returns false, with the records possibly part-written, for anything
-// else: a failure, or a case whose diagnostics the reporting path writes.
-bool response_fast(const unsigned char *data, int length, snmp_info *response,
-                   SnmpVarBindEMS *vars) {
-  namespace ber = events::ber;
-  ber::Message message;
-  if (!ber::message(data, length, &message) || message.version != 0 ||
-      static_cast<int64_t>(message.community_length) > response->clen)
+bool events::decode::response(unsigned char *data, int length, snmp_info *response,
+                              SnmpVarBindEMS *vars, Stop *stop) {
+  const unsigned char *p = data;
+  const unsigned char *end = data + std::max(length, 0);
+  auto stopped = [&](Step step, int number = 0) {
+    *stop = {step, number, p, end};
     return false;
+  };
+  ber::Message message;
+  if (!ber::message(data, length, &message, true) ||
+      static_cast<int64_t>(message.community_length) > response->clen)
+    return stopped(Step::kEnvelope);
   memcpy(response->community, message.community, message.community_length);
   response->clen = static_cast<int32_t>(message.community_length);
+  if (__builtin_expect(message.version != 0, 0)) wrong_version(message.version);
   response->command = message.pdu_type;
-  const unsigned char *const end = message.pdu_end;
-  const unsigned char *p = message.pdu;
-  unsigned char type;
-  uint32_t n = 0;
+
+  p = message.pdu;
+  end = message.pdu_end;
   int32_t *const numbers[] = {&response->reqid, &response->errstat, &response->errindex};
-  for (int32_t *number : numbers) {
-    if ((p = ber::header(p + n, end, &type, &n)) == nullptr || !ber::integer(p, n, type, number))
-      return false;
+  for (int i = 0; i < 3; ++i) {
+    unsigned char type;
+    uint32_t n;
+    const unsigned char *contents = ber::header(p, end, &type, &n);
+    if (contents == nullptr || !ber::integer(contents, n, type, numbers[i]))
+      return stopped(Step::kNumber, i);
+    p = contents + n;
   }
-  if ((p = ber::element(p + n, end, ASN_SEQUENCE, &n)) == nullptr) return false;
-  // One binding more than the array holds is counted, not decoded.
+  uint32_t n;
+  const unsigned char *list = ber::element(p, end, ASN_SEQUENCE, &n);
+  if (list == nullptr) return stopped(Step::kList);
+  p = list;
+  end = list + n;
+  // A value that does not decode leaves its binding kept but undecoded,
+  // and is reported from a reading into scratch.
+  auto keep_undecoded = [&](const unsigned char *at, const SnmpVarBindEMS &binding) {
+    SnmpVarBindEMS scratch;
+    const char *failure = reread_binding(data + (at - data), static_cast<int>(end - at),
+                                         data + std::max(length, 0), &scratch, ber::kResponseRules);
+    if (failure == kInvalidType) trace("snmp_parse: bad type returned (%x)\n", binding.type);
+    return true;
+  };
+  // One binding more than the array holds is counted, not decoded: callers
+  // rely on the count of maxvars + 1.
   bool more;
-  int count = ber::binding_list(p, p + n, vars, response->maxvars, false, &more,
-                                [](const SnmpVarBindEMS &) { return false; });
-  if (count < 0) return false;
+  const int count = ber::binding_list(p, end, vars, response->maxvars, ber::kResponseRules, &more,
+                                      &p, [](const SnmpVarBindEMS &) { return false; },
+                                      keep_undecoded);
+  if (count < 0) return stopped(Step::kBinding);
   response->vars = count + more;
   return true;
 }
 
-}  // namespace events::paths
+namespace {
+
+// Reads the step the one pass stopped at again on the exported
+// primitives, which say why it failed, and traces the step's number.
+int report(unsigned char *data, int length, const events::decode::Stop &stop,
+           snmp_info *response) {
+  using events::decode::Step;
+  unsigned char *const at = data + (stop.at - data);
+  int room = static_cast<int>(stop.end - stop.at);
+  unsigned char type;
+  switch (stop.step) {
+    case Step::kEnvelope: {
+      // One octet more than the record's array, for the terminator.
+      unsigned char community[SNMP_COMMUNITY_MAX + 1];
+      int32_t version;
+      unsigned char *p = auth_parse(data, &room, community, &response->clen, &version);
+      if (p == nullptr) return parse_failed(1);
+      if (version != 0) wrong_version(version);
+      asnParseHeader09(p, &room, &type);
+      return parse_failed(2);
+    }
+    case Step::kNumber: {
+      int32_t number;
+      asnParseInt09(at, &room, &number, kIntSize);
+      return parse_failed(4 + stop.number);
+    }
+    case Step::kList:
+      return parse_failed(asnParseHeader09(at, &room, &type) == nullptr ? 7 : 8);
+    default: {
+      SnmpVarBindEMS binding;
+      events::decode::reread_binding(at, room, data + std::max(length, 0), &binding,
+                                     events::ber::kResponseRules);
+      return parse_failed(80);
+    }
+  }
+}
+
+}  // namespace
 
 /// Builds the message from the inside out, each layer within the caller's
 /// buffer and the 1,024-octet scratch area in turn.
@@ -187,17 +201,13 @@ extern "C" EVENTS_EXPORT int snmpBuild09(unsigned char *out_data, int *out_lengt
   return 0;
 }
 
-/// Decodes one response message.  The community is decoded through a
-/// buffer one octet longer than the record's, which leaves room for the
-/// envelope decoder's terminator even when clen is the full 128.
+/// Decodes one response message.
 extern "C" EVENTS_EXPORT int snmp_parse(unsigned char *data, int length, snmp_info *response,
                                         SnmpVarBindEMS *vars) {
   response->clen = std::clamp(response->clen, 0, SNMP_COMMUNITY_MAX);
-  const int32_t clen = response->clen;
-  if (events::paths::response_fast(data, length, response, vars)) return 0;
-  response->clen = clen;
-  unsigned char community[SNMP_COMMUNITY_MAX + 1];
-  return events::paths::response_reporting(data, length, response, community, vars);
+  events::decode::Stop stop;
+  if (events::decode::response(data, length, response, vars, &stop)) return 0;
+  return report(data, length, stop, response);
 }
 
 extern "C" EVENTS_EXPORT int send_request(int sd, struct sockaddr_in address, snmp_info *request,

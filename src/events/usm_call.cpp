@@ -165,7 +165,8 @@ int report_counter(const Scoped &scoped) {
   if (p == nullptr || (p = ber::header(p, scoped.pdu_end, &type, &length)) == nullptr) return 0;
   SnmpVarBindEMS binding{};
   static const ObjectIdEMS kUsmStats[] = {1, 3, 6, 1, 6, 3, 15, 1, 1};
-  if (ber::binding(p, p + length, &binding, false) == nullptr || binding.oid_length != 11 ||
+  if (ber::binding(p, p + length, &binding, ber::kStrictRules) == nullptr || binding.undecoded ||
+      binding.oid_length != 11 ||
       memcmp(binding.oid, kUsmStats, sizeof kUsmStats) != 0 || binding.oid[9] < 1 ||
       binding.oid[9] > 6)
     return 0;
