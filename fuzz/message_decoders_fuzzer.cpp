@@ -17,7 +17,7 @@
 #include <cstring>
 #include <vector>
 
-#include "decode_paths.h"
+#include "message_decoders.h"
 
 namespace {
 

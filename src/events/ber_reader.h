@@ -1,10 +1,10 @@
-// Inline BER reading for the message decoders' common case.
+// Inline BER reading for the message decoders.
 //
 // The exported primitives of asn1.h each take a room counter through a
 // pointer and report every failure; called once per element they cost
 // more than the decoding itself.  These readers work on a [position, end)
 // pair held in registers, accept exactly what the primitives accept, and
-// report nothing: a decoder that meets a failure here decodes the message
+// report nothing: a decoder that meets a failure here reads that one step
 // again with the primitives, which report it.
 #ifndef EVENTS_SRC_BER_READER_H
 #define EVENTS_SRC_BER_READER_H

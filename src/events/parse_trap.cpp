@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "decode_paths.h"
+#include "message_decoders.h"
 #include "log_trace.h"
 #include "snmp.h"
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "decode_paths.h"
+#include "message_decoders.h"
 #include "diagnostics.h"
 #include "snmp.h"
 

@@ -12,7 +12,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "decode_paths.h"
+#include "message_decoders.h"
 #include "log_trace.h"
 
 namespace {

@@ -6,8 +6,8 @@
 // step had.  Only that step is then read again, on the exported BER
 // primitives, which say why on the diagnostic channels as they do for any
 // caller; the decoder adds its own text for the step.
-#ifndef EVENTS_SRC_DECODE_PATHS_H
-#define EVENTS_SRC_DECODE_PATHS_H
+#ifndef EVENTS_SRC_MESSAGE_DECODERS_H
+#define EVENTS_SRC_MESSAGE_DECODERS_H
 
 #include "ber_reader.h"
 #include "snmp.h"
