@@ -151,17 +151,16 @@ void check_list_rules(const unsigned char *list, int size, int capacity) {
   // An empty identifier reads arcs the record holds, so both start alike.
   memset(trap_vars, 0, sizeof trap_vars);
   memset(response_vars, 0, sizeof response_vars);
-  auto keep = [](const SnmpVarBindEMS &) { return false; };
+  auto keep = [](const SnmpVarBindEMS &) { return ber::Take::kKeep; };
   auto go_on = [](const unsigned char *, const SnmpVarBindEMS &) { return true; };
-  bool trap_more = false, response_more = false;
-  const unsigned char *stop;
-  int trap = ber::binding_list(list, list + size, trap_vars, capacity, ber::kTrapRules, &trap_more,
-                               &stop, keep, go_on);
+  const unsigned char *trap_at, *response_at;
+  int trap = ber::binding_list(list, list + size, trap_vars, capacity, ber::kTrapRules, &trap_at,
+                               keep, go_on);
   int response = ber::binding_list(list, list + size, response_vars, capacity,
-                                   ber::kResponseRules, &response_more, &stop, keep, go_on);
+                                   ber::kResponseRules, &response_at, keep, go_on);
   require((trap < 0) == (response < 0));
   if (trap < 0) return;
-  require(trap == response && trap_more == response_more);
+  require(trap == response && trap_at == response_at);
   for (int i = 0; i < trap; ++i) {
     if (trap_vars[i].type == ASN_OPAQUE || trap_vars[i].type == ASN_NULL) continue;
     require(same_binding(trap_vars[i], response_vars[i]));

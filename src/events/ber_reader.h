@@ -279,32 +279,40 @@ constexpr BindingRules kStrictRules{false, false, false};
   return rules.lenient_framing ? value_end : binding_end;
 }
 
+// What a decoder makes of a binding read.
+enum class Take {
+  kKeep,   // in its entry of the array
+  kClaim,  // off the array: its entry takes the next binding
+  kStop,   // the reading
+};
+
 // Reads the bindings from p up to `end` into vars, at most `capacity` of
-// them, by `rules`.  `claim` sees each binding read and may keep it off
-// the array by returning true: its entry then takes the next one.
+// them, by `rules`.  `take` sees each binding read and returns a Take.
 // `undecoded` sees each binding at p whose value did not decode and
 // returns whether to keep it and go on.  Returns the count read, claimed
-// ones included, with *more telling whether bindings were left unread, or
-// -1 with *stop at the binding that ended the reading.
-template <typename Claim, typename Undecoded>
+// ones included, with *at after the last one (bindings were left unread
+// if that is before `end`); or -1 with *at on the binding that stopped it.
+template <typename Taker, typename Undecoded>
 [[gnu::always_inline]] inline int binding_list(const unsigned char *p, const unsigned char *end,
                                                SnmpVarBindEMS *vars, int capacity,
-                                               BindingRules rules, bool *more,
-                                               const unsigned char **stop, Claim claim,
-                                               Undecoded undecoded) {
+                                               BindingRules rules, const unsigned char **at,
+                                               Taker take, Undecoded undecoded) {
   int count = 0;
   int entry = 0;
   while (p < end && count < capacity) {
-    const unsigned char *next = binding(p, end, &vars[entry], rules);
-    if (next == nullptr || (vars[entry].undecoded && !undecoded(p, vars[entry]))) {
-      *stop = p;
+    SnmpVarBindEMS &binding = vars[entry];
+    const unsigned char *next = ber::binding(p, end, &binding, rules);
+    Take taken = Take::kStop;
+    if (next != nullptr && (!binding.undecoded || undecoded(p, binding))) taken = take(binding);
+    if (taken == Take::kStop) {
+      *at = p;
       return -1;
     }
     p = next;
     ++count;
-    if (!claim(vars[entry])) ++entry;
+    entry += taken == Take::kKeep;
   }
-  *more = p < end;
+  *at = p;
   return count;
 }
 

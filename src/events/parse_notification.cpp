@@ -4,6 +4,7 @@
 // for an SNMPv1 trap.  Nothing allocates.
 
 #include <algorithm>
+#include <climits>
 #include <cstring>
 
 #include "ber_reader.h"
@@ -134,24 +135,44 @@ int events::translate_notification_pdu(const unsigned char *p, const unsigned ch
   if (standard < 0) return SNMP_NOTIFICATION_BAD_TRAP_OID;
   sti->agent = source;
 
+  // Bindings past the caller's array are read into scratch all the same:
+  // the trap's address and enterprise may come last.
   int count = 0;
-  while (p < list_end) {
-    SnmpVarBindEMS *binding = count < sti->maxvars ? &vars[count] : &scratch;
-    if ((p = next_binding(p, list_end, binding, &result)) == nullptr) return result;
+  auto take = [&](const SnmpVarBindEMS &binding, bool in_array) {
     // snmpTrapEnterprise.0 is no binding of the SNMPv1 trap: it names the
     // enterprise of a standard trap, and the SNMPv1 form of any other
     // carries its enterprise already.
-    if (binding->type == ASN_OBJECT_ID && is_oid(binding->oid, binding->oid_length, kSnmpTrapEnterprise)) {
-      if (!standard) continue;
-      if (binding->val_len < 2 || static_cast<int>(binding->val_len) > enterprise_capacity)
-        return SNMP_NOTIFICATION_BAD_TRAP_OID;
-      memcpy(sti->enterprise, binding->val.objid, binding->val_len * sizeof(ObjectIdEMS));
-      sti->elen = static_cast<int32_t>(binding->val_len);
-      continue;
+    if (binding.type == ASN_OBJECT_ID && is_oid(binding.oid, binding.oid_length, kSnmpTrapEnterprise)) {
+      if (!standard) return ber::Take::kClaim;
+      if (binding.val_len < 2 || static_cast<int>(binding.val_len) > enterprise_capacity) {
+        result = SNMP_NOTIFICATION_BAD_TRAP_OID;
+        return ber::Take::kStop;
+      }
+      memcpy(sti->enterprise, binding.val.objid, binding.val_len * sizeof(ObjectIdEMS));
+      sti->elen = static_cast<int32_t>(binding.val_len);
+      return ber::Take::kClaim;
     }
-    if (binding != &scratch) ++count;
-    if (binding->type == ASN_IPADDRESS && is_oid(binding->oid, binding->oid_length, kSnmpTrapAddress))
-      sti->agent = static_cast<uint32_t>(binding->val.integer);
+    if (binding.type == ASN_IPADDRESS && is_oid(binding.oid, binding.oid_length, kSnmpTrapAddress))
+      sti->agent = static_cast<uint32_t>(binding.val.integer);
+    count += in_array;
+    return in_array ? ber::Take::kKeep : ber::Take::kClaim;
+  };
+  auto refuse = [](const unsigned char *, const SnmpVarBindEMS &) { return false; };
+  auto in_array = [&](const SnmpVarBindEMS &binding) { return take(binding, true); };
+  auto past_array = [&](const SnmpVarBindEMS &binding) { return take(binding, false); };
+  // Claimed bindings count toward a reading's capacity: the array fills in
+  // as many readings as there are claims among its bindings.
+  const unsigned char *at = p;
+  bool read = true;
+  while (read && at < list_end && count < sti->maxvars)
+    read = ber::binding_list(at, list_end, vars + count, sti->maxvars - count,
+                             ber::kNotificationRules, &at, in_array, refuse) >= 0;
+  read = read && ber::binding_list(at, list_end, &scratch, INT_MAX, ber::kNotificationRules, &at,
+                                   past_array, refuse) >= 0;
+  if (!read) {
+    if (result == SNMP_NOTIFICATION_OK)
+      result = holds_counter64(at, list_end) ? SNMP_NOTIFICATION_COUNTER64 : SNMP_NOTIFICATION_MALFORMED;
+    return result;
   }
   sti->vars = count;
   return SNMP_NOTIFICATION_OK;

@@ -104,13 +104,12 @@ bool events::decode::trap(unsigned char *buf, int len, snmp_trap_infoEMS *sti,
   p = contents;
   end = contents + length;
   bool notification_seen = false;
-  bool more;
   const int count = ber::binding_list(
-      p, end, vars, sti->maxvars, ber::kTrapRules, &more, &p,
+      p, end, vars, sti->maxvars, ber::kTrapRules, &p,
       [&](const SnmpVarBindEMS &binding) {
         bool taken = take_agent(binding, sti);
         notification_seen |= taken;
-        return taken;
+        return taken ? ber::Take::kClaim : ber::Take::kKeep;
       },
       [](const unsigned char *, const SnmpVarBindEMS &) { return false; });
   if (count < 0) return stopped(Step::kBinding);

@@ -92,12 +92,11 @@ bool events::decode::response(unsigned char *data, int length, snmp_info *respon
   };
   // One binding more than the array holds is counted, not decoded: callers
   // rely on the count of maxvars + 1.
-  bool more;
-  const int count = ber::binding_list(p, end, vars, response->maxvars, ber::kResponseRules, &more,
-                                      &p, [](const SnmpVarBindEMS &) { return false; },
-                                      keep_undecoded);
+  const int count = ber::binding_list(
+      p, end, vars, response->maxvars, ber::kResponseRules, &p,
+      [](const SnmpVarBindEMS &) { return ber::Take::kKeep; }, keep_undecoded);
   if (count < 0) return stopped(Step::kBinding);
-  response->vars = count + more;
+  response->vars = count + (p < end);
   return true;
 }
 
