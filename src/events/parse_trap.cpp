@@ -88,6 +88,7 @@ bool events::decode::trap(unsigned char *buf, int len, snmp_trap_infoEMS *sti,
   if (elen < 0) return stopped(Step::kEnterprise);
   sti->elen = elen;
   p = contents + length;
+  // The agent's address, then generic-trap, specific-trap and time-stamp.
   int32_t *const numbers[] = {nullptr, reinterpret_cast<int32_t *>(&sti->gen),
                               reinterpret_cast<int32_t *>(&sti->specific),
                               reinterpret_cast<int32_t *>(&sti->time)};
@@ -155,9 +156,10 @@ int report(unsigned char *buf, int len, const events::decode::Stop &stop, snmp_t
         return parse_failed("varbind sequence parse error");
       return parse_failed("seq type parse error");
     default: {
-      SnmpVarBindEMS binding;
-      return parse_failed(
-          events::decode::reread_binding(at, room, buf + std::max(len, 0), &binding, ber::kTrapRules));
+      SnmpVarBindEMS binding{};
+      const char *failure = events::decode::reread_binding(at, room, buf + std::max(len, 0),
+                                                           &binding, ber::kTrapRules);
+      return parse_failed(failure != nullptr ? failure : events::decode::kBindingShape);
     }
   }
 }

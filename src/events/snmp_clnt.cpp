@@ -17,10 +17,10 @@
 
 namespace {
 
-// Every layer of a request is built within this many octets.
-constexpr int kScratch = 1024;
 namespace ber = events::ber;
 
+// Every layer of a request is built within this many octets.
+constexpr int kScratch = 1024;
 constexpr int kIntSize = 4;
 constexpr int kResponseWaitMs = 5000;
 
@@ -84,7 +84,7 @@ bool events::decode::response(unsigned char *data, int length, snmp_info *respon
   // A value that does not decode leaves its binding kept but undecoded,
   // and is reported from a reading into scratch.
   auto keep_undecoded = [&](const unsigned char *at, const SnmpVarBindEMS &binding) {
-    SnmpVarBindEMS scratch;
+    SnmpVarBindEMS scratch{};
     const char *failure = reread_binding(data + (at - data), static_cast<int>(end - at),
                                          data + std::max(length, 0), &scratch, ber::kResponseRules);
     if (failure == kInvalidType) trace("snmp_parse: bad type returned (%x)\n", binding.type);
@@ -129,9 +129,9 @@ int report(unsigned char *data, int length, const events::decode::Stop &stop,
     case Step::kList:
       return parse_failed(asnParseHeader09(at, &room, &type) == nullptr ? 7 : 8);
     default: {
-      SnmpVarBindEMS binding;
+      SnmpVarBindEMS binding{};
       events::decode::reread_binding(at, room, data + std::max(length, 0), &binding,
-                                     events::ber::kResponseRules);
+                                     ber::kResponseRules);
       return parse_failed(80);
     }
   }
