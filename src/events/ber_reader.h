@@ -185,7 +185,7 @@ enum class LengthForm { kOk, kBadForm, kShort };
 // What the binding readers take differently on purpose.  The trap and
 // response decoders read bindings as they always have: a binding may hold
 // octets after its value, which are then read as the next binding, and an
-// empty identifier reads as one arc pair made from the record's second arc.
+// empty identifier reads as one arc made from the record's second arc.
 // The notification decoders, newer, take neither.
 struct BindingRules {
   bool opaque;            // Opaque values read as strings
@@ -199,7 +199,7 @@ constexpr BindingRules kStrictRules{false, false, false};
 
 // Decodes identifier contents as objid does; with `empty_reads_record`,
 // empty contents take the record's out[1] as the encoded first arc, as the
-// stepwise primitive does, and give one arc pair.
+// stepwise primitive does, and give one arc.
 [[gnu::always_inline]] inline int identifier(const unsigned char *p, uint32_t length,
                                              const unsigned char *readable, ObjectIdEMS *out,
                                              int capacity, bool empty_reads_record) {
