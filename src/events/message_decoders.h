@@ -31,6 +31,12 @@ struct Stop {
   int number = 0;
   const unsigned char *at = nullptr;
   const unsigned char *end = nullptr;
+
+  // Records where the pass stopped; returns false, the pass's answer.
+  bool set(Step stopped_at, const unsigned char *from, const unsigned char *to, int which = 0) {
+    *this = {stopped_at, which, from, to};
+    return false;
+  }
 };
 
 // The one pass of snmp_parse_trap.  Returns false with *stop set, and the

@@ -64,14 +64,10 @@ bool events::decode::trap(unsigned char *buf, int len, snmp_trap_infoEMS *sti,
                           EMSsnmpVarBind *vars, Stop *stop) {
   const unsigned char *p = buf;
   const unsigned char *end = buf + std::max(len, 0);
-  auto stopped = [&](Step step, int number = 0) {
-    *stop = {step, number, p, end};
-    return false;
-  };
   ber::Message message;
   if (!ber::message(buf, len, &message, true) || message.pdu_type != SNMP_TRAP_PDU ||
       static_cast<int64_t>(message.community_length) > sti->clen)
-    return stopped(Step::kEnvelope);
+    return stop->set(Step::kEnvelope, p, end);
   memcpy(sti->community, message.community, message.community_length);
   sti->community[message.community_length] = '\0';
   sti->clen = static_cast<int32_t>(message.community_length);
@@ -85,7 +81,7 @@ bool events::decode::trap(unsigned char *buf, int len, snmp_trap_infoEMS *sti,
                        ? -1
                        : ber::identifier(contents, length, end, sti->enterprise,
                                          std::min(sti->elen, SNMP_OID_MAX), true);
-  if (elen < 0) return stopped(Step::kEnterprise);
+  if (elen < 0) return stop->set(Step::kEnterprise, p, end);
   sti->elen = elen;
   p = contents + length;
   // The agent's address, then generic-trap, specific-trap and time-stamp.
@@ -97,11 +93,11 @@ bool events::decode::trap(unsigned char *buf, int len, snmp_trap_infoEMS *sti,
     contents = ber::header(p, end, &type, &length);
     bool read = contents != nullptr && (i == 0 ? agent_address(contents, length, type, sti)
                                                : ber::integer(contents, length, type, numbers[i]));
-    if (!read) return stopped(Step::kNumber, i);
+    if (!read) return stop->set(Step::kNumber, p, end, i);
     p = contents + length;
   }
   if ((contents = ber::element(p, end, ASN_SEQUENCE, &length)) == nullptr)
-    return stopped(Step::kList);
+    return stop->set(Step::kList, p, end);
   p = contents;
   end = contents + length;
   bool notification_seen = false;
@@ -113,7 +109,7 @@ bool events::decode::trap(unsigned char *buf, int len, snmp_trap_infoEMS *sti,
         return taken ? ber::Take::kClaim : ber::Take::kKeep;
       },
       [](const unsigned char *, const SnmpVarBindEMS &) { return false; });
-  if (count < 0) return stopped(Step::kBinding);
+  if (count < 0) return stop->set(Step::kBinding, p, end);
   sti->vars = notification_seen ? count - 1 : count;
   return true;
 }

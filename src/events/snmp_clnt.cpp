@@ -52,14 +52,10 @@ bool events::decode::response(unsigned char *data, int length, snmp_info *respon
                               SnmpVarBindEMS *vars, Stop *stop) {
   const unsigned char *p = data;
   const unsigned char *end = data + std::max(length, 0);
-  auto stopped = [&](Step step, int number = 0) {
-    *stop = {step, number, p, end};
-    return false;
-  };
   ber::Message message;
   if (!ber::message(data, length, &message, true) ||
       static_cast<int64_t>(message.community_length) > response->clen)
-    return stopped(Step::kEnvelope);
+    return stop->set(Step::kEnvelope, p, end);
   memcpy(response->community, message.community, message.community_length);
   response->clen = static_cast<int32_t>(message.community_length);
   if (__builtin_expect(message.version != 0, 0)) wrong_version(message.version);
@@ -73,12 +69,12 @@ bool events::decode::response(unsigned char *data, int length, snmp_info *respon
     uint32_t n;
     const unsigned char *contents = ber::header(p, end, &type, &n);
     if (contents == nullptr || !ber::integer(contents, n, type, numbers[i]))
-      return stopped(Step::kNumber, i);
+      return stop->set(Step::kNumber, p, end, i);
     p = contents + n;
   }
   uint32_t n;
   const unsigned char *list = ber::element(p, end, ASN_SEQUENCE, &n);
-  if (list == nullptr) return stopped(Step::kList);
+  if (list == nullptr) return stop->set(Step::kList, p, end);
   p = list;
   end = list + n;
   // A value that does not decode leaves its binding kept but undecoded,
@@ -95,7 +91,7 @@ bool events::decode::response(unsigned char *data, int length, snmp_info *respon
   const int count = ber::binding_list(
       p, end, vars, response->maxvars, ber::kResponseRules, &p,
       [](const SnmpVarBindEMS &) { return ber::Take::kKeep; }, keep_undecoded);
-  if (count < 0) return stopped(Step::kBinding);
+  if (count < 0) return stop->set(Step::kBinding, p, end);
   response->vars = count + (p < end);
   return true;
 }
