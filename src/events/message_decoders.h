@@ -10,6 +10,7 @@
 #define EVENTS_SRC_MESSAGE_DECODERS_H
 
 #include "ber_reader.h"
+#include "binding_report.h"
 #include "snmp.h"
 #include "snmp_clnt.h"
 
@@ -50,19 +51,6 @@ bool trap(unsigned char *buf, int len, snmp_trap_infoEMS *sti, EMSsnmpVarBind *v
 // REQUIRES: response->clen 0 to 128, response->maxvars the capacity of vars.
 bool response(unsigned char *data, int length, snmp_info *response, SnmpVarBindEMS *vars,
               Stop *stop);
-
-// The failure text of a binding whose sequence, name or value header is
-// not well-formed, and of a value whose type is not decoded.
-extern const char kBindingShape[];
-extern const char kInvalidType[];
-
-// Reads the binding at at[0..room) again on the reporting primitives,
-// which say why it does not read, and its value within what remains of
-// the message up to message_end (at most 1,028 octets).  Returns
-// kBindingShape, kInvalidType, another failure text for the value (which
-// leaves val_len 0), or NULL if it reads.
-const char *reread_binding(unsigned char *at, int room, const unsigned char *message_end,
-                           SnmpVarBindEMS *binding, ber::BindingRules rules);
 
 }  // namespace events::decode
 

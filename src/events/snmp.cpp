@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "message_decoders.h"
+#include "binding_report.h"
 #include "diagnostics.h"
 #include "snmp.h"
 
