@@ -173,12 +173,19 @@ enum class LengthForm { kOk, kBadForm, kShort };
     *arc++ = static_cast<ObjectIdEMS>(value);
   }
   arc -= p - end;
-  // The first arc splits in two, first / 40 and first % 40, the division
-  // written as the multiply that compilers otherwise emit only sometimes.
-  const ObjectIdEMS first = out[1];
-  const auto quotient = static_cast<ObjectIdEMS>((uint64_t{first} * 0xCCCCCCCDu) >> 37);
-  out[0] = quotient;
-  out[1] = first - quotient * 40;
+  // The first arc splits in two, first / 40 and first % 40.  Nearly every
+  // identifier starts 1.3, with the octet 0x2B; for the others, the
+  // division is written as the multiply that compilers otherwise emit only
+  // sometimes.
+  if (start[0] == 0x2B) [[likely]] {
+    out[0] = 1;
+    out[1] = 3;
+  } else {
+    const ObjectIdEMS first = out[1];
+    const auto quotient = static_cast<ObjectIdEMS>((uint64_t{first} * 0xCCCCCCCDu) >> 37);
+    out[0] = quotient;
+    out[1] = first - quotient * 40;
+  }
   return static_cast<int>(arc - out);
 }
 
