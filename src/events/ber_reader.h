@@ -162,15 +162,16 @@ enum class LengthForm { kOk, kBadForm, kShort };
       *arc++ = *p++;
       continue;
     }
+    // An arc above 2^31 - 1 fails: up to 2^24 - 1 another octet may follow.
     uint32_t octet = *p++;
-    uint64_t value = octet & 0x7F;
+    uint32_t value = octet & 0x7F;
     do {
       if (p == end) return -1;
       octet = *p++;
       value = (value << 7) | (octet & 0x7F);
-      if (value > 0x7FFFFFFFu) return -1;
-    } while (octet & 0x80);
-    *arc++ = static_cast<ObjectIdEMS>(value);
+    } while ((octet & 0x80) && value <= 0xFFFFFF);
+    if (octet & 0x80) return -1;
+    *arc++ = value;
   }
   arc -= p - end;
   // The first arc splits in two, first / 40 and first % 40.  Nearly every
