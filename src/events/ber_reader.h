@@ -162,7 +162,8 @@ enum class LengthForm { kOk, kBadForm, kShort };
       *arc++ = *p++;
       continue;
     }
-    // An arc above 2^31 - 1 fails: up to 2^24 - 1 another octet may follow.
+    // Arcs above 2^31 - 1 fail: up to 2^24 - 1, one more octet keeps an
+    // arc within range.
     uint32_t octet = *p++;
     uint32_t value = octet & 0x7F;
     do {
