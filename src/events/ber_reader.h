@@ -162,23 +162,32 @@ enum class LengthForm { kOk, kBadForm, kShort };
       *arc++ = *p++;
       continue;
     }
+    // Arcs above 2^31 - 1 fail: up to 2^24 - 1, one more octet keeps an
+    // arc within range.
     uint32_t octet = *p++;
-    uint64_t value = octet & 0x7F;
+    uint32_t value = octet & 0x7F;
     do {
       if (p == end) return -1;
       octet = *p++;
       value = (value << 7) | (octet & 0x7F);
-      if (value > 0x7FFFFFFFu) return -1;
-    } while (octet & 0x80);
-    *arc++ = static_cast<ObjectIdEMS>(value);
+    } while ((octet & 0x80) && value <= 0xFFFFFF);
+    if (octet & 0x80) return -1;
+    *arc++ = value;
   }
   arc -= p - end;
-  // The first arc splits in two, first / 40 and first % 40, the division
-  // written as the multiply that compilers otherwise emit only sometimes.
-  const ObjectIdEMS first = out[1];
-  const auto quotient = static_cast<ObjectIdEMS>((uint64_t{first} * 0xCCCCCCCDu) >> 37);
-  out[0] = quotient;
-  out[1] = first - quotient * 40;
+  // The first arc splits in two, first / 40 and first % 40.  Nearly every
+  // identifier starts 1.3, with the octet 0x2B; for the others, the
+  // division is written as the multiply that compilers otherwise emit only
+  // sometimes.
+  if (start[0] == 0x2B) [[likely]] {
+    out[0] = 1;
+    out[1] = 3;
+  } else {
+    const ObjectIdEMS first = out[1];
+    const auto quotient = static_cast<ObjectIdEMS>((uint64_t{first} * 0xCCCCCCCDu) >> 37);
+    out[0] = quotient;
+    out[1] = first - quotient * 40;
+  }
   return static_cast<int>(arc - out);
 }
 
