@@ -153,15 +153,14 @@ void check_list_rules(const unsigned char *list, int size, int capacity) {
   memset(response_vars, 0, sizeof response_vars);
   auto keep = [](const SnmpVarBindEMS &) { return ber::Take::kKeep; };
   auto go_on = [](const unsigned char *, const SnmpVarBindEMS &) { return true; };
-  const unsigned char *trap_at, *response_at;
-  int trap = ber::binding_list(list, list + size, trap_vars, capacity, ber::kTrapRules, &trap_at,
-                               keep, go_on);
-  int response = ber::binding_list(list, list + size, response_vars, capacity,
-                                   ber::kResponseRules, &response_at, keep, go_on);
-  require((trap < 0) == (response < 0));
-  if (trap < 0) return;
-  require(trap == response && trap_at == response_at);
-  for (int i = 0; i < trap; ++i) {
+  const ber::ListReading trap =
+      ber::binding_list(list, list + size, trap_vars, capacity, ber::kTrapRules, keep, go_on);
+  const ber::ListReading response = ber::binding_list(list, list + size, response_vars, capacity,
+                                                      ber::kResponseRules, keep, go_on);
+  require((trap.count < 0) == (response.count < 0));
+  if (trap.count < 0) return;
+  require(trap.count == response.count && trap.kept == trap.count && trap.at == response.at);
+  for (int i = 0; i < trap.count; ++i) {
     if (trap_vars[i].type == ASN_OPAQUE || trap_vars[i].type == ASN_NULL) continue;
     require(same_binding(trap_vars[i], response_vars[i]));
   }

@@ -295,17 +295,24 @@ enum class Take {
   kStop,   // the reading
 };
 
+// What the reading of a binding list came to.
+struct ListReading {
+  int count;                // bindings read, claimed ones included, or -1 if stopped
+  int kept;                 // of those, the ones kept in the array
+  const unsigned char *at;  // after the last one read, or on the one that stopped it
+};
+
 // Reads the bindings from p up to `end` into vars, at most `capacity` of
 // them, by `rules`.  `take` sees each binding read and returns a Take.
 // `undecoded` sees each binding at p whose value did not decode and
-// returns whether to keep it and go on.  Returns the count read, claimed
-// ones included, with *at after the last one (bindings were left unread
-// if that is before `end`); or -1 with *at on the binding that stopped it.
+// returns whether to keep it and go on.  Bindings were left unread if
+// `at` is before `end`.
 template <typename Taker, typename Undecoded>
-[[gnu::always_inline]] inline int binding_list(const unsigned char *p, const unsigned char *end,
-                                               SnmpVarBindEMS *vars, int capacity,
-                                               BindingRules rules, const unsigned char **at,
-                                               Taker take, Undecoded undecoded) {
+[[gnu::always_inline]] inline ListReading binding_list(const unsigned char *p,
+                                                       const unsigned char *end,
+                                                       SnmpVarBindEMS *vars, int capacity,
+                                                       BindingRules rules, Taker take,
+                                                       Undecoded undecoded) {
   int count = 0;
   int entry = 0;
   while (p < end && count < capacity) {
@@ -313,16 +320,12 @@ template <typename Taker, typename Undecoded>
     const unsigned char *next = ber::binding(p, end, &binding, rules);
     Take taken = Take::kStop;
     if (next != nullptr && (!binding.undecoded || undecoded(p, binding))) taken = take(binding);
-    if (taken == Take::kStop) {
-      *at = p;
-      return -1;
-    }
+    if (taken == Take::kStop) return {-1, entry, p};
     p = next;
     ++count;
     entry += taken == Take::kKeep;
   }
-  *at = p;
-  return count;
+  return {count, entry, p};
 }
 
 // The layers of an SNMP message above its PDU's contents.

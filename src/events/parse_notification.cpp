@@ -137,8 +137,7 @@ int events::translate_notification_pdu(const unsigned char *p, const unsigned ch
 
   // Bindings past the caller's array are read into scratch all the same:
   // the trap's address and enterprise may come last.
-  int count = 0;
-  auto take = [&](const SnmpVarBindEMS &binding, bool in_array) {
+  auto take = [&](const SnmpVarBindEMS &binding, ber::Take otherwise) {
     // snmpTrapEnterprise.0 is no binding of the SNMPv1 trap: it names the
     // enterprise of a standard trap, and the SNMPv1 form of any other
     // carries its enterprise already.
@@ -154,24 +153,27 @@ int events::translate_notification_pdu(const unsigned char *p, const unsigned ch
     }
     if (binding.type == ASN_IPADDRESS && is_oid(binding.oid, binding.oid_length, kSnmpTrapAddress))
       sti->agent = static_cast<uint32_t>(binding.val.integer);
-    count += in_array;
-    return in_array ? ber::Take::kKeep : ber::Take::kClaim;
+    return otherwise;
   };
+  auto in_array = [&](const SnmpVarBindEMS &binding) { return take(binding, ber::Take::kKeep); };
+  auto past_array = [&](const SnmpVarBindEMS &binding) { return take(binding, ber::Take::kClaim); };
   auto refuse = [](const unsigned char *, const SnmpVarBindEMS &) { return false; };
-  auto in_array = [&](const SnmpVarBindEMS &binding) { return take(binding, true); };
-  auto past_array = [&](const SnmpVarBindEMS &binding) { return take(binding, false); };
   // Claimed bindings count toward a reading's capacity: the array fills in
   // as many readings as there are claims among its bindings.
-  const unsigned char *at = p;
-  bool read = true;
-  while (read && at < list_end && count < sti->maxvars)
-    read = ber::binding_list(at, list_end, vars + count, sti->maxvars - count,
-                             ber::kNotificationRules, &at, in_array, refuse) >= 0;
-  read = read && ber::binding_list(at, list_end, &scratch, INT_MAX, ber::kNotificationRules, &at,
-                                   past_array, refuse) >= 0;
-  if (!read) {
+  int count = 0;
+  ber::ListReading list{0, 0, p};
+  while (list.count >= 0 && list.at < list_end && count < sti->maxvars) {
+    list = ber::binding_list(list.at, list_end, vars + count, sti->maxvars - count,
+                             ber::kNotificationRules, in_array, refuse);
+    count += list.kept;
+  }
+  if (list.count >= 0)
+    list = ber::binding_list(list.at, list_end, &scratch, INT_MAX, ber::kNotificationRules,
+                             past_array, refuse);
+  if (list.count < 0) {
     if (result == SNMP_NOTIFICATION_OK)
-      result = holds_counter64(at, list_end) ? SNMP_NOTIFICATION_COUNTER64 : SNMP_NOTIFICATION_MALFORMED;
+      result = holds_counter64(list.at, list_end) ? SNMP_NOTIFICATION_COUNTER64
+                                                  : SNMP_NOTIFICATION_MALFORMED;
     return result;
   }
   sti->vars = count;

@@ -100,17 +100,15 @@ bool events::decode::trap(unsigned char *buf, int len, snmp_trap_infoEMS *sti,
     return stop->set(Step::kList, p, end);
   p = contents;
   end = contents + length;
-  bool notification_seen = false;
-  const int count = ber::binding_list(
-      p, end, vars, sti->maxvars, ber::kTrapRules, &p,
-      [&](const SnmpVarBindEMS &binding) {
-        bool taken = take_agent(binding, sti);
-        notification_seen |= taken;
-        return taken ? ber::Take::kClaim : ber::Take::kKeep;
+  const ber::ListReading list = ber::binding_list(
+      p, end, vars, sti->maxvars, ber::kTrapRules,
+      [sti](const SnmpVarBindEMS &binding) {
+        return take_agent(binding, sti) ? ber::Take::kClaim : ber::Take::kKeep;
       },
       [](const unsigned char *, const SnmpVarBindEMS &) { return false; });
-  if (count < 0) return stop->set(Step::kBinding, p, end);
-  sti->vars = notification_seen ? count - 1 : count;
+  if (list.count < 0) return stop->set(Step::kBinding, list.at, end);
+  // However many notification-address bindings came, one is not counted.
+  sti->vars = list.count - (list.kept < list.count);
   return true;
 }
 

@@ -73,10 +73,10 @@ bool events::decode::response(unsigned char *data, int length, snmp_info *respon
     p = contents + n;
   }
   uint32_t n;
-  const unsigned char *list = ber::element(p, end, ASN_SEQUENCE, &n);
-  if (list == nullptr) return stop->set(Step::kList, p, end);
-  p = list;
-  end = list + n;
+  const unsigned char *contents = ber::element(p, end, ASN_SEQUENCE, &n);
+  if (contents == nullptr) return stop->set(Step::kList, p, end);
+  p = contents;
+  end = contents + n;
   // A value that does not decode leaves its binding kept but undecoded,
   // and is reported from a reading into scratch.
   auto keep_undecoded = [&](const unsigned char *at, const SnmpVarBindEMS &binding) {
@@ -88,11 +88,11 @@ bool events::decode::response(unsigned char *data, int length, snmp_info *respon
   };
   // One binding more than the array holds is counted, not decoded: callers
   // rely on the count of maxvars + 1.
-  const int count = ber::binding_list(
-      p, end, vars, response->maxvars, ber::kResponseRules, &p,
+  const ber::ListReading list = ber::binding_list(
+      p, end, vars, response->maxvars, ber::kResponseRules,
       [](const SnmpVarBindEMS &) { return ber::Take::kKeep; }, keep_undecoded);
-  if (count < 0) return stop->set(Step::kBinding, p, end);
-  response->vars = count + (p < end);
+  if (list.count < 0) return stop->set(Step::kBinding, list.at, end);
+  response->vars = list.count + (list.at < end);
   return true;
 }
 
