@@ -42,6 +42,11 @@ bool is_oid(const ObjectIdEMS *oid, uint32_t length, const ObjectIdEMS (&expecte
   return ber::header(p + length, end, &type, &length) != nullptr && type == ASN_COUNTER64;
 }
 
+// The result for the binding at p that the binding reader refused.
+[[gnu::cold]] int refused_binding(const unsigned char *p, const unsigned char *end) {
+  return holds_counter64(p, end) ? SNMP_NOTIFICATION_COUNTER64 : SNMP_NOTIFICATION_MALFORMED;
+}
+
 // Reads the binding at p.  Returns the position after it, or nullptr with
 // *result saying why.
 [[gnu::always_inline]] inline const unsigned char *next_binding(const unsigned char *p,
@@ -50,7 +55,7 @@ bool is_oid(const ObjectIdEMS *oid, uint32_t length, const ObjectIdEMS (&expecte
                                                                 int *result) {
   const unsigned char *next = ber::binding(p, end, binding, ber::kNotificationRules);
   if (next != nullptr && !binding->undecoded) return next;
-  *result = holds_counter64(p, end) ? SNMP_NOTIFICATION_COUNTER64 : SNMP_NOTIFICATION_MALFORMED;
+  *result = refused_binding(p, end);
   return nullptr;
 }
 
@@ -170,12 +175,9 @@ int events::translate_notification_pdu(const unsigned char *p, const unsigned ch
   if (list.count >= 0)
     list = ber::binding_list(list.at, list_end, &scratch, INT_MAX, ber::kNotificationRules,
                              past_array, refuse);
-  if (list.count < 0) {
-    if (result == SNMP_NOTIFICATION_OK)
-      result = holds_counter64(list.at, list_end) ? SNMP_NOTIFICATION_COUNTER64
-                                                  : SNMP_NOTIFICATION_MALFORMED;
-    return result;
-  }
+  // A stop with the result still OK is a binding the reader refused.
+  if (list.count < 0)
+    return result != SNMP_NOTIFICATION_OK ? result : refused_binding(list.at, list_end);
   sti->vars = count;
   return SNMP_NOTIFICATION_OK;
 }
