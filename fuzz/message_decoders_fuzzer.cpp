@@ -61,9 +61,16 @@ bool writable(const SnmpVarBindEMS *vars, int count) {
   return true;
 }
 
-void check_stop(const decode::Stop &stop, const unsigned char *message, int size) {
+// Checks that a refusal names a step and octets inside the input.  For a
+// binding, returns what the reporting primitives say of it; else NULL.
+const char *check_stop(const decode::Stop &stop, unsigned char *message, int size,
+                       ber::BindingRules rules) {
   require(stop.step != decode::Step::kRead);
   require(message <= stop.at && stop.at <= stop.end && stop.end <= message + size);
+  if (stop.step != decode::Step::kBinding) return nullptr;
+  static SnmpVarBindEMS scratch;
+  return decode::reread_binding(message + (stop.at - message), static_cast<int>(stop.end - stop.at),
+                                message + size, &scratch, rules);
 }
 
 void check_trap(unsigned char *message, int size, int maxvars) {
@@ -73,12 +80,8 @@ void check_trap(unsigned char *message, int size, int maxvars) {
   snmp_trap_reset_capacities(&sti, maxvars);
   decode::Stop stop;
   if (!decode::trap(message, size, &sti, vars, &stop)) {
-    check_stop(stop, message, size);
-    if (stop.step == decode::Step::kBinding) {
-      static SnmpVarBindEMS scratch;
-      require(decode::reread_binding(message + (stop.at - message), static_cast<int>(stop.end - stop.at),
-                                     message + size, &scratch, ber::kTrapRules) != nullptr);
-    }
+    const char *failure = check_stop(stop, message, size, ber::kTrapRules);
+    require(stop.step != decode::Step::kBinding || failure != nullptr);
     return;
   }
   require(sti.clen >= 0 && sti.clen < SNMP_COMMUNITY_MAX && sti.elen >= 1 && sti.elen <= SNMP_OID_MAX);
@@ -114,13 +117,8 @@ void check_response(unsigned char *message, int size, int maxvars) {
   response.maxvars = maxvars;
   decode::Stop stop;
   if (!decode::response(message, size, &response, vars, &stop)) {
-    check_stop(stop, message, size);
-    if (stop.step == decode::Step::kBinding) {
-      static SnmpVarBindEMS scratch;
-      require(decode::reread_binding(message + (stop.at - message), static_cast<int>(stop.end - stop.at),
-                                     message + size, &scratch,
-                                     ber::kResponseRules) == decode::kBindingShape);
-    }
+    const char *failure = check_stop(stop, message, size, ber::kResponseRules);
+    require(stop.step != decode::Step::kBinding || failure == decode::kBindingShape);
     return;
   }
   require(response.clen >= 0 && response.clen <= SNMP_COMMUNITY_MAX);
