@@ -52,7 +52,8 @@ typedef struct {
 } snmp_trap_infoEMS;
 
 /* One variable binding.  val_len is 4 for integer types, octets for
- * strings (not terminated) and sub-identifiers for identifiers.
+ * strings (not terminated; the octets past val_len are unspecified) and
+ * sub-identifiers for identifiers.
  * A decoder that keeps a binding without its value (a type it does not
  * decode, or a value that fails to decode: see snmp_parse in snmp_clnt.h)
  * keeps the type, sets val_len to 0 and `undecoded` to 1; val then holds

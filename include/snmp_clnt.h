@@ -26,7 +26,8 @@ typedef enum {
   SNMP_TRAP = 0xA4
 } s_msg_type;
 
-/* One request or response PDU.  The community is not terminated. */
+/* One request or response PDU.  The community is not terminated, and a
+ * decoded one leaves the octets past clen unspecified. */
 typedef struct {
   unsigned char community[SNMP_COMMUNITY_MAX];
   int32_t clen;          /* octets used in community */

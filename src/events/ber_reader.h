@@ -55,7 +55,10 @@ enum class LengthForm { kOk, kBadForm, kShort };
                                                             const unsigned char *end,
                                                             uint32_t *length) {
   uint32_t n = *p++;
-  if (__builtin_expect(n >= 0x80, 0)) {
+  if (n == 0x81 && p < end) {
+    // One length octet: every message over 127 octets opens with it.
+    n = *p++;
+  } else if (__builtin_expect(n >= 0x80, 0)) {
     int octets;
     if (ber::length(p - 1, end, &n, &octets) != LengthForm::kOk) return nullptr;
     p += octets - 1;
@@ -86,15 +89,32 @@ enum class LengthForm { kOk, kBadForm, kShort };
   return contents(p + 1, end, length);
 }
 
+// Copies `length` octets from src, which may be read up to `readable`,
+// into the array `to`.  Sixteen octets go at a time while they can be
+// read, which costs a few moves where a call would cost more; the array's
+// octets past `length` then hold what followed in the message.
+// REQUIRES: length <= N.
+template <size_t N>
+[[gnu::always_inline]] inline void copy_octets(unsigned char (&to)[N], const unsigned char *src,
+                                               uint32_t length, const unsigned char *readable) {
+  static_assert(N % 16 == 0, "the copy goes sixteen octets at a time");
+  const uint32_t rounded = (length + 15) & ~15u;
+  if (rounded > static_cast<uint64_t>(readable - src)) {
+    memcpy(to, src, length);
+    return;
+  }
+  for (uint32_t i = 0; i < rounded; i += 16) memcpy(to + i, src + i, 16);
+}
+
 // Decodes integer contents p[0..length) of `type` as asnParseInt09 does.
 [[gnu::always_inline]] inline bool integer(const unsigned char *p, uint32_t length,
                                            unsigned char type, int32_t *out) {
   if (type != ASN_INTEGER && (type < ASN_IPADDRESS || type > ASN_TIMETICKS)) return false;
-  if (length == 5 && p[0] == 0) {
+  if (length > 4) {
+    if (length != 5 || p[0] != 0) return false;
     ++p;
     --length;
   }
-  if (length > 4) return false;
   uint32_t value = (type == ASN_INTEGER && length > 0 && p[0] > 127) ? ~0u : 0u;
   switch (length) {  // one step per octet, each case falling through
     case 4:
@@ -112,6 +132,27 @@ enum class LengthForm { kOk, kBadForm, kShort };
   if (type == ASN_IPADDRESS) value = htonl(value);
   *out = static_cast<int32_t>(value);
   return true;
+}
+
+// Reads an INTEGER at p of one octet below 128 (02 01 v) or of four
+// octets (02 04 v v v v), the forms that versions, error fields,
+// generic-traps and request-ids nearly always take.  Returns its end, or
+// nullptr for any other element, well-formed or not, which the general
+// readers take.  Each form has its own branch and a fixed end, so the next
+// element's position waits on no length octet.
+[[gnu::always_inline]] inline const unsigned char *common_integer(const unsigned char *p,
+                                                                  const unsigned char *end,
+                                                                  int32_t *out) {
+  if (end - p < 6 || p[0] != ASN_INTEGER) return nullptr;
+  if (p[1] == 1 && p[2] < 0x80) {
+    *out = p[2];
+    return p + 3;
+  }
+  if (p[1] != 4) return nullptr;
+  uint32_t value;
+  memcpy(&value, p + 2, sizeof value);
+  *out = static_cast<int32_t>(ntohl(value));
+  return p + 6;
 }
 
 // Stores the eight octets at p as eight arcs at `arcs`.  Returns how many
@@ -243,7 +284,7 @@ constexpr BindingRules kStrictRules{false, false, false};
       [[fallthrough]];
     case ASN_OCTET_STR:
       if (length > SNMP_STRING_MAX) return false;
-      memcpy(binding->val.string, p, length);
+      copy_octets(binding->val.string, p, length, readable);
       binding->val_len = length;
       return true;
     case ASN_NULL:
@@ -261,6 +302,53 @@ constexpr BindingRules kStrictRules{false, false, false};
   }
 }
 
+// Where a binding's parts lie: its identifier's contents, its value's
+// type and contents, and its own end.
+struct BindingFrame {
+  const unsigned char *name;
+  uint32_t name_length;
+  unsigned char type;
+  const unsigned char *value;
+  uint32_t value_length;
+  const unsigned char *end;
+};
+
+// Reads the framing of the binding at p, for a binding whose three
+// lengths all take the short form, as nearly all do: its four leading
+// octets are tested at once.  Returns false for any other, well-formed or
+// not; `frame` reads those.
+[[gnu::always_inline]] inline bool short_frame(const unsigned char *p, const unsigned char *end,
+                                               BindingFrame *frame) {
+  if (end - p < 4) return false;
+  const uint32_t lead = p[0] | p[1] << 8 | p[2] << 16 | uint32_t{p[3]} << 24;
+  // SEQUENCE and OBJECT IDENTIFIER, each with a length below 128.
+  if ((lead & 0x80FF80FFu) != (ASN_SEQUENCE | ASN_OBJECT_ID << 16)) return false;
+  const uint32_t length = (lead >> 8) & 0xFF, name_length = lead >> 24;
+  // The value's type and length octets lie within the binding too.
+  if (length > static_cast<uint64_t>(end - p - 2) || name_length + 4 > length) return false;
+  const unsigned char *const value = p + 4 + name_length;
+  const uint32_t value_length = value[1];
+  if ((value[0] & 0x1F) == 0x1F || value_length + name_length + 4 > length) return false;
+  *frame = {p + 4, name_length, value[0], value + 2, value_length, p + 2 + length};
+  return true;
+}
+
+// Reads the framing of the binding at p, lengths of any form.  Returns
+// false if its sequence, name or value header is not well-formed.
+[[gnu::always_inline]] inline bool frame(const unsigned char *p, const unsigned char *end,
+                                         BindingFrame *frame) {
+  uint32_t length;
+  if ((p = element(p, end, ASN_SEQUENCE, &length)) == nullptr) return false;
+  frame->end = p + length;
+  if ((p = element(p, frame->end, ASN_OBJECT_ID, &length)) == nullptr) return false;
+  frame->name = p;
+  frame->name_length = length;
+  if ((p = header(p + length, frame->end, &frame->type, &length)) == nullptr) return false;
+  frame->value = p;
+  frame->value_length = length;
+  return true;
+}
+
 // Reads one variable binding at p, name and value, into `binding`.
 // Returns the position after it (after its value, under lenient framing),
 // or nullptr if its sequence, name or value header is not well-formed.  A
@@ -270,22 +358,18 @@ constexpr BindingRules kStrictRules{false, false, false};
                                                            const unsigned char *end,
                                                            SnmpVarBindEMS *binding,
                                                            BindingRules rules) {
-  unsigned char type;
-  uint32_t length;
-  if ((p = element(p, end, ASN_SEQUENCE, &length)) == nullptr) return nullptr;
-  const unsigned char *const binding_end = p + length;
-  if ((p = element(p, binding_end, ASN_OBJECT_ID, &length)) == nullptr) return nullptr;
-  int count = identifier(p, length, binding_end, binding->oid, SNMP_OID_MAX,
+  BindingFrame parts;
+  if (!short_frame(p, end, &parts) && !frame(p, end, &parts)) return nullptr;
+  int count = identifier(parts.name, parts.name_length, parts.end, binding->oid, SNMP_OID_MAX,
                          rules.lenient_framing);
   if (count < 0) return nullptr;
   binding->oid_length = static_cast<uint32_t>(count);
-  if ((p = header(p + length, binding_end, &type, &length)) == nullptr) return nullptr;
-  const unsigned char *const value_end = p + length;
-  if (!rules.lenient_framing && value_end != binding_end) return nullptr;
-  binding->type = type;
-  binding->undecoded = !value(p, length, end, binding, rules);
+  const unsigned char *const value_end = parts.value + parts.value_length;
+  if (!rules.lenient_framing && value_end != parts.end) return nullptr;
+  binding->type = parts.type;
+  binding->undecoded = !value(parts.value, parts.value_length, end, binding, rules);
   if (__builtin_expect(binding->undecoded, 0)) binding->val_len = 0;
-  return rules.lenient_framing ? value_end : binding_end;
+  return rules.lenient_framing ? value_end : parts.end;
 }
 
 // What a decoder makes of a binding read.
@@ -351,10 +435,15 @@ struct Message {
   const unsigned char *p = element(buf, end, ASN_SEQUENCE, &length);
   if (p == nullptr) return false;
   end = p + length;
-  if ((p = header(p, end, &type, &length)) == nullptr ||
-      (type != ASN_INTEGER && !any_integer_version) || !integer(p, length, type, &out->version))
-    return false;
-  p = header(p + length, end, &type, &length);
+  if (const unsigned char *next = common_integer(p, end, &out->version)) {
+    p = next;
+  } else {
+    if ((p = header(p, end, &type, &length)) == nullptr ||
+        (type != ASN_INTEGER && !any_integer_version) || !integer(p, length, type, &out->version))
+      return false;
+    p += length;
+  }
+  p = header(p, end, &type, &length);
   if (p == nullptr || (type != ASN_OCTET_STR && type != ASN_OPAQUE)) return false;
   out->community = p;
   out->community_length = length;

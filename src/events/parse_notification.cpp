@@ -88,7 +88,7 @@ int decode_v2(const ber::Message &message, uint32_t source, snmp_trap_infoEMS *s
               EMSsnmpVarBind *vars, snmp_notification_info *about) {
   if (message.community_length > static_cast<uint32_t>(std::max(sti->clen, 0)))
     return SNMP_NOTIFICATION_MALFORMED;
-  memcpy(sti->community, message.community, message.community_length);
+  ber::copy_octets(sti->community, message.community, message.community_length, message.pdu_end);
   sti->community[message.community_length] = '\0';
   sti->clen = static_cast<int32_t>(message.community_length);
   int32_t request_id = 0;
@@ -109,6 +109,10 @@ int events::translate_notification_pdu(const unsigned char *p, const unsigned ch
   uint32_t length = 0;
   int32_t numbers[3];  // request-id, error-status, error-index
   for (int32_t &number : numbers) {
+    if (const unsigned char *next = ber::common_integer(p, pdu_end, &number)) {
+      p = next;
+      continue;
+    }
     if ((p = ber::element(p, pdu_end, ASN_INTEGER, &length)) == nullptr ||
         !ber::integer(p, length, ASN_INTEGER, &number))
       return SNMP_NOTIFICATION_MALFORMED;

@@ -68,7 +68,7 @@ bool events::decode::trap(unsigned char *buf, int len, snmp_trap_infoEMS *sti,
   if (!ber::message(buf, len, &message, true) || message.pdu_type != SNMP_TRAP_PDU ||
       static_cast<int64_t>(message.community_length) > sti->clen)
     return stop->set(Step::kEnvelope, p, end);
-  memcpy(sti->community, message.community, message.community_length);
+  ber::copy_octets(sti->community, message.community, message.community_length, end);
   sti->community[message.community_length] = '\0';
   sti->clen = static_cast<int32_t>(message.community_length);
   if (__builtin_expect(message.version != 0, 0)) parse_warning("invalid version");
@@ -88,7 +88,18 @@ bool events::decode::trap(unsigned char *buf, int len, snmp_trap_infoEMS *sti,
   int32_t *const numbers[] = {nullptr, reinterpret_cast<int32_t *>(&sti->gen),
                               reinterpret_cast<int32_t *>(&sti->specific),
                               reinterpret_cast<int32_t *>(&sti->time)};
-  for (int i = 0; i < 4; ++i) {
+  // Nearly every trap carries an IpAddress and a generic-trap of a common
+  // form: read at their fixed offsets, they leave the specific-trap's
+  // position waiting on no length octet.
+  int i = 0;
+  if (end - p >= 6 && p[0] == ASN_IPADDRESS && p[1] == 4) {
+    if (const unsigned char *next = ber::common_integer(p + 6, end, numbers[1])) {
+      memcpy(&sti->agent, p + 2, sizeof sti->agent);
+      p = next;
+      i = 2;
+    }
+  }
+  for (; i < 4; ++i) {
     unsigned char type;
     contents = ber::header(p, end, &type, &length);
     bool read = contents != nullptr && (i == 0 ? agent_address(contents, length, type, sti)

@@ -56,7 +56,7 @@ bool events::decode::response(unsigned char *data, int length, snmp_info *respon
   if (!ber::message(data, length, &message, true) ||
       static_cast<int64_t>(message.community_length) > response->clen)
     return stop->set(Step::kEnvelope, p, end);
-  memcpy(response->community, message.community, message.community_length);
+  ber::copy_octets(response->community, message.community, message.community_length, end);
   response->clen = static_cast<int32_t>(message.community_length);
   if (__builtin_expect(message.version != 0, 0)) wrong_version(message.version);
   response->command = message.pdu_type;
@@ -65,6 +65,10 @@ bool events::decode::response(unsigned char *data, int length, snmp_info *respon
   end = message.pdu_end;
   int32_t *const numbers[] = {&response->reqid, &response->errstat, &response->errindex};
   for (int i = 0; i < 3; ++i) {
+    if (const unsigned char *next = ber::common_integer(p, end, numbers[i])) {
+      p = next;
+      continue;
+    }
     unsigned char type;
     uint32_t n;
     const unsigned char *contents = ber::header(p, end, &type, &n);
