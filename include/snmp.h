@@ -137,7 +137,8 @@ EVENTS_EXPORT unsigned char *build_var_op(unsigned char *data, const ObjectIdEMS
  * in a struct in_addr), while the encoder reads sti->agent as a number in
  * host order (0x0A010203).  A relay that re-sends a decoded trap converts
  * first: sti->agent = snmp_trap_agent_for_encoder(sti), which is ntohl of
- * the decoded value. */
+ * the decoded value.  IpAddress bindings (type 0x40) take the same two
+ * forms in val.integer, and a relay converts each of them with ntohl too. */
 EVENTS_EXPORT int snmpBuildTrapEMS(unsigned char *out_data, int *out_length,
                                    snmp_trap_infoEMS *sti, struct event_infoEMS_s *ei,
                                    EMSsnmpVarBind *vars);

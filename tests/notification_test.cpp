@@ -234,26 +234,32 @@ TEST(NotificationInterop, HubTranslatesSnmptrapAndSnmpinform) {
     Arcs enterprise;
     uint32_t generic, specific;
     unsigned char agent[4];
+    const char *addresses;  // the IpAddress values' octets, in wire order
   } cases[] = {
       {"snmptrap",
-       {"1.3.6.1.6.3.1.1.5.3", "1.3.6.1.2.1.2.2.1.1.2", "i", "2"},
+       {"1.3.6.1.6.3.1.1.5.3", "1.3.6.1.2.1.2.2.1.1.2", "i", "2", "1.3.6.1.4.1.49999.1.1", "a",
+        "192.168.1.20"},
        {1, 3, 6, 1, 6, 3, 1, 1, 5},
        2,
        0,
-       {127, 0, 0, 1}},
-      {"snmptrap", {"1.3.6.1.4.1.8072.2.3.0.1"}, {1, 3, 6, 1, 4, 1, 8072, 2, 3}, 6, 1, {127, 0, 0, 1}},
+       {127, 0, 0, 1},
+       "\xC0\xA8\x01\x14"},
+      {"snmptrap", {"1.3.6.1.4.1.8072.2.3.0.1"}, {1, 3, 6, 1, 4, 1, 8072, 2, 3}, 6, 1, {127, 0, 0, 1}, ""},
       {"snmptrap",
        {"1.3.6.1.4.1.8072.2.3.0.1", "1.3.6.1.6.3.18.1.3.0", "a", "10.9.8.7"},
        {1, 3, 6, 1, 4, 1, 8072, 2, 3},
        6,
        1,
-       {10, 9, 8, 7}},
+       {10, 9, 8, 7},
+       "\x0A\x09\x08\x07"},
       {"snmpinform",
-       {"1.3.6.1.4.1.8072.2.3.0.2", "1.3.6.1.2.1.2.2.1.1.2", "i", "2"},
+       {"1.3.6.1.4.1.8072.2.3.0.2", "1.3.6.1.2.1.2.2.1.1.2", "i", "2", "1.3.6.1.4.1.49999.1.1", "a",
+        "192.168.1.20"},
        {1, 3, 6, 1, 4, 1, 8072, 2, 3},
        6,
        2,
-       {127, 0, 0, 1}},
+       {127, 0, 0, 1},
+       "\xC0\xA8\x01\x14"},
   };
   for (const Case &c : cases) {
     std::vector<std::string> argv = {c.tool, "-r", "1", "-t", "2"};
@@ -270,6 +276,11 @@ TEST(NotificationInterop, HubTranslatesSnmptrapAndSnmpinform) {
     EXPECT_EQ(trap.info.specific, c.specific);
     EXPECT_EQ(trap.info.time, 4242u);
     EXPECT_EQ(memcmp(&trap.info.agent, c.agent, 4), 0);
+    // IpAddress values arrive in wire order, as an SNMPv1 trap's do.
+    std::string addresses;
+    for (int i = 0; i < trap.info.vars; ++i)
+      if (trap.vars[i].type == ASN_IPADDRESS) addresses += trap.text(i);
+    EXPECT_EQ(addresses, c.addresses);
   }
   close_event(&client);
 }

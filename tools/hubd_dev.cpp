@@ -594,6 +594,15 @@ void accept_client(Hub &hub, int listener, Kind kind) {
   if (hub.verbose) stamped("accepted %s\n", name.c_str());
 }
 
+// A decoded record holds IpAddress values, the agent's among them, in
+// wire order; the encoder takes them as numbers with the first octet high.
+void to_encoder_order(snmp_trap_infoEMS *trap, SnmpVarBindEMS *vars) {
+  trap->agent = ntohl(trap->agent);
+  for (int i = 0; i < trap->vars; ++i)
+    if (vars[i].type == ASN_IPADDRESS && !vars[i].undecoded)
+      vars[i].val.integer = static_cast<int32_t>(ntohl(static_cast<uint32_t>(vars[i].val.integer)));
+}
+
 // Replaces an SNMPv2c trap or inform by the SNMPv1 trap that stands for it
 // and answers an inform.  The agent address is the sender's unless a proxy
 // named the agent in snmpTrapAddress.0.  Returns false if the message was
@@ -613,9 +622,7 @@ bool translate_notification(Hub &hub, int fd, const sockaddr_in &from,
   int length = sizeof v1;
   const char *why = nullptr;
   Drop reason = kNoSnmpV1Form;
-  // A decoded record holds the agent address in wire order, an encoder's
-  // as a number with the first octet high.
-  trap.agent = ntohl(trap.agent);
+  if (result == SNMP_NOTIFICATION_OK) to_encoder_order(&trap, vars.data());
   if (result == SNMP_NOTIFICATION_MALFORMED) {
     reason = refusal(message, kNotATrap);
     why = reason == kNotATrap ? snmp_notification_error(result) : drop_name(reason);
@@ -672,7 +679,7 @@ int translate_v3(Hub &hub, int fd, const sockaddr_in &from, std::vector<unsigned
     ++(result == USM_OK ? hub.informs_answered : hub.usm_reports);
   unsigned char v1[EVENT_MAX_MESSAGE];
   int length = sizeof v1;
-  trap.agent = ntohl(trap.agent);
+  if (result == USM_OK) to_encoder_order(&trap, vars.data());
   if (result == USM_OK && (usm_annotate(&about, &trap, vars.data()) != 0 ||
                            snmpBuildTrapEMS(v1, &length, &trap, nullptr, vars.data()) != 0))
     result = SNMP_NOTIFICATION_BAD_TRAP_OID;
