@@ -597,7 +597,7 @@ void accept_client(Hub &hub, int listener, Kind kind) {
 // A decoded record holds IpAddress values, the agent's among them, in
 // wire order; the encoder takes them as numbers with the first octet high.
 void to_encoder_order(snmp_trap_infoEMS *trap, SnmpVarBindEMS *vars) {
-  trap->agent = ntohl(trap->agent);
+  trap->agent = snmp_trap_agent_for_encoder(trap);
   for (int i = 0; i < trap->vars; ++i)
     if (vars[i].type == ASN_IPADDRESS && !vars[i].undecoded)
       vars[i].val.integer = static_cast<int32_t>(ntohl(static_cast<uint32_t>(vars[i].val.integer)));

@@ -137,9 +137,10 @@ template <size_t N>
 // Reads an INTEGER at p of one octet below 128 (02 01 v) or of four
 // octets (02 04 v v v v), the forms that versions, error fields,
 // generic-traps and request-ids nearly always take.  Returns its end, or
-// nullptr for any other element, well-formed or not, which the general
-// readers take.  Each form has its own branch and a fixed end, so the next
-// element's position waits on no length octet.
+// nullptr for any other element, well-formed or not, and whenever fewer
+// than six octets remain: the general readers take those.  Each form has
+// its own branch and a fixed end, so the next element's position waits on
+// no length octet.
 [[gnu::always_inline]] inline const unsigned char *common_integer(const unsigned char *p,
                                                                   const unsigned char *end,
                                                                   int32_t *out) {
